@@ -1,0 +1,60 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+#include "core/timecode/timecode.h"
+
+namespace norvane::cli {
+
+// Exit codes of the command line.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitJobsFailed = 1;      // the run finished, some jobs failed
+inline constexpr int kExitFailure = 2;         // the run or the command failed
+inline constexpr int kExitNeedsConfirmation = 3;  // nothing written; a decision is needed
+inline constexpr int kExitUsage = 64;
+
+// One subcommand: its CLI11 node and what runs when it was chosen.
+struct Command {
+    CLI::App* app = nullptr;
+    std::function<int()> run;
+};
+
+Command addInfoCommand(CLI::App& parent);
+Command addDecodeCommand(CLI::App& parent);
+Command addGenLtcCommand(CLI::App& parent);
+Command addStampCommand(CLI::App& parent);
+Command addSplitCommand(CLI::App& parent);
+Command addRebuildCommand(CLI::App& parent);
+Command addSettingsCommand(CLI::App& parent);
+Command addDemoCommand(CLI::App& parent);
+
+// "auto", "23.976", "24", "25", "29.97" (non-drop), "29.97df", "30" and the
+// exact labels ("29.97 NDF", "29.97 DF", "Auto"); case-insensitive.
+std::optional<FrameRatePreset> parseFrameRateArgument(std::string_view text);
+// What parseFrameRateArgument accepts, for usage messages.
+std::string frameRateArgumentHelp();
+
+// "error: " + message on standard error; returns kExitFailure.
+int printError(const std::string& message);
+
+// A one-line progress bar on standard error, drawn only when it is a terminal.
+class ProgressBar {
+public:
+    explicit ProgressBar(bool enabled);
+    ~ProgressBar();
+    // fraction 0..1; `text` is shown after the bar.
+    void update(double fraction, const std::string& text);
+    void finish();
+
+private:
+    bool enabled_;
+    bool drawn_ = false;
+};
+bool stderrIsTerminal();
+
+}  // namespace norvane::cli

@@ -1,0 +1,13 @@
+# NORVANE_SANITIZE=address|thread|undefined builds everything with that sanitizer.
+if(NORVANE_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(NORVANE_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NORVANE_SANITIZE STREQUAL "undefined")
+  add_compile_options(-fsanitize=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=undefined)
+elseif(NOT NORVANE_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "Unknown NORVANE_SANITIZE value: ${NORVANE_SANITIZE}")
+endif()

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+
+#include "core/common/bytes.h"
+
+namespace norvane {
+
+// How an output reaches its final name.
+enum class WriteMode {
+    replaceAtomically,  // an existing file is replaced in one rename
+    createNew,          // an existing file makes the write fail with "File exists"
+};
+
+// A file being written. Bytes go to a hidden temporary file beside the
+// destination; commit() flushes it to disk and moves it to the final name in
+// one step, so no partial file ever appears there, even if the process dies.
+// Without commit() (an exception, a cancellation) the temporary file is removed.
+//
+// Errors are std::filesystem::filesystem_error carrying the operating system's
+// error code (ENOSPC, EACCES, EEXIST for createNew over an existing file ...).
+class OutputFile {
+public:
+    OutputFile(std::filesystem::path destination, WriteMode mode);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    void write(ByteView bytes);
+    void commit();
+
+    const std::filesystem::path& destination() const { return destination_; }
+
+private:
+    void discard() noexcept;
+
+    std::filesystem::path destination_;
+    std::filesystem::path temporary_;
+    WriteMode mode_;
+    int fd_ = -1;
+    bool committed_ = false;
+};
+
+// The whole of `bytes` written to `destination` through an OutputFile.
+void writeFile(const std::filesystem::path& destination, ByteView bytes, WriteMode mode);
+
+// The whole file read into memory; throws std::filesystem::filesystem_error.
+ByteBuffer readWholeFile(const std::filesystem::path& path);
+
+}  // namespace norvane

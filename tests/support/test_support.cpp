@@ -1,0 +1,59 @@
+#include "tests/support/test_support.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace norvane::testing {
+namespace fs = std::filesystem;
+
+fs::path dataDir() {
+    return NORVANE_TEST_DATA_DIR;
+}
+
+fs::path cliPath() {
+    return NORVANE_CLI_PATH;
+}
+
+TempDir::TempDir() {
+    std::string pattern = (fs::temp_directory_path() / "norvane-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ec);
+    fs::remove_all(path_, ec);
+}
+
+namespace {
+std::string slurp(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+}  // namespace
+
+CommandResult runCommand(const std::string& command) {
+    TempDir scratch;
+    const fs::path out = scratch / "out";
+    const fs::path err = scratch / "err";
+    const std::string full =
+        command + " </dev/null >'" + out.string() + "' 2>'" + err.string() + "'";
+    int status = std::system(full.c_str());
+    CommandResult result;
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = slurp(out);
+    result.err = slurp(err);
+    return result;
+}
+
+}  // namespace norvane::testing
