@@ -1,0 +1,328 @@
+#include "core/audio/wav_file.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+using testing::makeWav;
+using testing::WavChunkSpec;
+using testing::WavSpec;
+
+// Parses `bytes` and returns the WAVError message, or "" when it parses.
+std::string parseError(ByteBuffer bytes) {
+    try {
+        WAVFile::fromBytes(std::move(bytes));
+    } catch (const WAVError& e) {
+        return e.what();
+    }
+    return "";
+}
+
+// The bytes of a literal, embedded zeros included, without the terminator.
+template <std::size_t N>
+ByteBuffer text(const char (&s)[N]) {
+    return ByteBuffer(s, s + N - 1);
+}
+
+TEST(WAVFileTest, HeaderFaultsHaveTheirMessages) {
+    EXPECT_EQ(parseError(text("RIFF\0\0\0\0WA")), "Invalid or truncated WAV chunk.");
+    EXPECT_EQ(parseError(ByteBuffer(10, 0)), "Invalid or truncated WAV chunk.");
+    ByteBuffer good = makeWav(WavSpec{});
+    for (const char* magic : {"RIFX", "RF64", "riff"}) {
+        ByteBuffer b = good;
+        std::copy(magic, magic + 4, b.begin());
+        EXPECT_EQ(parseError(b), "File is not RIFF/WAV.") << magic;
+    }
+    ByteBuffer notWave = good;
+    std::copy_n("AVI ", 4, notWave.begin() + 8);
+    EXPECT_EQ(parseError(notWave), "RIFF file is not WAVE format.");
+    // Only the header: no chunks at all.
+    EXPECT_EQ(parseError(text("RIFF\x04\0\0\0WAVE")), "WAV file is missing fmt chunk.");
+
+    try {
+        WAVFile::fromBytes(ByteBuffer(3, 0));
+        FAIL();
+    } catch (const WAVError& e) {
+        EXPECT_EQ(e.kind(), WAVError::Kind::invalidChunk);
+    }
+}
+
+TEST(WAVFileTest, ChunkWalkFindsChunksAfterPadBytes) {
+    WavSpec spec;
+    spec.frames = 3;
+    spec.beforeFmt = {{"junk", {1, 2, 3}, std::nullopt, true}};
+    spec.afterData = {{"LIST", text("INFOabcde"), std::nullopt, true}};
+    WAVFile file = WAVFile::fromBytes(makeWav(spec), "/x/a.wav");
+    ASSERT_EQ(file.chunks().size(), 4u);
+    EXPECT_EQ(file.chunks()[0].id, "junk");
+    EXPECT_EQ(file.chunks()[0].data.size(), 3u);
+    EXPECT_EQ(file.chunks()[1].id, "fmt ");
+    EXPECT_EQ(file.chunks()[2].id, "data");
+    EXPECT_EQ(file.chunks()[3].id, "LIST");
+    EXPECT_EQ(std::string(file.chunks()[3].data.begin(), file.chunks()[3].data.end()), "INFOabcde");
+    EXPECT_EQ(file.dataChunk().size(), 12u);
+    EXPECT_EQ(file.url(), "/x/a.wav");
+}
+
+TEST(WAVFileTest, TruncationRules) {
+    // A LIST chunk cut off after fmt and data: the file opens without it.
+    WavSpec tail;
+    tail.frames = 2;
+    tail.trailing = text("LIST\x40\0\0\0INFO");
+    WAVFile file = WAVFile::fromBytes(makeWav(tail));
+    ASSERT_EQ(file.chunks().size(), 2u);
+    EXPECT_EQ(file.chunks().back().id, "data");
+
+    // A bogus 4 GiB size on a trailing chunk is tolerated the same way.
+    tail.trailing = text("JUNK\xFF\xFF\xFF\xFFzz");
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(tail)).chunks().size(), 2u);
+
+    // A data chunk claiming more than the file holds is never clamped.
+    WavSpec longData;
+    longData.frames = 4;
+    longData.dataDeclaredSize = 1000;
+    EXPECT_EQ(parseError(makeWav(longData)), "Invalid or truncated WAV chunk.");
+    longData.dataDeclaredSize = 0xFFFFFFFF;
+    EXPECT_EQ(parseError(makeWav(longData)), "Invalid or truncated WAV chunk.");
+
+    // ... unless an earlier data chunk already made the file usable.
+    WavSpec twoData;
+    twoData.frames = 1;
+    twoData.afterData = {{"data", ByteBuffer(8, 7), 100, true}};
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(twoData)).dataChunk().size(), 4u);
+
+    // A chunk that runs past the end before fmt and data were seen fails.
+    WavSpec early;
+    early.beforeFmt = {{"JUNK", ByteBuffer(4, 0), 500, true}};
+    EXPECT_EQ(parseError(makeWav(early)), "Invalid or truncated WAV chunk.");
+}
+
+TEST(WAVFileTest, MissingAndShortFmt) {
+    WavSpec shortFmt;
+    shortFmt.fmtPayload = ByteBuffer(14, 0);
+    EXPECT_EQ(parseError(makeWav(shortFmt)), "Invalid or truncated WAV chunk.");
+    WavSpec onlyData;
+    onlyData.includeFmt = false;
+    onlyData.frames = 2;
+    EXPECT_EQ(parseError(makeWav(onlyData)), "WAV file is missing fmt chunk.");
+    WavSpec onlyFmt;
+    onlyFmt.includeData = false;
+    EXPECT_EQ(parseError(makeWav(onlyFmt)), "WAV file is missing data chunk.");
+}
+
+TEST(WAVFileTest, FormatSelection) {
+    const std::string unsupported =
+        "Unsupported WAV format: Only linear PCM and 32-bit float WAV are supported";
+    WavSpec eightBit;
+    eightBit.bits = 8;
+    eightBit.frames = 4;
+    WAVFile eight = WAVFile::fromBytes(makeWav(eightBit));
+    EXPECT_EQ(eight.fmt().bitsPerSample, 8);
+    EXPECT_TRUE(eight.samples(0).empty());
+
+    WavSpec float64;
+    float64.format = testing::kWavFloat;
+    float64.bits = 64;
+    EXPECT_EQ(parseError(makeWav(float64)), unsupported);
+    WavSpec float24 = float64;
+    float24.bits = 24;
+    EXPECT_EQ(parseError(makeWav(float24)), unsupported);
+    WavSpec adpcm;
+    adpcm.format = 2;
+    EXPECT_EQ(parseError(makeWav(adpcm)), unsupported);
+    WavSpec extFloat16;
+    extFloat16.format = testing::kWavExtensible;
+    extFloat16.subFormat = testing::kWavFloat;
+    extFloat16.bits = 16;
+    EXPECT_EQ(parseError(makeWav(extFloat16)), unsupported);
+
+    WavSpec ext24;
+    ext24.format = testing::kWavExtensible;
+    ext24.bits = 24;
+    ext24.data = testing::interleavePcm(24, {{-8388608, 8388607}, {4194304, -1}});
+    WAVFile e = WAVFile::fromBytes(makeWav(ext24));
+    EXPECT_EQ(e.fmt(), (WAVFmtChunk{1, 2, 48000, 288000, 6, 24}));
+    EXPECT_EQ(e.samples(0), (std::vector<float>{-8388608.0f / 8388607.0f, 1.0f}));
+    EXPECT_EQ(e.samples(1), (std::vector<float>{4194304.0f / 8388607.0f, -1.0f / 8388607.0f}));
+
+    WavSpec extFloat;
+    extFloat.format = testing::kWavExtensible;
+    extFloat.subFormat = testing::kWavFloat;
+    extFloat.bits = 32;
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(extFloat)).fmt().audioFormat, 3);
+
+    // An extensible chunk with a short extension is not extensible PCM.
+    WavSpec badExt = ext24;
+    ByteBuffer payload = testing::makeFmtPayload(ext24);
+    payload[16] = 20;  // cbSize below 22
+    badExt.fmtPayload = payload;
+    EXPECT_EQ(parseError(makeWav(badExt)), unsupported);
+
+    // With a larger cbSize the GUID is the last 16 bytes of the extension.
+    payload = testing::makeFmtPayload(ext24);
+    payload[16] = 24;
+    payload.insert(payload.begin() + 24, {0xAB, 0xCD});
+    badExt.fmtPayload = payload;
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(badExt)).fmt().audioFormat, 1);
+
+    // Plain PCM wins over an earlier candidate of another kind.
+    WavSpec two;
+    two.fmtPayload = testing::makeFmtPayload(float64);  // unsupported first
+    ByteBuffer pcm = testing::makeFmtPayload(WavSpec{});
+    two.beforeData = {{"fmt ", pcm, std::nullopt, true}};
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(two)).fmt().bitsPerSample, 16);
+}
+
+TEST(WAVFileTest, SampleScalingIsAsymmetric) {
+    WavSpec s16;
+    s16.channels = 1;
+    s16.data = testing::interleavePcm(16, {{-32768, 32767, 0, 1}});
+    auto v = WAVFile::fromBytes(makeWav(s16)).samples(0);
+    ASSERT_EQ(v.size(), 4u);
+    EXPECT_LT(v[0], -1.0f);
+    EXPECT_FLOAT_EQ(v[0], -32768.0f / 32767.0f);
+    EXPECT_EQ(v[1], 1.0f);
+    EXPECT_EQ(v[2], 0.0f);
+
+    WavSpec s32;
+    s32.channels = 1;
+    s32.bits = 32;
+    s32.data = testing::interleavePcm(32, {{INT32_MIN, INT32_MAX, 1 << 30}});
+    v = WAVFile::fromBytes(makeWav(s32)).samples(0);
+    ASSERT_EQ(v.size(), 3u);
+    EXPECT_EQ(v[0], -1.0f);
+    EXPECT_EQ(v[2], 0.5f);
+
+    ByteBuffer f = testing::makeFloat32(48000, {{1.5f, -2.0f}, {0.25f, 0.75f}});
+    WAVFile file = WAVFile::fromBytes(f);
+    EXPECT_EQ(file.samples(0), (std::vector<float>{1.5f, -2.0f}));  // not clamped
+    EXPECT_EQ(file.samples(0, true), (std::vector<float>{0.875f, -0.625f}));
+}
+
+TEST(WAVFileTest, ChannelChoiceAndMixDown) {
+    std::vector<std::vector<std::int32_t>> ch = {{100, 200}, {300, 400}, {-500, 600}, {7, 8}};
+    WavSpec spec;
+    spec.channels = 4;
+    spec.data = testing::interleavePcm(16, ch);
+    WAVFile file = WAVFile::fromBytes(makeWav(spec));
+    EXPECT_EQ(file.samples(7), file.samples(3));
+    EXPECT_EQ(file.samples(-2), file.samples(0));
+    EXPECT_EQ(file.samples(3), (std::vector<float>{7 / 32767.0f, 8 / 32767.0f}));
+    auto mix = file.samples(1, true);
+    ASSERT_EQ(mix.size(), 2u);
+    EXPECT_FLOAT_EQ(mix[0], (100 + 300 - 500 + 7) / 32767.0f / 4);
+    EXPECT_FLOAT_EQ(mix[1], (200 + 400 + 600 + 8) / 32767.0f / 4);
+}
+
+TEST(WAVFileTest, ImpossibleLayoutsGiveNoSamples) {
+    WavSpec floatPartial;
+    floatPartial.format = testing::kWavFloat;
+    floatPartial.bits = 32;
+    floatPartial.data = ByteBuffer(12, 0);  // 1.5 stereo float frames
+    EXPECT_TRUE(WAVFile::fromBytes(makeWav(floatPartial)).samples(0).empty());
+
+    WavSpec zeroBlock;
+    zeroBlock.blockAlign = 0;
+    zeroBlock.frames = 0;
+    zeroBlock.data = ByteBuffer(8, 1);
+    EXPECT_TRUE(WAVFile::fromBytes(makeWav(zeroBlock)).samples(0).empty());
+
+    // Block align smaller than the channel layout: reading channel 1 would run
+    // past the frame, so nothing is read rather than reading out of bounds.
+    WavSpec narrow;
+    narrow.channels = 2;
+    narrow.blockAlign = 2;
+    narrow.data = ByteBuffer(3, 1);
+    WAVFile n = WAVFile::fromBytes(makeWav(narrow));
+    EXPECT_EQ(n.samples(0).size(), 1u);
+    EXPECT_TRUE(n.samples(1).empty());
+    EXPECT_TRUE(n.samples(0, true).empty());
+
+    WavSpec noChannels;
+    noChannels.channels = 0;
+    noChannels.blockAlign = 2;
+    noChannels.data = ByteBuffer(8, 0);
+    EXPECT_TRUE(WAVFile::fromBytes(makeWav(noChannels)).samples(0).empty());
+
+    // A trailing partial PCM frame is ignored.
+    WavSpec partial;
+    partial.data = ByteBuffer(10, 0);
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(partial)).samples(1).size(), 2u);
+}
+
+TEST(WAVFileTest, DurationAndFrames) {
+    WavSpec spec;
+    spec.bits = 24;
+    spec.data = ByteBuffer(2'880'000, 0);
+    WAVFile file = WAVFile::fromBytes(makeWav(spec));
+    EXPECT_EQ(file.duration(), 10.0);
+    EXPECT_EQ(file.frameCount(), 480'000);
+    spec.byteRate = 0;
+    spec.blockAlign = 0;
+    spec.data = ByteBuffer(6, 0);
+    WAVFile zero = WAVFile::fromBytes(makeWav(spec));
+    EXPECT_EQ(zero.duration(), 0.0);
+    EXPECT_EQ(zero.frameCount(), 0);
+}
+
+TEST(WAVFileTest, ReplacingDataKeepsChunkOrderAndSharesStorage) {
+    WavSpec spec;
+    spec.frames = 2;
+    spec.beforeData = {{"bext", testing::makeBextPayload(5), std::nullopt, true}};
+    spec.afterData = {{"data", ByteBuffer(4, 9), std::nullopt, true},
+                      {"LIST", text("INFO"), std::nullopt, true}};
+    std::optional<WAVFile> copy;
+    {
+        WAVFile file = WAVFile::fromBytes(makeWav(spec), "/in.wav");
+        EXPECT_EQ(file.dataChunk().size(), 4u);  // the last data chunk wins
+        copy = file.replacingData(ByteBuffer{1, 2, 3, 4, 5, 6}, "/out.wav");
+        EXPECT_EQ(file.dataChunk().size(), 4u);  // the source is unchanged
+    }
+    // The source is gone; the copy's views into the shared storage still hold.
+    EXPECT_EQ(copy->url(), "/out.wav");
+    std::vector<std::string> ids;
+    for (const auto& c : copy->chunks()) {
+        ids.push_back(c.id);
+        if (c.id == "data") {
+            EXPECT_EQ(ByteBuffer(c.data.begin(), c.data.end()), (ByteBuffer{1, 2, 3, 4, 5, 6}));
+        }
+    }
+    EXPECT_EQ(ids, (std::vector<std::string>{"fmt ", "bext", "data", "data", "LIST"}));
+    EXPECT_EQ(copy->chunks()[1].data.size(), 602u);
+    EXPECT_EQ(copy->dataChunk().size(), 6u);
+    EXPECT_EQ(copy->frameCount(), 1);
+    WAVFile second = copy->replacingData(ByteBuffer(8, 0), "/2.wav");
+    copy.reset();
+    EXPECT_EQ(second.chunks()[1].data[338], 5);
+    EXPECT_EQ(second.dataChunk().size(), 8u);
+}
+
+TEST(WAVFileTest, NonASCIIChunkIdIsEmpty) {
+    WavSpec spec;
+    spec.frames = 1;
+    spec.afterData = {{"\xC3\xA9xy", {1, 2}, std::nullopt, true}};
+    WAVFile file = WAVFile::fromBytes(makeWav(spec));
+    ASSERT_EQ(file.chunks().size(), 3u);
+    EXPECT_EQ(file.chunks()[2].id, "");
+}
+
+TEST(WAVFileTest, ReadsFromDiskAndPassesFileErrorsOn) {
+    testing::TempDir dir;
+    testing::writeBytes(dir / "a.wav", testing::makePcm16(44100, {{0.5f, -0.5f, 0.25f}}));
+    WAVFile file(dir / "a.wav");
+    EXPECT_EQ(file.fmt().sampleRate, 44100u);
+    EXPECT_EQ(file.fmt().channelCount, 1);
+    EXPECT_EQ(file.samples(0).size(), 3u);
+    EXPECT_EQ(file.url(), dir / "a.wav");
+    EXPECT_THROW(WAVFile(dir / "missing.wav"), std::filesystem::filesystem_error);
+    EXPECT_THROW(WAVFile(dir.path()), std::filesystem::filesystem_error);
+}
+
+}  // namespace
+}  // namespace norvane
