@@ -1,0 +1,469 @@
+#include "core/settings/app_settings_store.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "core/common/text.h"
+#include "tests/support/test_support.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+std::string readText(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void writeText(const fs::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+Json readJSON(const fs::path& path) {
+    return Json::parse(readText(path));
+}
+
+// The message of the SettingsError that `action` throws.
+template <typename F>
+std::string settingsErrorMessage(F&& action, SettingsError::Kind expectedKind) {
+    try {
+        action();
+    } catch (const SettingsError& e) {
+        EXPECT_EQ(e.kind(), expectedKind);
+        return e.message();
+    }
+    ADD_FAILURE() << "no SettingsError thrown";
+    return {};
+}
+
+// Sets an environment variable for the life of the object.
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* name, const char* value) : name_(name) {
+        if (const char* old = std::getenv(name)) {
+            old_ = old;
+        }
+        if (value) {
+            ::setenv(name, value, 1);
+        } else {
+            ::unsetenv(name);
+        }
+    }
+    ~ScopedEnv() {
+        if (old_) {
+            ::setenv(name_.c_str(), old_->c_str(), 1);
+        } else {
+            ::unsetenv(name_.c_str());
+        }
+    }
+
+  private:
+    std::string name_;
+    std::optional<std::string> old_;
+};
+
+class AppSettingsStoreTest : public ::testing::Test {
+  protected:
+    testing::TempDir dir;
+    fs::path file = dir / "config" / "settings.json";
+    std::string home = AppSettingsStore::homeDirectoryPath().string();
+
+    void store(const Json& document) {
+        fs::create_directories(file.parent_path());
+        writeText(file, document.dump());
+    }
+};
+
+TEST_F(AppSettingsStoreTest, MissingFileGivesEveryDefaultAndWritesNothing) {
+    AppSettingsStore settings(file);
+    EXPECT_TRUE(settings.loadWarnings().empty());
+    EXPECT_FALSE(fs::exists(file));
+    EXPECT_FALSE(fs::exists(file.parent_path()));
+
+    const Json expected = {
+        {"settings.defaultFrameRatePreset", "Auto"},
+        {"settings.defaultGroupedLTCChannel", 1},
+        {"settings.lowConfidenceBehavior", "Ask"},
+        {"settings.defaultOutputFolderPath", home},
+        {"settings.defaultIncludeLTCOutputs", false},
+        {"settings.defaultSaveCSVReport", true},
+        {"settings.defaultGroupingMethod", "Duration Exact"},
+        {"settings.durationTolerancePreset", "Standard (50 ms)"},
+        {"settings.outputFilenameSuffix", "_tc"},
+        {"settings.outputCollisionBehavior", "Ask"},
+        {"settings.timelineRebuildDefaultMissingCameraBehavior", "Insert Gap"},
+        {"settings.timelineRebuildDefaultTimecodeSourcePriority", "iXML / BWF bext -> Filename"},
+        {"settings.timelineRebuildDefaultVideoFrameRateMode", "Same as LTC"},
+        {"settings.timelineRebuildRecentSourceXMLPath", ""},
+        {"settings.timelineRebuildRecentStereoMixPath", ""},
+        {"settings.timelineRebuildRecentSyncedFolderPath", ""},
+        {"settings.timelineRebuildRecentOutputFolderPath", home},
+        {"settings.polySplitDefaultOutputFolderPath", home},
+    };
+    EXPECT_EQ(settings.snapshot(), expected);  // ordered: also checks the table order
+    EXPECT_EQ(settings.polySplitDefaultOutputFolderURL(), fs::path(home));
+    EXPECT_EQ(milliseconds(settings.durationTolerancePreset()), 50);
+}
+
+TEST_F(AppSettingsStoreTest, LoadRulesFallBackPerKey) {
+    store({
+        {"settings.defaultFrameRatePreset", "29.97"},  // not a label
+        {"settings.defaultGroupedLTCChannel", 0},
+        {"settings.lowConfidenceBehavior", "always proceed"},  // labels are case-sensitive
+        {"settings.defaultIncludeLTCOutputs", "true"},         // a boolean written as text
+        {"settings.defaultSaveCSVReport", 0},
+        {"settings.defaultGroupingMethod", "Tokens"},
+        {"settings.durationTolerancePreset", 100},
+        {"settings.outputFilenameSuffix", false},
+        {"settings.outputCollisionBehavior", "keep both"},
+        {"settings.timelineRebuildDefaultMissingCameraBehavior", nullptr},
+        {"settings.timelineRebuildDefaultTimecodeSourcePriority", "Filename"},
+        {"settings.timelineRebuildDefaultVideoFrameRateMode", Json::array()},
+        {"settings.timelineRebuildRecentSourceXMLPath", 12},
+        {"settings.polySplitDefaultOutputFolderPath", ""},
+    });
+    AppSettingsStore settings(file);
+    EXPECT_TRUE(settings.loadWarnings().empty());
+    EXPECT_EQ(settings.defaultFrameRatePreset(), FrameRatePreset::auto_);
+    EXPECT_EQ(settings.defaultGroupedLTCChannel(), 1);
+    EXPECT_EQ(settings.lowConfidenceBehavior(), LowConfidenceBehavior::ask);
+    EXPECT_FALSE(settings.defaultIncludeLTCOutputs());
+    EXPECT_TRUE(settings.defaultSaveCSVReport());
+    EXPECT_EQ(settings.defaultGroupingMethod(), GroupingMethod::durationExact);
+    EXPECT_EQ(settings.durationTolerancePreset(), DurationTolerancePreset::standard);
+    EXPECT_EQ(settings.outputFilenameSuffix(), "_tc");
+    EXPECT_EQ(settings.outputCollisionBehavior(), OutputCollisionBehavior::ask);
+    EXPECT_EQ(settings.timelineRebuildDefaultMissingCameraBehavior(),
+              MissingCameraBehavior::insertGap);
+    EXPECT_EQ(settings.timelineRebuildDefaultTimecodeSourcePriority(),
+              TimecodeSourcePriority::bwfIXMLThenFilename);
+    EXPECT_EQ(settings.timelineRebuildDefaultVideoFrameRateMode(), VideoFrameRateMode::sameAsLTC);
+    EXPECT_EQ(settings.timelineRebuildRecentSourceXMLPath(), "");
+    EXPECT_EQ(settings.polySplitDefaultOutputFolderPath(), home);
+    // Loading never rewrites what is stored.
+    EXPECT_EQ(readJSON(file)["settings.defaultGroupedLTCChannel"], 0);
+}
+
+TEST_F(AppSettingsStoreTest, StoredChannelIsReadAsAnIntegerOfAtLeastOne) {
+    const std::vector<std::pair<Json, int>> cases = {
+        {-3, 1},
+        {0, 1},
+        {1, 1},
+        {7, 7},
+        {"12", 12},
+        {"x12", 1},
+        {4.9, 4},
+        {-0.5, 1},
+        {true, 1},
+        {1e300, 1},
+        {Json(5000000000LL), 1},
+        {Json(std::uint64_t{18446744073709551615ULL}), 1},
+        {Json::object(), 1},
+    };
+    for (const auto& [stored, expected] : cases) {
+        store({{"settings.defaultGroupedLTCChannel", stored}});
+        AppSettingsStore settings(file);
+        EXPECT_EQ(settings.defaultGroupedLTCChannel(), expected) << stored.dump();
+    }
+}
+
+TEST_F(AppSettingsStoreTest, StoredLabelsLoadTheirCases) {
+    store({
+        {"settings.defaultFrameRatePreset", "29.97 DF"},
+        {"settings.lowConfidenceBehavior", "Always Proceed"},
+        {"settings.defaultGroupingMethod", "Regex"},
+        {"settings.durationTolerancePreset", "Loose (100 ms)"},
+        {"settings.outputCollisionBehavior", "Keep Both"},
+        {"settings.timelineRebuildDefaultMissingCameraBehavior", "Fail Export"},
+        {"settings.timelineRebuildDefaultTimecodeSourcePriority", "Input XML Only"},
+        {"settings.timelineRebuildDefaultVideoFrameRateMode", "Double LTC (50/60 fps video)"},
+        {"settings.defaultIncludeLTCOutputs", true},
+        {"settings.defaultSaveCSVReport", false},
+        {"settings.outputFilenameSuffix", ""},
+        {"settings.timelineRebuildRecentStereoMixPath", "/media/mix.wav"},
+    });
+    AppSettingsStore settings(file);
+    EXPECT_EQ(settings.defaultFrameRatePreset(), FrameRatePreset::fps29_97DF);
+    EXPECT_EQ(settings.lowConfidenceBehavior(), LowConfidenceBehavior::alwaysProceed);
+    EXPECT_EQ(settings.defaultGroupingMethod(), GroupingMethod::regex);
+    EXPECT_EQ(settings.durationTolerancePreset(), DurationTolerancePreset::loose);
+    EXPECT_EQ(settings.outputCollisionBehavior(), OutputCollisionBehavior::keepBoth);
+    EXPECT_EQ(settings.timelineRebuildDefaultMissingCameraBehavior(),
+              MissingCameraBehavior::failExport);
+    EXPECT_EQ(settings.timelineRebuildDefaultTimecodeSourcePriority(),
+              TimecodeSourcePriority::inputXMLOnly);
+    EXPECT_EQ(settings.timelineRebuildDefaultVideoFrameRateMode(), VideoFrameRateMode::doubleLTC);
+    EXPECT_TRUE(settings.defaultIncludeLTCOutputs());
+    EXPECT_FALSE(settings.defaultSaveCSVReport());
+    EXPECT_EQ(settings.outputFilenameSuffix(), "");  // present, so not the default
+    EXPECT_EQ(settings.timelineRebuildRecentStereoMixPath(), "/media/mix.wav");
+}
+
+TEST_F(AppSettingsStoreTest, ChangesAreSavedAtOnceKeepingTypesAndForeignKeys) {
+    store({{"other.app.key", {1, 2}}, {"settings.defaultGroupedLTCChannel", 3}});
+    {
+        AppSettingsStore settings(file);
+        settings.setDefaultFrameRatePreset(FrameRatePreset::fps23_976);
+        EXPECT_EQ(readJSON(file)["settings.defaultFrameRatePreset"], "23.976");
+        settings.setDefaultGroupedLTCChannel(-4);  // channels are numbered from 1
+        settings.setDefaultSaveCSVReport(false);
+        settings.setDurationTolerancePreset(DurationTolerancePreset::tight);
+        settings.setOutputFilenameSuffix("_stamped");
+        settings.setTimelineRebuildRecentSyncedFolderPath("/media/day 1/synced");
+        EXPECT_FALSE(settings.lastWriteError().has_value());
+    }
+    const Json saved = readJSON(file);
+    EXPECT_EQ(saved["other.app.key"], Json({1, 2}));
+    EXPECT_EQ(saved["settings.defaultGroupedLTCChannel"], 1);
+    EXPECT_TRUE(saved["settings.defaultGroupedLTCChannel"].is_number_integer());
+    EXPECT_EQ(saved["settings.defaultSaveCSVReport"], false);
+    EXPECT_EQ(saved["settings.durationTolerancePreset"], "Tight (20 ms)");
+    // Only the keys that were set are written.
+    EXPECT_FALSE(saved.contains("settings.lowConfidenceBehavior"));
+
+    AppSettingsStore reloaded(file);
+    EXPECT_EQ(reloaded.defaultFrameRatePreset(), FrameRatePreset::fps23_976);
+    EXPECT_EQ(reloaded.defaultGroupedLTCChannel(), 1);
+    EXPECT_FALSE(reloaded.defaultSaveCSVReport());
+    EXPECT_EQ(milliseconds(reloaded.durationTolerancePreset()), 20);
+    EXPECT_EQ(reloaded.outputFilenameSuffix(), "_stamped");
+    EXPECT_EQ(reloaded.timelineRebuildRecentSyncedFolderPath(), "/media/day 1/synced");
+    // No temporary files are left beside the settings.
+    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1);
+}
+
+TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
+    AppSettingsStore settings(file);
+    settings.setDefaultOutputFolderPath("/media/out");
+    settings.setTimelineRebuildRecentSourceXMLPath("/media/a.fcpxml");
+    settings.setTimelineRebuildRecentStereoMixPath("/media/mix.wav");
+    settings.setTimelineRebuildRecentOutputFolderPath("/media/rebuilt");
+    settings.setPolySplitDefaultOutputFolderPath("/media/split");
+    settings.setOutputFilenameSuffix("_x");
+    settings.setOutputCollisionBehavior(OutputCollisionBehavior::overwrite);
+
+    std::vector<std::string> notified;
+    settings.addObserver([&](const std::string& key) { notified.push_back(key); });
+    settings.resetToSystemDefaults();
+
+    EXPECT_EQ(settings.defaultOutputFolderPath(), home);
+    EXPECT_EQ(settings.timelineRebuildRecentOutputFolderPath(), home);
+    EXPECT_EQ(settings.polySplitDefaultOutputFolderPath(), home);
+    EXPECT_EQ(settings.timelineRebuildRecentSourceXMLPath(), "");
+    EXPECT_EQ(settings.timelineRebuildRecentStereoMixPath(), "");
+    EXPECT_EQ(settings.timelineRebuildRecentSyncedFolderPath(), "");
+    EXPECT_EQ(settings.outputFilenameSuffix(), "_tc");
+    EXPECT_EQ(settings.outputCollisionBehavior(), OutputCollisionBehavior::ask);
+    EXPECT_EQ(notified, AppSettingsStore::keys());
+    // All eighteen defaults are written back under their keys.
+    EXPECT_EQ(readJSON(file), settings.snapshot());
+    EXPECT_EQ(AppSettingsStore(file).snapshot(), settings.snapshot());
+}
+
+TEST_F(AppSettingsStoreTest, CorruptFileIsKeptAsideWithAWarning) {
+    for (const std::string& content : {std::string("{\"settings.defaultGroupedLTCChannel\": 4,"),
+                                       std::string("[1, 2]"), std::string("\xff\xfe{}")}) {
+        fs::remove_all(file.parent_path());
+        fs::create_directories(file.parent_path());
+        writeText(file, content);
+
+        AppSettingsStore settings(file);
+        EXPECT_EQ(settings.defaultGroupedLTCChannel(), 1);
+        ASSERT_EQ(settings.loadWarnings().size(), 1u);
+        const std::string& warning = settings.loadWarnings().front();
+        EXPECT_THAT(warning, HasSubstr("is not valid settings JSON; it was kept as "));
+        EXPECT_THAT(warning, HasSubstr("the defaults are in use"));
+
+        // The original content survives under settings.json.corrupt-<time>.
+        EXPECT_FALSE(fs::exists(file));
+        std::vector<fs::path> aside;
+        for (const auto& entry : fs::directory_iterator(file.parent_path())) {
+            aside.push_back(entry.path());
+        }
+        ASSERT_EQ(aside.size(), 1u);
+        EXPECT_THAT(aside[0].filename().string(), ::testing::StartsWith("settings.json.corrupt-"));
+        EXPECT_THAT(warning, HasSubstr(aside[0].string()));
+        EXPECT_EQ(readText(aside[0]), content);
+
+        // A later change writes a fresh file and leaves the kept copy alone.
+        settings.setDefaultGroupedLTCChannel(2);
+        EXPECT_EQ(readJSON(file)["settings.defaultGroupedLTCChannel"], 2);
+        EXPECT_EQ(readText(aside[0]), content);
+    }
+}
+
+TEST_F(AppSettingsStoreTest, EmptyFileIsNoSettingsAndNoWarning) {
+    fs::create_directories(file.parent_path());
+    writeText(file, " \n");
+    AppSettingsStore settings(file);
+    EXPECT_TRUE(settings.loadWarnings().empty());
+    EXPECT_EQ(settings.outputFilenameSuffix(), "_tc");
+}
+
+TEST_F(AppSettingsStoreTest, UnreadableOrUnwritableLocationsWarnInsteadOfFailing) {
+    // A folder where the file should be: nothing can be read or written there.
+    fs::create_directories(file);
+    AppSettingsStore settings(file);
+    ASSERT_EQ(settings.loadWarnings().size(), 1u);
+    EXPECT_THAT(settings.loadWarnings()[0], HasSubstr("is not a regular file"));
+
+    int calls = 0;
+    settings.addObserver([&](const std::string&) { ++calls; });
+    settings.setOutputFilenameSuffix("_new");
+    EXPECT_EQ(settings.outputFilenameSuffix(), "_new");  // kept for this session
+    EXPECT_EQ(calls, 1);
+    ASSERT_TRUE(settings.lastWriteError().has_value());
+    EXPECT_THAT(*settings.lastWriteError(),
+                HasSubstr("Could not save settings to " + file.string() + ": "));
+    const std::string message =
+        settingsErrorMessage([&] { settings.setValueFromText("outputFilenameSuffix", "_b"); },
+                             SettingsError::Kind::saveFailed);
+    EXPECT_THAT(message, HasSubstr("Could not save settings to "));
+
+    if (::geteuid() != 0) {  // root reads files whatever their mode
+        fs::remove(file);
+        fs::create_directories(file.parent_path());
+        writeText(file, "{\"settings.outputFilenameSuffix\": \"_x\"}");
+        fs::permissions(file, fs::perms::none);
+        AppSettingsStore locked(file);
+        ASSERT_EQ(locked.loadWarnings().size(), 1u);
+        EXPECT_THAT(locked.loadWarnings()[0], HasSubstr("Could not read the settings file"));
+        EXPECT_EQ(locked.outputFilenameSuffix(), "_tc");
+        fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);
+        EXPECT_EQ(AppSettingsStore(file).outputFilenameSuffix(), "_x");  // nothing was moved
+    }
+}
+
+TEST_F(AppSettingsStoreTest, ObserversHearEachChangeUntilRemoved) {
+    AppSettingsStore settings(file);
+    std::vector<std::string> first;
+    std::vector<std::string> second;
+    const int a = settings.addObserver([&](const std::string& key) { first.push_back(key); });
+    settings.addObserver([&](const std::string& key) { second.push_back(key); });
+
+    settings.setLowConfidenceBehavior(LowConfidenceBehavior::alwaysProceed);
+    settings.setValueFromText("defaultincludeltcoutputs", "TRUE");
+    settings.removeObserver(a);
+    settings.setDefaultGroupingMethod(GroupingMethod::token);
+
+    EXPECT_THAT(first,
+                ElementsAre("settings.lowConfidenceBehavior", "settings.defaultIncludeLTCOutputs"));
+    EXPECT_THAT(second,
+                ElementsAre("settings.lowConfidenceBehavior", "settings.defaultIncludeLTCOutputs",
+                            "settings.defaultGroupingMethod"));
+    EXPECT_TRUE(settings.defaultIncludeLTCOutputs());
+
+    // An observer may remove itself while it is being called.
+    int selfRemovingCalls = 0;
+    int token = 0;
+    token = settings.addObserver([&](const std::string&) {
+        ++selfRemovingCalls;
+        settings.removeObserver(token);
+    });
+    settings.setDefaultSaveCSVReport(false);
+    settings.setDefaultSaveCSVReport(true);
+    EXPECT_EQ(selfRemovingCalls, 1);
+}
+
+TEST_F(AppSettingsStoreTest, TextAccessParsesPerTypeAndRefusesWithWhatIsAccepted) {
+    AppSettingsStore settings(file);
+    settings.setValueFromText("settings.defaultFrameRatePreset", "29.97 ndf");
+    EXPECT_EQ(settings.valueText("defaultFrameRatePreset"), "29.97 NDF");
+    settings.setValueFromText("defaultGroupedLTCChannel", " 8 ");
+    EXPECT_EQ(settings.valueText("settings.defaultGroupedLTCChannel"), "8");
+    EXPECT_EQ(settings.value("defaultGroupedLTCChannel"), Json(8));
+    settings.setValueFromText("timelineRebuildDefaultVideoFrameRateMode",
+                              "Double LTC (50/60 fps video)");
+    EXPECT_EQ(settings.timelineRebuildDefaultVideoFrameRateMode(), VideoFrameRateMode::doubleLTC);
+    settings.setValueFromText("timelineRebuildRecentSourceXMLPath", "");
+    EXPECT_EQ(settings.valueText("timelineRebuildRecentSourceXMLPath"), "");
+    EXPECT_EQ(settings.valueText("defaultSaveCSVReport"), "true");
+
+    using Kind = SettingsError::Kind;
+    EXPECT_EQ(
+        settingsErrorMessage([&] { settings.setValueFromText("defaultGroupedLTCChannel", "0"); },
+                             Kind::invalidValue),
+        "Invalid value \"0\" for settings.defaultGroupedLTCChannel; accepted: an integer "
+        ">= 1.");
+    for (const char* bad : {"", "2.5", "3x", "99999999999"}) {
+        settingsErrorMessage([&] { settings.setValueFromText("defaultGroupedLTCChannel", bad); },
+                             Kind::invalidValue);
+    }
+    EXPECT_EQ(
+        settingsErrorMessage([&] { settings.setValueFromText("defaultSaveCSVReport", "yes"); },
+                             Kind::invalidValue),
+        "Invalid value \"yes\" for settings.defaultSaveCSVReport; accepted: true or false.");
+    EXPECT_EQ(
+        settingsErrorMessage([&] { settings.setValueFromText("lowConfidenceBehavior", "Never"); },
+                             Kind::invalidValue),
+        "Invalid value \"Never\" for settings.lowConfidenceBehavior; accepted: one of \"Ask\", "
+        "\"Always Proceed\".");
+    EXPECT_THAT(
+        settingsErrorMessage([&] { settings.setValueFromText("defaultOutputFolderPath", " "); },
+                             Kind::invalidValue),
+        HasSubstr("accepted: a folder path."));
+    settingsErrorMessage([&] { settings.setValueFromText("outputFilenameSuffix", "_a/b"); },
+                         Kind::invalidValue);
+    settingsErrorMessage(
+        [&] { settings.setValueFromText("timelineRebuildRecentStereoMixPath", "\xff.wav"); },
+        Kind::invalidValue);
+    // Refused values change nothing.
+    EXPECT_EQ(settings.defaultGroupedLTCChannel(), 8);
+    EXPECT_TRUE(settings.defaultSaveCSVReport());
+
+    const std::string unknown = settingsErrorMessage(
+        [&] { settings.setValueFromText("settings.bogus", "1"); }, Kind::unknownKey);
+    EXPECT_THAT(unknown,
+                ::testing::StartsWith("Unknown setting \"settings.bogus\". Known settings: "
+                                      "defaultFrameRatePreset, defaultGroupedLTCChannel"));
+    settingsErrorMessage([&] { (void)settings.valueText("settings."); }, Kind::unknownKey);
+    settingsErrorMessage([&] { (void)AppSettingsStore::acceptedValues("x"); }, Kind::unknownKey);
+
+    EXPECT_THAT(AppSettingsStore::acceptedValues("defaultFrameRatePreset"),
+                ElementsAre("Auto", "23.976", "24", "25", "29.97 NDF", "29.97 DF", "30"));
+    EXPECT_THAT(AppSettingsStore::acceptedValues("durationTolerancePreset"),
+                ElementsAre("Tight (20 ms)", "Standard (50 ms)", "Loose (100 ms)"));
+    EXPECT_THAT(AppSettingsStore::acceptedValues("defaultIncludeLTCOutputs"),
+                ElementsAre("true", "false"));
+    EXPECT_EQ(AppSettingsStore::canonicalKey("SETTINGS.outputfilenamesuffix"),
+              "settings.outputFilenameSuffix");
+}
+
+TEST_F(AppSettingsStoreTest, SettingsLocationFollowsTheEnvironment) {
+    {
+        ScopedEnv override("NORVANE_SETTINGS", file.c_str());
+        EXPECT_EQ(AppSettingsStore::defaultSettingsPath(), file);
+        AppSettingsStore settings;
+        settings.setOutputFilenameSuffix("_env");
+        EXPECT_EQ(readJSON(file)["settings.outputFilenameSuffix"], "_env");
+    }
+    ScopedEnv noOverride("NORVANE_SETTINGS", nullptr);
+    ScopedEnv home("HOME", (dir / "home").c_str());
+    {
+        ScopedEnv xdg("XDG_CONFIG_HOME", (dir / "xdg").c_str());
+        EXPECT_EQ(AppSettingsStore::defaultSettingsPath(),
+                  dir / "xdg" / "norvane" / "settings.json");
+    }
+    {
+        ScopedEnv relativeXDG("XDG_CONFIG_HOME", "relative/config");
+        EXPECT_EQ(AppSettingsStore::defaultSettingsPath(),
+                  dir / "home" / ".config" / "norvane" / "settings.json");
+        // Folder defaults follow the home directory too.
+        EXPECT_EQ(AppSettingsStore(file).defaultOutputFolderPath(), (dir / "home").string());
+    }
+}
+
+}  // namespace
+}  // namespace norvane
