@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "core/audio/wav_file.h"
+
+namespace norvane {
+
+// What a stamp writes into a copy of a WAV file: the bext fields and,
+// optionally, an iXML document embedded as it is.
+struct BWFStampInfo {
+    std::uint64_t timeReferenceSamples = 0;  // samples since midnight
+    std::string description;
+    std::string originator;
+    std::string originatorReference;
+    std::string originationDate;  // "yyyy-MM-dd"
+    std::string originationTime;  // "HH:mm:ss"
+    std::optional<std::string> ixml;
+};
+
+namespace BWFWriter {
+
+// The 602-byte bext payload (EBU Tech 3285 version 1, no CodingHistory): text
+// fields are UTF-8 cut to their width in bytes and zero-filled (Description
+// 0/256, Originator 256/32, OriginatorReference 288/32, OriginationDate 320/10,
+// OriginationTime 330/8), TimeReference 64-bit LE at 338, Version 1 at 346,
+// UMID, loudness and reserved bytes zero.
+ByteBuffer encodeBext(const BWFStampInfo& stamp);
+
+// The stamped file's bytes: the source chunks in order without any "bext" or
+// "iXML" chunk, the new bext (and iXML) right after the first "fmt " chunk
+// (at the front when there is none). Chunks whose id was not ASCII are
+// dropped, as their id cannot be written back. Throws RIFFWriteError when the result
+// would not fit the 32-bit RIFF sizes.
+ByteBuffer build(const WAVFile& file, const BWFStampInfo& stamp);
+
+// build() written in one operation: atomically replacing an existing file
+// when `overwrite`, otherwise failing with EEXIST if `url` exists. Errors of
+// the file system are std::filesystem::filesystem_error.
+void write(const WAVFile& file, const BWFStampInfo& stamp, const std::filesystem::path& url,
+           bool overwrite);
+
+}  // namespace BWFWriter
+}  // namespace norvane

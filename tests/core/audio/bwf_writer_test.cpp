@@ -1,0 +1,204 @@
+#include "core/audio/bwf_writer.h"
+
+#include <gtest/gtest.h>
+
+#include "core/audio/bwf_reader.h"
+#include "core/audio/riff_writer.h"
+#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::WavChunkSpec;
+using testing::WavSpec;
+
+ByteBuffer bytesOf(const std::string& s) {
+    return ByteBuffer(s.begin(), s.end());
+}
+
+std::vector<std::string> ids(ByteView riff) {
+    std::vector<std::string> out;
+    for (const auto& c : testing::listChunks(riff)) {
+        out.push_back(c.id);
+    }
+    return out;
+}
+
+BWFStampInfo sampleStamp() {
+    BWFStampInfo stamp;
+    stamp.timeReferenceSamples = 172'800'000;
+    stamp.description = "Stamped by Norvane";
+    stamp.originator = "Norvane";
+    stamp.originatorReference = "0123ABCD-4567-89EF-0123-456789ABCDEF";
+    stamp.originationDate = "2026-11-21";
+    stamp.originationTime = "22:50:01";
+    stamp.ixml = "<BWFXML>\n  <TIMECODE>01:00:00:00</TIMECODE>\n</BWFXML>";
+    return stamp;
+}
+
+TEST(BWFWriterTest, BextLayout) {
+    BWFStampInfo stamp = sampleStamp();
+    stamp.timeReferenceSamples = 4'294'967'298ULL;  // 2^32 + 2
+    const ByteBuffer bext = BWFWriter::encodeBext(stamp);
+    ASSERT_EQ(bext.size(), 602u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bext.data())), "Stamped by Norvane");
+    EXPECT_EQ(std::string(bext.begin() + 256, bext.begin() + 263), "Norvane");
+    EXPECT_EQ(bext[263], 0);
+    // The 36-character UUID is cut to the 32-byte field.
+    EXPECT_EQ(std::string(bext.begin() + 288, bext.begin() + 320),
+              "0123ABCD-4567-89EF-0123-456789AB");
+    EXPECT_EQ(std::string(bext.begin() + 320, bext.begin() + 330), "2026-11-21");
+    EXPECT_EQ(std::string(bext.begin() + 330, bext.begin() + 338), "22:50:01");
+    EXPECT_EQ(ByteBuffer(bext.begin() + 338, bext.begin() + 348),
+              (ByteBuffer{0x02, 0, 0, 0, 0x01, 0, 0, 0, 0x01, 0x00}));
+    for (std::size_t i = 348; i < 602; ++i) {
+        ASSERT_EQ(bext[i], 0) << i;
+    }
+}
+
+TEST(BWFWriterTest, TextFieldsAreCutToTheirWidthInBytes) {
+    BWFStampInfo stamp;
+    stamp.description = std::string(300, 'a');
+    stamp.originator = std::string(31, 'o') + "\xC3\xA9";  // 31 bytes + a 2-byte character
+    ByteBuffer bext = BWFWriter::encodeBext(stamp);
+    EXPECT_EQ(std::string(bext.begin(), bext.begin() + 256), std::string(256, 'a'));
+    EXPECT_EQ(bext[256], 'o');  // Originator starts right after: no overflow
+
+    stamp.description = std::string(255, 'd') + "\xC3\xA9";
+    bext = BWFWriter::encodeBext(stamp);
+    EXPECT_EQ(bext[254], 'd');
+    EXPECT_EQ(bext[255], 0xC3);
+    EXPECT_EQ(bext[256], 'o');
+    EXPECT_EQ(bext[287], 0xC3);
+    EXPECT_EQ(bext[288], 0);
+}
+
+TEST(BWFWriterTest, ChunkPlacement) {
+    WavSpec spec;
+    spec.frames = 4;
+    spec.beforeData = {{"bext", testing::makeBextPayload(77)}};
+    spec.afterData = {{"iXML", bytesOf("<old/>")}, {"LIST", bytesOf("INFOxyz")}};
+    WAVFile source = WAVFile::fromBytes(testing::makeWav(spec));
+    ByteBuffer out = BWFWriter::build(source, sampleStamp());
+    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "iXML", "data", "LIST"}));
+
+    WavSpec junkFirst;
+    junkFirst.frames = 2;
+    junkFirst.beforeFmt = {{"JUNK", ByteBuffer(28, 0)}};
+    out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(junkFirst)), sampleStamp());
+    EXPECT_EQ(ids(out), (std::vector<std::string>{"JUNK", "fmt ", "bext", "iXML", "data"}));
+
+    // Without ixml no iXML chunk is written and the old one is still removed;
+    // a second fmt chunk gets nothing.
+    BWFStampInfo noIxml = sampleStamp();
+    noIxml.ixml.reset();
+    WavSpec twoFmt = spec;
+    twoFmt.beforeData.push_back({"fmt ", testing::makeFmtPayload(WavSpec{})});
+    out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(twoFmt)), noIxml);
+    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
+}
+
+TEST(BWFWriterTest, RoundTripKeepsAudioAndReadsBack) {
+    WavSpec spec;
+    spec.bits = 24;
+    spec.data = testing::interleavePcm(24, {{1, 2, 3}, {-4, -5, -6}});
+    spec.afterData = {{"LIST", bytesOf("INFOabc")}};
+    WAVFile source = WAVFile::fromBytes(testing::makeWav(spec));
+    BWFStampInfo stamp = sampleStamp();
+    stamp.ixml = "odd";  // odd length: a pad byte follows
+    const ByteBuffer out = BWFWriter::build(source, stamp);
+
+    // RIFF size equals the bytes after the size field, pad bytes included.
+    EXPECT_EQ(readLE32(out, 4), out.size() - 8);
+    WAVFile back = WAVFile::fromBytes(out);
+    EXPECT_EQ(back.fmt(), source.fmt());
+    EXPECT_EQ(ByteBuffer(back.dataChunk().begin(), back.dataChunk().end()),
+              ByteBuffer(source.dataChunk().begin(), source.dataChunk().end()));
+    EXPECT_EQ(BWFReader::info(back), (BWFInfo{172'800'000, 48000}));
+    EXPECT_EQ(BWFReader::ixmlText(back), "odd");
+    const auto chunks = testing::listChunks(out);
+    ASSERT_EQ(chunks[2].id, "iXML");
+    EXPECT_EQ(chunks[2].payload.size(), 3u);
+    EXPECT_EQ(chunks[4].id, "LIST");  // found after the pad byte
+    EXPECT_EQ(chunks[4].payload, bytesOf("INFOabc"));
+}
+
+TEST(BWFWriterTest, WrittenFilesOpenInLibsndfile) {
+    testing::TempDir dir;
+    struct Case {
+        ByteBuffer bytes;
+        int subtype;
+    };
+    const std::vector<std::vector<float>> two = {{0.5f, -0.5f, 0.25f, 0}, {0.1f, 0.2f, 0.3f, 0.4f}};
+    WavSpec ext;
+    ext.format = testing::kWavExtensible;
+    ext.bits = 24;
+    ext.channels = 3;
+    ext.frames = 5;
+    std::vector<Case> cases = {{testing::makePcm16(48000, two), SF_FORMAT_PCM_16},
+                               {testing::makePcm(24, 48000, two), SF_FORMAT_PCM_24},
+                               {testing::makePcm(32, 48000, two), SF_FORMAT_PCM_32},
+                               {testing::makeFloat32(48000, two), SF_FORMAT_FLOAT},
+                               {testing::makeWav(ext), SF_FORMAT_PCM_24}};
+    int n = 0;
+    for (const Case& c : cases) {
+        WAVFile source = WAVFile::fromBytes(c.bytes);
+        const fs::path out = dir / ("stamped" + std::to_string(n++) + ".wav");
+        BWFWriter::write(source, sampleStamp(), out, false);
+        const auto view = testing::openWithSndfile(out);
+        ASSERT_TRUE(view.opened) << out;
+        EXPECT_EQ(view.frames, source.frameCount());
+        EXPECT_EQ(view.channels, source.fmt().channelCount);
+        EXPECT_EQ(view.sampleRate, 48000);
+        EXPECT_EQ(view.format & SF_FORMAT_SUBMASK, c.subtype);
+        if (source.fmt().channelCount == 2) {
+            EXPECT_NEAR(view.samples[0], 0.5, 1e-4);
+            EXPECT_NEAR(view.samples[3], 0.2, 1e-4);
+        }
+    }
+}
+
+TEST(BWFWriterTest, ExistingFileIsLeftUntouchedWithoutOverwrite) {
+    testing::TempDir dir;
+    WAVFile source = WAVFile::fromBytes(testing::makePcm16(48000, {{0.1f}, {0.2f}}));
+    const fs::path out = dir / "take.wav";
+    testing::writeBytes(out, bytesOf("precious"));
+    try {
+        BWFWriter::write(source, sampleStamp(), out, false);
+        FAIL() << "expected a file-exists error";
+    } catch (const fs::filesystem_error& e) {
+        EXPECT_EQ(e.code(), std::errc::file_exists);
+    }
+    EXPECT_EQ(testing::readBytes(out), bytesOf("precious"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1);
+
+    BWFWriter::write(source, sampleStamp(), out, true);
+    EXPECT_EQ(BWFReader::info(WAVFile(out))->timeReferenceSamples, 172'800'000u);
+}
+
+TEST(BWFWriterTest, FailedRenameLeavesNoTemporaryFile) {
+    testing::TempDir dir;
+    fs::create_directory(dir / "a.wav");  // a folder sits at the destination
+    WAVFile source = WAVFile::fromBytes(testing::makePcm16(48000, {{0.1f}, {0.2f}}));
+    EXPECT_THROW(BWFWriter::write(source, sampleStamp(), dir / "a.wav", true),
+                 fs::filesystem_error);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1);
+    EXPECT_TRUE(fs::is_empty(dir / "a.wav"));
+}
+
+TEST(BWFWriterTest, MissingFolderFailsWithAFileError) {
+    testing::TempDir dir;
+    WAVFile source = WAVFile::fromBytes(testing::makePcm16(48000, {{0.1f}, {0.2f}}));
+    try {
+        BWFWriter::write(source, sampleStamp(), dir / "no" / "a.wav", true);
+        FAIL();
+    } catch (const fs::filesystem_error& e) {
+        EXPECT_EQ(e.code(), std::errc::no_such_file_or_directory);
+    }
+}
+
+}  // namespace
+}  // namespace norvane

@@ -1,0 +1,161 @@
+#include "core/audio/mono_wav_writer.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::WavSpec;
+
+std::string buildError(const ByteBuffer& source, int channel) {
+    try {
+        MonoWAVWriter::build(WAVFile::fromBytes(source), channel);
+    } catch (const MonoWAVError& e) {
+        return e.what();
+    }
+    return "";
+}
+
+TEST(MonoWAVWriterTest, ExtractsOneChannelWithAPlainHeader) {
+    WavSpec spec;
+    spec.sampleRate = 44100;
+    spec.data = testing::interleavePcm(16, {{0x0A0A, 0x0B0B, 0x0C0C}, {0x1A1A, 0x1B1B, 0x1C1C}});
+    spec.beforeData = {{"bext", testing::makeBextPayload(99)}, {"LIST", ByteBuffer(4, 'x')}};
+    const ByteBuffer out = MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(spec)), 1);
+    const auto chunks = testing::listChunks(out);
+    ASSERT_EQ(chunks.size(), 2u);
+    EXPECT_EQ(chunks[0].id, "fmt ");
+    // tag 1, 1 channel, 44100 Hz, byte rate 88200, block align 2, 16 bits
+    EXPECT_EQ(chunks[0].payload,
+              (ByteBuffer{1, 0, 1, 0, 0x44, 0xAC, 0, 0, 0x88, 0x58, 0x01, 0, 2, 0, 16, 0}));
+    EXPECT_EQ(chunks[1].id, "data");
+    EXPECT_EQ(chunks[1].payload, (ByteBuffer{0x1A, 0x1A, 0x1B, 0x1B, 0x1C, 0x1C}));
+    EXPECT_EQ(readLE32(out, 4), out.size() - 8);
+}
+
+TEST(MonoWAVWriterTest, ExtensibleAndFloatSourcesGetPlainFmt) {
+    WavSpec ext;
+    ext.format = testing::kWavExtensible;
+    ext.bits = 24;
+    ext.channels = 3;
+    ext.data = testing::interleavePcm(24, {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}});  // 3 frames
+    const ByteBuffer out = MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(ext)), 2);
+    const auto chunks = testing::listChunks(out);
+    ASSERT_EQ(chunks.size(), 2u);
+    ASSERT_EQ(chunks[0].payload.size(), 16u);
+    EXPECT_EQ(readLE16(chunks[0].payload, 0), 1);
+    EXPECT_EQ(readLE32(chunks[0].payload, 8), 48000u * 3);
+    EXPECT_EQ(readLE16(chunks[0].payload, 12), 3);
+    // 9 data bytes: odd, so a pad byte follows and counts only in the RIFF size.
+    EXPECT_EQ(chunks[1].payload, (ByteBuffer{7, 0, 0, 8, 0, 0, 9, 0, 0}));
+    EXPECT_EQ(out.size(), 12u + 24 + 8 + 9 + 1);
+    EXPECT_EQ(readLE32(out, 4), out.size() - 8);
+
+    WavSpec extFloat;
+    extFloat.format = testing::kWavExtensible;
+    extFloat.subFormat = testing::kWavFloat;
+    extFloat.bits = 32;
+    extFloat.data = testing::interleaveFloat({{0.5f}, {-0.5f}});
+    const auto f = testing::listChunks(
+        MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(extFloat)), 0));
+    EXPECT_EQ(f[0].payload,
+              (ByteBuffer{3, 0, 1, 0, 0x80, 0xBB, 0, 0, 0x00, 0xEE, 0x02, 0, 4, 0, 32, 0}));
+    EXPECT_EQ(f[1].payload, (ByteBuffer{0, 0, 0, 0x3F}));
+}
+
+TEST(MonoWAVWriterTest, RefusedSourcesHaveTheirMessages) {
+    WavSpec eight;
+    eight.bits = 8;
+    eight.frames = 2;
+    EXPECT_EQ(buildError(testing::makeWav(eight), 0),
+              "Bit depth 8 is not supported for mono export (use 16, 24, or 32).");
+    // The channel check comes first for PCM.
+    EXPECT_EQ(buildError(testing::makeWav(eight), 5),
+              "Channel index 5 is out of range (file has 2 channel(s)).");
+
+    WavSpec stereo;
+    stereo.frames = 2;
+    EXPECT_EQ(buildError(testing::makeWav(stereo), 2),
+              "Channel index 2 is out of range (file has 2 channel(s)).");
+    EXPECT_EQ(buildError(testing::makeWav(stereo), -1),
+              "Channel index -1 is out of range (file has 2 channel(s)).");
+
+    WavSpec badBlock = stereo;
+    badBlock.blockAlign = 6;
+    EXPECT_EQ(buildError(testing::makeWav(badBlock), 0),
+              "WAV block alignment does not match channel count and bit depth.");
+    WavSpec badFloatBlock;
+    badFloatBlock.format = testing::kWavFloat;
+    badFloatBlock.bits = 32;
+    badFloatBlock.blockAlign = 4;
+    badFloatBlock.data = ByteBuffer(8, 0);
+    EXPECT_EQ(buildError(testing::makeWav(badFloatBlock), 1),
+              "WAV block alignment does not match channel count and bit depth.");
+    EXPECT_EQ(buildError(testing::makeWav(badFloatBlock), 2),
+              "Channel index 2 is out of range (file has 2 channel(s)).");
+
+    try {
+        MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(stereo)), 9);
+        FAIL();
+    } catch (const MonoWAVError& e) {
+        EXPECT_EQ(e.kind(), MonoWAVError::Kind::invalidChannel);
+    }
+}
+
+TEST(MonoWAVWriterTest, TrailingPartialFrameIsDropped) {
+    WavSpec spec;
+    spec.data = ByteBuffer{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};  // 2 frames + 2 bytes
+    const auto chunks =
+        testing::listChunks(MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(spec)), 0));
+    EXPECT_EQ(chunks[1].payload, (ByteBuffer{1, 2, 5, 6}));
+}
+
+TEST(MonoWAVWriterTest, EveryChannelMatchesLibsndfile) {
+    testing::TempDir dir;
+    const std::vector<std::vector<float>> audio = {
+        {0.5f, -0.5f, 0.25f}, {0.1f, 0.2f, 0.3f}, {-0.9f, 0.9f, 0.0f}};
+    struct Case {
+        ByteBuffer bytes;
+        int subtype;
+    };
+    std::vector<Case> cases = {{testing::makePcm16(48000, audio), SF_FORMAT_PCM_16},
+                               {testing::makePcm(24, 48000, audio), SF_FORMAT_PCM_24},
+                               {testing::makePcm(32, 48000, audio), SF_FORMAT_PCM_32},
+                               {testing::makeFloat32(48000, audio), SF_FORMAT_FLOAT}};
+    int n = 0;
+    for (const Case& c : cases) {
+        WAVFile source = WAVFile::fromBytes(c.bytes);
+        for (int ch = 0; ch < 3; ++ch) {
+            const fs::path out = dir / ("m" + std::to_string(n++) + ".wav");
+            MonoWAVWriter::write(source, ch, out, false);
+            const auto view = testing::openWithSndfile(out);
+            ASSERT_TRUE(view.opened) << out;
+            EXPECT_EQ(view.channels, 1);
+            EXPECT_EQ(view.frames, 3);
+            EXPECT_EQ(view.sampleRate, 48000);
+            EXPECT_EQ(view.format, SF_FORMAT_WAV | c.subtype);
+            for (std::size_t f = 0; f < 3; ++f) {
+                EXPECT_NEAR(view.samples[f], audio[static_cast<std::size_t>(ch)][f], 1e-4);
+            }
+        }
+    }
+}
+
+TEST(MonoWAVWriterTest, ExistingDestinationIsKeptWithoutOverwrite) {
+    testing::TempDir dir;
+    WAVFile source = WAVFile::fromBytes(testing::makePcm16(48000, {{0.1f}, {0.2f}}));
+    const fs::path out = dir / "a_CH01.wav";
+    testing::writeBytes(out, ByteBuffer{'k', 'e', 'e', 'p'});
+    EXPECT_THROW(MonoWAVWriter::write(source, 0, out, false), fs::filesystem_error);
+    EXPECT_EQ(testing::readBytes(out), (ByteBuffer{'k', 'e', 'e', 'p'}));
+    MonoWAVWriter::write(source, 1, out, true);
+    EXPECT_EQ(WAVFile(out).fmt().channelCount, 1);
+}
+
+}  // namespace
+}  // namespace norvane
