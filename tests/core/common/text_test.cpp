@@ -1,0 +1,43 @@
+#include "core/common/text.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace norvane {
+namespace {
+
+TEST(TextTest, FileBrowserOrder) {
+    EXPECT_LT(fileBrowserCompare("Take 2", "Take 10"), 0);
+    EXPECT_GT(fileBrowserCompare("Take 10", "Take 2"), 0);
+    EXPECT_LT(fileBrowserCompare("a.wav", "B.wav"), 0);  // case does not come first
+    EXPECT_TRUE(fileBrowserLess("T1_CH2.wav", "T1_CH10.wav"));
+    std::vector<std::string> names = {"Take 10.wav", "take 1.wav", "Take 2.wav", "Take 1b.wav"};
+    std::sort(names.begin(), names.end(),
+              [](const std::string& a, const std::string& b) { return fileBrowserLess(a, b); });
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"take 1.wav", "Take 1b.wav", "Take 2.wav", "Take 10.wav"}));
+}
+
+TEST(TextTest, TrimSplitJoin) {
+    EXPECT_EQ(trim(" \t\r\n x y \v\f"), "x y");
+    EXPECT_EQ(trim("   "), "");
+    EXPECT_EQ(splitOn("a,,b,", ","), (std::vector<std::string>{"a", "", "b", ""}));
+    EXPECT_EQ(splitOn("a--b", "--"), (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(splitOn("abc", ""), (std::vector<std::string>{"abc"}));
+    EXPECT_EQ(joinFirstEight({}), "");
+    EXPECT_EQ(joinFirstEight({"1", "2"}), "1, 2");
+    std::vector<std::string> nine;
+    for (int i = 1; i <= 9; ++i) {
+        nine.push_back(std::to_string(i));
+    }
+    EXPECT_EQ(joinFirstEight(nine), "1, 2, 3, 4, 5, 6, 7, 8...");
+    nine.pop_back();
+    EXPECT_EQ(joinFirstEight(nine), "1, 2, 3, 4, 5, 6, 7, 8");
+    EXPECT_TRUE(endsWithNoCase("a.WAV", ".wav"));
+    EXPECT_FALSE(endsWithNoCase("wav", ".wav"));
+    EXPECT_EQ(replaceAll("a_b_c", "_", "--"), "a--b--c");
+}
+
+}  // namespace
+}  // namespace norvane
