@@ -1,0 +1,76 @@
+#include "core/stamp/csv_logger.h"
+
+#include <fmt/format.h>
+
+#include "core/common/file_output.h"
+
+namespace norvane::CSVLogger {
+
+std::string escapeField(std::string_view field) {
+    std::string out;
+    if (!field.empty()) {
+        const char first = field.front();
+        if (first == '=' || first == '+' || first == '-' || first == '@' || first == '\t' ||
+            first == '\r') {
+            out += '\'';
+        }
+    }
+    out += field;
+    if (out.find_first_of(",\"\n") == std::string::npos) {
+        return out;
+    }
+    std::string quoted = "\"";
+    for (char c : out) {
+        if (c == '"') {
+            quoted += '"';
+        }
+        quoted += c;
+    }
+    quoted += '"';
+    return quoted;
+}
+
+std::string csvText(const std::vector<ProcessedFileRecord>& records) {
+    std::string text(kHeader);
+    for (const ProcessedFileRecord& r : records) {
+        const std::string fields[] = {
+            r.sourceFile,
+            r.outputFile,
+            r.ltcFile,
+            std::to_string(r.sampleRate),
+            r.frameRate,
+            std::to_string(r.firstValidLTCSample),
+            fmt::format("{:.6f}", r.firstValidLTCSeconds),
+            r.stampedStartTimecode,
+            r.status,
+            r.warning,
+            r.mode,
+            r.groupID,
+            r.segmentIndex,
+            r.segmentStartSample,
+            r.segmentEndSample,
+            r.timeReferenceSamples,
+            r.errorCode,
+        };
+        text += '\n';
+        bool firstField = true;
+        for (const std::string& field : fields) {
+            if (!firstField) {
+                text += ',';
+            }
+            firstField = false;
+            text += escapeField(field);
+        }
+    }
+    return text;
+}
+
+void write(const std::vector<ProcessedFileRecord>& records,
+           const std::filesystem::path& destination) {
+    const std::string text = csvText(records);
+    writeFile(destination,
+              ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
+              WriteMode::replaceAtomically);
+}
+
+}  // namespace norvane::CSVLogger
