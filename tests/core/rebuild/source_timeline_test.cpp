@@ -1,0 +1,298 @@
+#include "core/rebuild/source_timeline.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include "core/common/file_output.h"
+#include "tests/support/test_support.h"
+
+namespace norvane {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::string fixture(const std::string& name) {
+    ByteBuffer bytes = readWholeFile(testing::dataDir() / "fcpxml" / name);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+SourceTimelineError readError(const std::string& text) {
+    try {
+        readSourceTimeline(text);
+    } catch (const SourceTimelineError& e) {
+        return e;
+    }
+    ADD_FAILURE() << "no error for: " << text.substr(0, 80);
+    return SourceTimelineError::missingStructure();
+}
+
+std::string wrap(const std::string& resources, const std::string& sequenceAttrs,
+                 const std::string& spine) {
+    return "<fcpxml version=\"1.9\"><resources>" + resources +
+           "</resources><library><event><project><sequence " + sequenceAttrs + "><spine>" + spine +
+           "</spine></sequence></project></event></library></fcpxml>";
+}
+
+const std::string kCamera =
+    "<format id=\"r1\" frameDuration=\"1/25s\"/>"
+    "<asset id=\"a1\" name=\"CamA\" hasVideo=\"1\" format=\"r1\"><media-rep src=\"file:///a.mov\" "
+    "kind=\"original-media\"/></asset>"
+    "<asset id=\"snd\" name=\"Sound\" hasAudio=\"1\"/>";
+
+// --- Real exports -------------------------------------------------------------
+
+TEST(SourceTimelineExports, MixedRatesReadTheProjectSequenceAndSkipWholeSecondTimes) {
+    SourceContext c = readSourceTimeline(fixture("24.fcpxml"));
+    ASSERT_EQ(c.formats.size(), 3u);
+    EXPECT_EQ(c.formats[1].id, "r5");
+    EXPECT_EQ(c.formats[1].frameDuration, RationalTime(1001, 24000));
+    EXPECT_EQ(c.sequenceFormatID, "r1");
+    EXPECT_EQ(c.frameRate.numerator, 24);  // frameDuration 100/2400s
+    EXPECT_EQ(c.frameRate.denominator, 1);
+    EXPECT_FALSE(c.frameRate.dropFrame);
+    EXPECT_EQ(c.assetsByID.size(), 2u);
+    EXPECT_TRUE(c.assetsByID.at("r4").hasVideo);
+    ASSERT_TRUE(c.assetsByID.at("r4").mediaRep);
+    EXPECT_EQ(attributeValue(*c.assetsByID.at("r4").mediaRep, "src"),
+              "file:///Users/user/Movies/TestVideo.mp4");
+
+    // Fifteen asset-clips are walked: those without a start, those with
+    // "26s" durations, the compound clip's own and the ones inside connected
+    // storylines are not candidates.
+    ASSERT_EQ(c.candidates.size(), 10u);
+    for (const CameraCandidate& cand : c.candidates) {
+        EXPECT_NE(cand.duration, RationalTime(26, 1));
+    }
+    const CameraCandidate& first = c.candidates[0];
+    EXPECT_EQ(first.assetRef, "r4");
+    EXPECT_EQ(first.clipName, "TestVideo");
+    EXPECT_EQ(first.formatID, "r5");
+    EXPECT_EQ(first.start, RationalTime(79079, 1600));
+    EXPECT_EQ(first.startFrame, 1186);  // 49.424... s at 24 fps
+    EXPECT_EQ(first.durationFrames, 901);
+    EXPECT_EQ(first.tcFormat, "NDF");
+    // The clip connected above a spine clip stands on lane 1.
+    const CameraCandidate& connected = c.candidates[4];
+    EXPECT_EQ(connected.laneRaw, 1);
+    EXPECT_EQ(connected.start, RationalTime(2399397, 8000));
+    EXPECT_EQ(connected.durationFrames, 369);
+
+    ASSERT_EQ(c.videoSources.size(), 2u);
+    EXPECT_EQ(c.videoSources[0].rawLane, 0);
+    EXPECT_EQ(c.videoSources[0].outputLane, 1);
+    EXPECT_EQ(c.videoSources[0].label, "V1");
+    EXPECT_EQ(c.videoSources[0].candidates.size(), 9u);
+    EXPECT_EQ(c.videoSources[1].rawLane, 1);
+    EXPECT_EQ(c.videoSources[1].sourceIndex, 1);
+    EXPECT_EQ(c.videoSources[1].candidates.size(), 1u);
+    EXPECT_EQ(c.firstMulticam(), nullptr);
+}
+
+TEST(SourceTimelineExports, InterlacedAndDropFrameRates) {
+    SourceContext pal = readSourceTimeline(fixture("25i.fcpxml"));
+    EXPECT_EQ(pal.frameRate.numerator, 25);
+    EXPECT_EQ(pal.frameRate.denominator, 1);
+    ASSERT_EQ(pal.candidates.size(), 5u);  // "Clip 1" has no start
+    EXPECT_EQ(pal.candidates[0].clipName, "Clip 2");
+    EXPECT_EQ(pal.candidates[0].startFrame, 179);
+
+    SourceContext ntsc = readSourceTimeline(fixture("29.97d.fcpxml"));
+    EXPECT_EQ(ntsc.sequenceTCFormat, "DF");
+    EXPECT_EQ(ntsc.frameRate.numerator, 30000);
+    EXPECT_EQ(ntsc.frameRate.denominator, 1001);
+    EXPECT_TRUE(ntsc.frameRate.dropFrame);
+    EXPECT_EQ(ntsc.frameRate.label, "29.97 DF");
+    ASSERT_EQ(ntsc.candidates.size(), 5u);
+    EXPECT_EQ(ntsc.candidates[0].start, RationalTime(214214, 30000));
+    EXPECT_EQ(ntsc.candidates[0].startFrame, 214);
+    EXPECT_EQ(ntsc.candidates[0].durationFrames, 106);
+}
+
+TEST(SourceTimelineExports, AudioOnlyAndEmptyProjectsHaveNoVideoLanes) {
+    SourceContext audio = readSourceTimeline(fixture("AudioOnly.fcpxml"));
+    EXPECT_EQ(audio.frameRate.numerator, 24000);
+    EXPECT_EQ(audio.frameRate.label, "23.976");
+    EXPECT_EQ(audio.assetsByID.size(), 2u);
+    EXPECT_FALSE(audio.assetsByID.at("r2").hasVideo);
+    EXPECT_TRUE(audio.candidates.empty());
+    EXPECT_TRUE(audio.videoSources.empty());
+
+    SourceContext structure = readSourceTimeline(fixture("Structure.fcpxml"));
+    EXPECT_EQ(structure.frameRate.numerator, 30000);
+    EXPECT_TRUE(structure.videoSources.empty());
+}
+
+TEST(SourceTimelineExports, MulticamAnglesAreReadButWholeSecondClipsAreSkipped) {
+    SourceContext c = readSourceTimeline(fixture("MulticamSample.fcpxml"));
+    EXPECT_EQ(c.frameRate.numerator, 24000);
+    EXPECT_EQ(c.frameRate.denominator, 1001);
+    ASSERT_EQ(c.multicamMediaByID.size(), 1u);
+    const MulticamMedia& media = c.multicamMediaByID.at("r2");
+    EXPECT_EQ(media.name, "Chocolate Interview");
+    EXPECT_EQ(media.formatID, "r1");
+    EXPECT_EQ(media.tcFormat, "NDF");
+    EXPECT_EQ(media.tcStart, RationalTime::zero());  // "0s" has no value
+    ASSERT_EQ(media.angles.size(), 4u);
+    EXPECT_EQ(media.angles[1].angleID, "UNx7r0rBQK+YH4GNKotbRg");
+    EXPECT_EQ(media.angles[1].name, "Day2_InterviewOwners_02_A");
+    EXPECT_EQ(media.defaultAngleID, "vx767AypQ4KHHxVD6YFRdg");
+    // Angle clips start at "41029s" or have no start: none can be read, so the
+    // covered range is empty; the mc-clip itself has no start and is skipped.
+    for (const MulticamAngle& angle : media.angles) {
+        EXPECT_TRUE(angle.clips.empty()) << angle.name;
+    }
+    EXPECT_EQ(media.startFrame, 0);
+    EXPECT_EQ(media.endFrame, 0);
+    EXPECT_TRUE(c.multicamCandidates.empty());
+    EXPECT_TRUE(c.videoSources.empty());
+}
+
+// --- Rules on small documents ---------------------------------------------------
+
+TEST(SourceTimeline, SequenceFormatAndRateDefaults) {
+    // No format attribute: the format with id r0; none: 24 fps.
+    SourceContext r0 = readSourceTimeline(
+        wrap("<format id=\"r0\" frameDuration=\"1/50s\"/>", "tcFormat=\"df\"", ""));
+    EXPECT_EQ(r0.sequenceFormatID, "r0");
+    EXPECT_EQ(r0.frameRate.numerator, 50);
+    EXPECT_EQ(r0.sequenceTCFormat, "DF");  // lower-case df is drop-frame
+    EXPECT_TRUE(r0.frameRate.dropFrame);
+
+    SourceContext none = readSourceTimeline(wrap("", "", ""));
+    EXPECT_EQ(none.frameRate.numerator, 24);
+    EXPECT_EQ(none.frameRate.denominator, 1);
+    EXPECT_EQ(none.sequenceTCFormat, "NDF");
+
+    SourceContext unparsed = readSourceTimeline(
+        wrap("<format id=\"r1\" frameDuration=\"1/25\"/>", "format=\"r1\" tcFormat=\"DFX\"", ""));
+    EXPECT_EQ(unparsed.frameRate.numerator, 24);  // no trailing s: 1/24 s used
+    EXPECT_EQ(unparsed.sequenceTCFormat, "NDF");
+
+    SourceContext ntsc = readSourceTimeline(
+        wrap("<format id=\"r9\" frameDuration=\"2002/60000s\"/>", "format=\"r9\"", ""));
+    EXPECT_EQ(ntsc.frameRate.numerator, 30000);  // normalised before inverting
+    EXPECT_EQ(ntsc.frameRate.denominator, 1001);
+}
+
+TEST(SourceTimeline, CameraClipRules) {
+    std::string spine =
+        // Spine clip: lane 0; its video child supplies ref and start.
+        "<clip name=\"C0\" start=\"0/1s\" duration=\"10/1s\"><video ref=\"a1\" "
+        "start=\"3600/1s\"/></clip>"
+        // A lane that is not an integer: skipped, its connected clip still found.
+        "<asset-clip ref=\"a1\" lane=\"up\" name=\"bad\" start=\"0/1s\" duration=\"1/1s\">"
+        "<asset-clip ref=\"a1\" lane=\"2\" name=\"C2\" start=\"7201/2s\" duration=\"1/50s\"/>"
+        "</asset-clip>"
+        // Audio-only asset, unknown ref, whole-second start: skipped.
+        "<asset-clip ref=\"snd\" lane=\"1\" name=\"s\" start=\"0/1s\" duration=\"1/1s\"/>"
+        "<asset-clip ref=\"zz\" lane=\"1\" name=\"z\" start=\"0/1s\" duration=\"1/1s\"/>"
+        "<asset-clip ref=\"a1\" lane=\"1\" name=\"w\" start=\"3600s\" duration=\"1/1s\"/>"
+        // Connected to a gap, negative lane.
+        "<gap start=\"0/1s\" duration=\"5/1s\"><asset-clip ref=\"a1\" lane=\"-3\" name=\"G\" "
+        "start=\"1/1s\" duration=\"1/1s\"/></gap>"
+        // Inside a connected storyline: not walked.
+        "<spine lane=\"1\"><asset-clip ref=\"a1\" name=\"S\" start=\"0/1s\" duration=\"1/1s\"/>"
+        "</spine>";
+    SourceContext c = readSourceTimeline(wrap(kCamera, "format=\"r1\"", spine));
+    ASSERT_EQ(c.candidates.size(), 3u);
+    EXPECT_EQ(c.candidates[0].clipName, "C0");
+    EXPECT_EQ(c.candidates[0].elementName, "clip");
+    EXPECT_EQ(c.candidates[0].assetRef, "a1");
+    EXPECT_EQ(c.candidates[0].start, RationalTime(3600, 1));
+    EXPECT_EQ(c.candidates[0].startFrame, 90000);
+    EXPECT_EQ(c.candidates[0].durationFrames, 250);
+    EXPECT_EQ(c.candidates[1].clipName, "C2");
+    EXPECT_EQ(c.candidates[1].startFrame, 90013);  // 90012.5 rounds away from zero
+    EXPECT_EQ(c.candidates[1].durationFrames, 1);  // half a frame still counts as one
+    EXPECT_EQ(c.candidates[2].laneRaw, -3);
+
+    ASSERT_EQ(c.videoSources.size(), 3u);  // lanes -3, 0, 2 in numeric order
+    EXPECT_EQ(c.videoSources[0].rawLane, -3);
+    EXPECT_EQ(c.videoSources[1].rawLane, 0);
+    EXPECT_EQ(c.videoSources[2].rawLane, 2);
+    EXPECT_EQ(c.videoSources[2].outputLane, 3);
+    EXPECT_EQ(c.videoSources[2].label, "V3");
+}
+
+TEST(SourceTimeline, MulticamMediaAndClips) {
+    std::string resources =
+        kCamera +
+        "<asset id=\"a2\" name=\"CamB\" hasVideo=\"1\"><media-rep src=\"file:///b.mov\"/></asset>"
+        "<media id=\"m1\"><multicam format=\"r1\" tcStart=\"3600/1s\" tcFormat=\"NDF\">"
+        "<mc-angle name=\"A\" angleID=\"angA\">"
+        "<asset-clip ref=\"a1\" offset=\"3600/1s\" start=\"3600/1s\" duration=\"60/1s\"/>"
+        "<asset-clip ref=\"a1\" offset=\"3700/1s\" start=\"3700/1s\" duration=\"10s\"/></mc-angle>"
+        "<mc-angle name=\"B\" angleID=\"angB\">"
+        "<asset-clip ref=\"a2\" offset=\"3590/1s\" start=\"3590/1s\" duration=\"20/1s\"/>"
+        "</mc-angle></multicam></media>"
+        "<media id=\"cmp\"><sequence><spine/></sequence></media>";
+    std::string spine =
+        "<mc-clip ref=\"m1\" name=\"MC\" start=\"3600/1s\" duration=\"30/1s\">"
+        "<mc-source angleID=\"angA\" srcEnable=\"audio\"/>"
+        "<mc-source angleID=\"angB\" srcEnable=\"video\"/></mc-clip>"
+        "<mc-clip ref=\"cmp\" lane=\"1\" name=\"not multicam\" start=\"0/1s\" duration=\"1/1s\"/>"
+        "<mc-clip ref=\"m1\" lane=\"1\" name=\"MC2\" start=\"3600/1s\" duration=\"1/1s\"/>";
+    SourceContext c = readSourceTimeline(wrap(resources, "format=\"r1\"", spine));
+    ASSERT_EQ(c.multicamMediaByID.size(), 1u);
+    const MulticamMedia& media = c.multicamMediaByID.at("m1");
+    EXPECT_EQ(media.name, "Multicam");  // no name attribute
+    EXPECT_EQ(media.tcStart, RationalTime(3600, 1));
+    EXPECT_EQ(media.angles[0].clips.size(), 1u);
+    EXPECT_EQ(media.startFrame, 3590 * 25);
+    EXPECT_EQ(media.endFrame, 3660 * 25);
+    ASSERT_NE(media.mediaNode, nullptr);
+    EXPECT_EQ(media.mediaNode->name, "media");
+
+    ASSERT_EQ(c.multicamCandidates.size(), 2u);
+    EXPECT_EQ(c.multicamCandidates[0].clipName, "MC");
+    EXPECT_EQ(c.multicamCandidates[0].angleID, "angB");  // the angle that gives the picture
+    EXPECT_EQ(c.multicamCandidates[1].angleID, "angA");  // no mc-source: the first angle
+    EXPECT_EQ(c.multicamCandidates[1].laneRaw, 1);
+    ASSERT_NE(c.firstMulticam(), nullptr);
+    EXPECT_EQ(c.firstMulticam()->clipName, "MC");
+    ASSERT_EQ(c.videoSources.size(), 2u);
+}
+
+TEST(SourceTimeline, CodedErrors) {
+    SourceTimelineError notUTF8 = readError("<fcpxml>\xE9</fcpxml>");
+    EXPECT_EQ(notUTF8.codeNumber(), 1);
+    EXPECT_EQ(notUTF8.message(), "Source XML is not UTF-8.");
+    EXPECT_EQ(notUTF8.domain(), "ResolveTimelineRebuildEngine");
+
+    SourceTimelineError malformed = readError("<fcpxml><resources></fcpxml>");
+    EXPECT_EQ(malformed.codeNumber(), 2);
+    EXPECT_EQ(malformed.message(), "XML parse error at line 1, column 22: mismatched tag");
+    EXPECT_EQ(readError("   ").codeNumber(), 2);
+
+    SourceTimelineError noSpine = readError(
+        "<fcpxml><resources/><library><event><project><sequence/></project></event></library>"
+        "</fcpxml>");
+    EXPECT_EQ(noSpine.codeNumber(), 3);
+    EXPECT_EQ(noSpine.message(), "Source XML missing resources/sequence/spine.");
+    EXPECT_EQ(readError("<fcpxml><sequence><spine/></sequence></fcpxml>").codeNumber(), 3);
+}
+
+TEST(SourceTimeline, HostileDocumentsFailQuickly) {
+    auto begin = std::chrono::steady_clock::now();
+    std::string deep = "<fcpxml><resources/><sequence><spine>";
+    for (int i = 0; i < 100000; ++i) {
+        deep += "<gap duration=\"1/1s\">";
+    }
+    SourceTimelineError nested = readError(deep);
+    EXPECT_EQ(nested.codeNumber(), 2);
+    EXPECT_THAT(nested.message(), HasSubstr("nested deeper than"));
+
+    std::string bomb =
+        "<!DOCTYPE fcpxml [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;\">]>"
+        "<fcpxml><resources/><sequence name=\"&b;\"><spine/></sequence></fcpxml>";
+    SourceTimelineError entities = readError(bomb);
+    EXPECT_EQ(entities.codeNumber(), 2);
+    EXPECT_THAT(entities.message(), HasSubstr("entity declarations are not allowed"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+}
+
+}  // namespace
+}  // namespace norvane
