@@ -1,0 +1,159 @@
+#include "core/audio/ltc_recording.h"
+
+#include <sndfile.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/audio/riff_writer.h"
+#include "core/timecode/ltc_decoder.h"
+#include "tests/support/test_support.h"
+
+namespace norvane {
+namespace {
+
+// What libsndfile reads back from a file.
+struct ReadBack {
+    SF_INFO info{};
+    std::vector<float> interleaved;
+};
+
+ReadBack readWithSndfile(const std::filesystem::path& path) {
+    ReadBack r;
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &r.info);
+    EXPECT_NE(file, nullptr) << sf_strerror(nullptr);
+    if (!file) {
+        return r;
+    }
+    r.interleaved.resize(static_cast<std::size_t>(r.info.frames * r.info.channels));
+    sf_readf_float(file, r.interleaved.data(), r.info.frames);
+    sf_close(file);
+    return r;
+}
+
+std::vector<float> channel(const ReadBack& r, int index) {
+    std::vector<float> out;
+    for (sf_count_t i = 0; i < r.info.frames; ++i) {
+        out.push_back(r.interleaved[static_cast<std::size_t>(i * r.info.channels + index)]);
+    }
+    return out;
+}
+
+class LTCRecordingFormatTest : public ::testing::TestWithParam<LTCRecordingFormat> {};
+
+TEST_P(LTCRecordingFormatTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
+    setFrameRateDiagnosticsStream(nullptr);
+    testing::TempDir dir;
+    LTCRecordingOptions options;
+    options.rate = *frameRateConfig(FrameRatePreset::fps29_97DF);
+    options.start = Timecode{13, 8, 59, 28, true};
+    options.seconds = 1.5;
+    options.sampleRate = 44100;
+    options.channels = 3;
+    options.ltcChannel = 2;
+    options.format = GetParam();
+    options.leadInSamples = 1000;
+    const auto path = dir / "take.wav";
+    const LTCRecordingSummary summary = writeLTCRecording(path, options);
+
+    const ReadBack r = readWithSndfile(path);
+    EXPECT_EQ(r.info.channels, 3);
+    EXPECT_EQ(r.info.samplerate, 44100);
+    EXPECT_EQ(r.info.frames, 66150);
+    EXPECT_EQ(summary.frameCount, 66150);
+    const int subtype = r.info.format & SF_FORMAT_SUBMASK;
+    switch (GetParam()) {
+        case LTCRecordingFormat::pcm16:
+            EXPECT_EQ(subtype, SF_FORMAT_PCM_16);
+            break;
+        case LTCRecordingFormat::pcm24:
+            EXPECT_EQ(subtype, SF_FORMAT_PCM_24);
+            break;
+        case LTCRecordingFormat::pcm32:
+            EXPECT_EQ(subtype, SF_FORMAT_PCM_32);
+            break;
+        case LTCRecordingFormat::float32:
+            EXPECT_EQ(subtype, SF_FORMAT_FLOAT);
+            break;
+    }
+
+    const std::vector<float> ltc = channel(r, 1);
+    for (std::int64_t i = 0; i < 1000; ++i) {
+        ASSERT_EQ(ltc[static_cast<std::size_t>(i)], 0.0f) << i;
+    }
+    // The first frame starts at the lead-in and carries the start code.
+    ASSERT_FALSE(summary.frames.empty());
+    EXPECT_EQ(summary.frames[0].sample, 1000);
+    EXPECT_EQ(summary.frames[0].timecode, options.start);
+    // 13:08:59;29 is followed by 13:09:00;02 in drop-frame counting.
+    ASSERT_GE(summary.frames.size(), 3u);
+    EXPECT_EQ(summary.frames[2].timecode, (Timecode{13, 9, 0, 2, true}));
+
+    const LTCDecodeResult result = LTCDecoder::decode(ltc, 44100, options.rate);
+    EXPECT_GT(result.confidence, 0.9);
+    // Find the summary frame the decoder locked onto.
+    bool matched = false;
+    for (const auto& frame : summary.frames) {
+        if (std::llabs(frame.sample - result.firstValidSample) <= 4) {
+            EXPECT_EQ(frame.timecode, result.timecode);
+            matched = true;
+        }
+    }
+    EXPECT_TRUE(matched);
+    // The tone channels are quiet: -30 dBFS.
+    for (int c : {0, 2}) {
+        float peak = 0;
+        for (float s : channel(r, c)) {
+            peak = std::max(peak, std::fabs(s));
+        }
+        EXPECT_NEAR(peak, 0.0316, 0.001);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllFormats, LTCRecordingFormatTest,
+                         ::testing::Values(LTCRecordingFormat::pcm16, LTCRecordingFormat::pcm24,
+                                           LTCRecordingFormat::pcm32, LTCRecordingFormat::float32),
+                         [](const auto& p) { return label(p.param); });
+
+TEST(LTCRecordingTest, BadOptionsAndExistingFilesAreRefused) {
+    testing::TempDir dir;
+    LTCRecordingOptions options;
+    options.rate = *frameRateConfig(FrameRatePreset::fps25);
+    options.seconds = 0.5;
+    options.channels = 2;
+    options.ltcChannel = 3;
+    EXPECT_THAT([&] { buildLTCRecording(options); },
+                ::testing::ThrowsMessage<LTCRecordingError>(
+                    "LTC channel 3 does not exist in a 2-channel recording."));
+    options.ltcChannel = 1;
+    options.jumps = {{0.7, Timecode{}}};
+    EXPECT_THAT(
+        [&] { buildLTCRecording(options); },
+        ::testing::ThrowsMessage<LTCRecordingError>("A jump at 0.7 s lies outside the recording."));
+    options.jumps.clear();
+    // A day of 2 channels at 96 kHz would not fit a RIFF file.
+    LTCRecordingOptions huge = options;
+    huge.seconds = 86400;
+    huge.channels = 2;
+    huge.sampleRate = 96000;
+    EXPECT_THAT(
+        [&] { buildLTCRecording(huge); },
+        ::testing::ThrowsMessage<RIFFWriteError>("Output would exceed the 4 GiB WAV size limit."));
+
+    const auto path = dir / "existing.wav";
+    writeLTCRecording(path, options);
+    const auto size = std::filesystem::file_size(path);
+    options.seconds = 1.0;
+    EXPECT_THROW(writeLTCRecording(path, options), std::filesystem::filesystem_error);
+    EXPECT_EQ(std::filesystem::file_size(path), size);
+    writeLTCRecording(path, options, true);
+    EXPECT_GT(std::filesystem::file_size(path), size);
+    EXPECT_EQ(ltcRecordingFormatFromLabel("float32"), LTCRecordingFormat::float32);
+    EXPECT_FALSE(ltcRecordingFormatFromLabel("pcm8"));
+}
+
+}  // namespace
+}  // namespace norvane
