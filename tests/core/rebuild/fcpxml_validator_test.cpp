@@ -1,0 +1,93 @@
+#include "core/rebuild/fcpxml_validator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace norvane {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+
+std::vector<std::string> messages(const ResolveGeneratedFCPXMLValidation& v) {
+    std::vector<std::string> out;
+    for (const auto& issue : v.issues) {
+        out.push_back(label(issue.severity) + ": " + issue.message);
+    }
+    return out;
+}
+
+std::string document(const std::string& resources, const std::string& spine) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE fcpxml>\n<fcpxml "
+           "version=\"1.9\"><resources>" +
+           resources +
+           "</resources><library><event><project><sequence duration=\"10/1s\" "
+           "format=\"r0\"><spine>" +
+           spine + "</spine></sequence></project></event></library></fcpxml>";
+}
+
+TEST(GeneratedFCPXMLValidation, CleanDocumentPasses) {
+    auto v = validateGeneratedFCPXML(document(
+        "<format id=\"r0\"/><asset id=\"a\" duration=\"1001/30000s\"/>",
+        "<gap duration=\"5/1s\"><asset-clip ref=\"a\" lane=\"-1\" duration=\"1/2s\"/></gap>"));
+    EXPECT_THAT(messages(v), ElementsAre("Info: Generated FCPXML validation passed."));
+    EXPECT_FALSE(v.hasErrors());
+}
+
+TEST(GeneratedFCPXMLValidation, DuplicateIdsThenUnresolvedRefsInOrder) {
+    auto v = validateGeneratedFCPXML(document(
+        "<format id=\"r0\"/><asset id=\"r2\"/><asset id=\"r2\"/>", "<asset-clip ref=\"r9\"/>"));
+    EXPECT_THAT(messages(v),
+                ElementsAre("Error: Generated FCPXML has duplicate resource IDs: r2.",
+                            "Error: Generated FCPXML has unresolved resource refs: r9."));
+    EXPECT_TRUE(v.hasErrors());
+}
+
+TEST(GeneratedFCPXMLValidation, ListsAtMostEightSortedEntries) {
+    std::string spine;
+    for (int i = 12; i >= 1; --i) {
+        spine += "<video ref=\"x" + std::to_string(i) + "\"/>";
+    }
+    auto v = validateGeneratedFCPXML(document("", spine));
+    // Plain text order: x1, x10, x11, x12, x2, ...
+    EXPECT_THAT(messages(v), ElementsAre("Error: Generated FCPXML has unresolved resource refs: "
+                                         "x1, x10, x11, x12, x2, x3, x4, x5...."));
+}
+
+TEST(GeneratedFCPXMLValidation, DurationsMustBePositiveNarrowRationals) {
+    auto v = validateGeneratedFCPXML(
+        document("",
+                 "<gap duration=\"0/1s\"/><gap duration=\"3600s\"/><clip duration=\"1/0s\"/>"
+                 "<gap duration=\"1001/30000s\"/><gap duration=\"-1/2s\"/>"));
+    EXPECT_THAT(messages(v),
+                ElementsAre("Error: Generated FCPXML contains invalid durations: gap "
+                            "duration=0/1s, gap duration=3600s, clip duration=1/0s, gap "
+                            "duration=-1/2s."));
+}
+
+TEST(GeneratedFCPXMLValidation, WrongRootAndMissingContainers) {
+    auto v = validateGeneratedFCPXML("<fcpxmls><resources/><library/></fcpxmls>");
+    EXPECT_THAT(messages(v), ElementsAre("Error: Generated FCPXML root must be <fcpxml>.",
+                                         "Error: Generated FCPXML missing <event> element.",
+                                         "Error: Generated FCPXML missing <project> element.",
+                                         "Error: Generated FCPXML missing <sequence> element.",
+                                         "Error: Generated FCPXML missing <spine> element."));
+}
+
+TEST(GeneratedFCPXMLValidation, UnreadableDocumentsStopEarly) {
+    EXPECT_THAT(messages(validateGeneratedFCPXML("<fcpxml>\xFF</fcpxml>")),
+                ElementsAre("Error: Generated FCPXML is not UTF-8."));
+    auto broken = validateGeneratedFCPXML("<fcpxml><resources></fcpxml>");
+    ASSERT_EQ(broken.issues.size(), 1u);
+    EXPECT_EQ(broken.issues[0].message,
+              "Generated FCPXML parse failed: XML parse error at line 1, column 22: mismatched "
+              "tag");
+    EXPECT_THAT(messages(validateGeneratedFCPXML("")),
+                ElementsAre(StartsWith("Error: Generated FCPXML parse failed: ")));
+}
+
+}  // namespace
+}  // namespace norvane
