@@ -1,0 +1,92 @@
+#include "app/gui/widgets/drop_area.h"
+
+#include <gtest/gtest.h>
+
+#include <QDragEnterEvent>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QUrl>
+
+#include "tests/app/gui/gui_test_support.h"
+
+namespace norvane::gui {
+namespace {
+
+class DropAreaTest : public ::testing::Test {
+  protected:
+    void SetUp() override { testing::ensureGuiApp(); }
+
+    static QMimeData* urls(const QList<QUrl>& list) {
+        auto* mime = new QMimeData;
+        mime->setUrls(list);
+        return mime;
+    }
+    static bool enter(DropArea& area, const QMimeData* mime) {
+        QDragEnterEvent event(QPoint(10, 10), Qt::CopyAction, mime, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&area, &event);
+        return event.isAccepted();
+    }
+    static bool drop(DropArea& area, const QMimeData* mime) {
+        QDropEvent event(QPointF(10, 10), Qt::CopyAction, mime, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&area, &event);
+        return event.isAccepted();
+    }
+};
+
+TEST_F(DropAreaTest, HighlightsWhileLocalFilesHoverAndDeliversThemInOrder) {
+    DropArea area("Drag files here", "WAV only");
+    area.resize(320, 120);
+    QSignalSpy dropped(&area, &DropArea::pathsDropped);
+    std::unique_ptr<QMimeData> mime(
+        urls({QUrl::fromLocalFile("/media/day1"), QUrl("https://example.com/a.wav"),
+              QUrl::fromLocalFile("/media/b.wav")}));
+
+    EXPECT_TRUE(enter(area, mime.get()));
+    EXPECT_TRUE(area.isDropTargeted());
+    // The highlight is visible: the border turns to the accent colour.
+    EXPECT_TRUE(testing::containsColor(testing::renderWidget(area), QRect(0, 0, 320, 4),
+                                       QColor(0x1F, 0x5F, 0xBF), 12));
+
+    EXPECT_TRUE(drop(area, mime.get()));
+    EXPECT_FALSE(area.isDropTargeted());
+    ASSERT_EQ(dropped.count(), 1);
+    EXPECT_EQ(dropped.at(0).at(0).toStringList(), QStringList({"/media/day1", "/media/b.wav"}));
+    EXPECT_FALSE(testing::containsColor(testing::renderWidget(area), QRect(0, 0, 320, 4),
+                                        QColor(0x1F, 0x5F, 0xBF), 12));
+}
+
+TEST_F(DropAreaTest, RefusesDragsWithoutLocalFiles) {
+    DropArea area("Drag files here");
+    QSignalSpy dropped(&area, &DropArea::pathsDropped);
+    QMimeData text;
+    text.setText("/media/a.wav");
+    std::unique_ptr<QMimeData> remote(urls({QUrl("https://example.com/a.wav")}));
+
+    EXPECT_FALSE(enter(area, &text));
+    EXPECT_FALSE(enter(area, remote.get()));
+    EXPECT_FALSE(area.isDropTargeted());
+    EXPECT_FALSE(drop(area, remote.get()));
+    EXPECT_EQ(dropped.count(), 0);
+}
+
+TEST_F(DropAreaTest, LeavingClearsTheHighlightAndTheBrowseButtonAsksForThePicker) {
+    DropArea area("Drag files here", "sub");
+    QSignalSpy targeted(&area, &DropArea::dropTargetedChanged);
+    QSignalSpy browse(&area, &DropArea::browseRequested);
+    std::unique_ptr<QMimeData> mime(urls({QUrl::fromLocalFile("/a.wav")}));
+    enter(area, mime.get());
+    QDragLeaveEvent leave;
+    QCoreApplication::sendEvent(&area, &leave);
+    EXPECT_FALSE(area.isDropTargeted());
+    EXPECT_EQ(targeted.count(), 2);
+
+    area.addBrowseButton("Add files…")->click();
+    EXPECT_EQ(browse.count(), 1);
+    EXPECT_EQ(area.title(), "Drag files here");
+    area.setSubtitle({});
+    EXPECT_EQ(area.subtitle(), "");
+}
+
+}  // namespace
+}  // namespace norvane::gui
