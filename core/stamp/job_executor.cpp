@@ -1,0 +1,446 @@
+#include "core/stamp/job_executor.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <set>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "core/audio/bwf_writer.h"
+#include "core/common/local_time.h"
+#include "core/common/uuid.h"
+#include "core/stamp/cut_detection.h"
+#include "core/stamp/ltc_source.h"
+#include "core/stamp/output_naming.h"
+
+namespace norvane::JobExecutor {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string fileName(const fs::path& path) {
+    return path.filename().string();
+}
+
+std::string joinWarnings(const std::vector<ProcessingWarning>& warnings) {
+    std::string joined;
+    for (const ProcessingWarning& w : warnings) {
+        if (!joined.empty()) {
+            joined += " | ";
+        }
+        joined += w.message;
+    }
+    return joined;
+}
+
+// What every output of one job (or one segment) is stamped with.
+struct Stamp {
+    const ProcessingJob* job = nullptr;
+    const ProcessingOptions* options = nullptr;
+    LTCDecodeResult decode;
+    std::int64_t sampleRate = 0;
+    Timecode start;
+    std::uint64_t timeReference = 0;
+    std::string originationDate;
+    std::string originationTime;
+    std::vector<ProcessingWarning> warnings;
+};
+
+// Names, stamps and writes one source (a segment's stretch of it for a segment
+// job), appending the output and its record.
+void writeOutput(const WAVFile& source, const Stamp& stamp, const std::string& ltcFileName,
+                 std::vector<ProcessedFileRecord>& records, std::vector<std::string>& outputs) {
+    const ProcessingJob& job = *stamp.job;
+    const ProcessingOptions& options = *stamp.options;
+    const std::optional<SegmentBoundary>& segment = job.segment;
+    const std::string name = OutputNaming::outputName(
+        source.url(), segment ? std::optional(segment->segmentIndex) : std::nullopt,
+        options.outputNaming.suffix);
+    const fs::path destination = OutputNaming::resolveDestination(
+        options.outputFolder, name, options.outputNaming.collisionBehavior);
+
+    BWFStampInfo info;
+    info.timeReferenceSamples = stamp.timeReference;
+    info.description = "Stamped by Norvane";
+    info.originator = "Norvane";
+    info.originatorReference = makeUUID();
+    info.originationDate = stamp.originationDate;
+    info.originationTime = stamp.originationTime;
+    info.ixml = ixmlDocument(stamp.decode.frameRate, stamp.start);
+    const bool overwrite =
+        options.outputNaming.collisionBehavior == OutputCollisionBehavior::overwrite;
+
+    if (segment) {
+        // Only the segment's frames are copied; the writer gets them as the data
+        // of a file with the source's format and chunks.
+        const std::int64_t frames = source.frameCount();
+        const std::int64_t start = std::clamp<std::int64_t>(segment->startSample, 0, frames);
+        const std::int64_t end = std::clamp<std::int64_t>(segment->endSample, start, frames);
+        const std::size_t block = source.fmt().blockAlign;
+        const ByteView data = source.dataChunk();
+        ByteBuffer stretch(data.begin() + static_cast<std::ptrdiff_t>(start * block),
+                           data.begin() + static_cast<std::ptrdiff_t>(end * block));
+        BWFWriter::write(source.replacingData(std::move(stretch), source.url()), info, destination,
+                         overwrite);
+    } else {
+        BWFWriter::write(source, info, destination, overwrite);
+    }
+
+    ProcessedFileRecord record;
+    record.sourceFile = fileName(source.url());
+    record.outputFile = fileName(destination);
+    record.ltcFile = ltcFileName;
+    record.sampleRate = stamp.sampleRate;
+    record.frameRate = stamp.decode.frameRate.label;
+    record.firstValidLTCSample = stamp.decode.firstValidSample;
+    record.firstValidLTCSeconds = stamp.decode.firstValidSeconds;
+    record.stampedStartTimecode = stamp.start.description();
+    record.status = "ok";
+    record.warning = joinWarnings(stamp.warnings);
+    record.mode = label(job.mode);
+    record.groupID = job.groupID;
+    if (segment) {
+        record.segmentIndex = std::to_string(segment->segmentIndex);
+        record.segmentStartSample = std::to_string(segment->startSample);
+        record.segmentEndSample = std::to_string(segment->endSample);
+        record.segmentLengthSamples =
+            std::to_string(std::max<std::int64_t>(segment->endSample - segment->startSample, 0));
+    } else {
+        record.segmentLengthSamples = std::to_string(source.frameCount());
+    }
+    record.timeReferenceSamples = std::to_string(stamp.timeReference);
+    records.push_back(std::move(record));
+    outputs.push_back(fileName(destination));
+}
+
+// The frame count of the source a record was made from. Sources of one name
+// in different folders: the one of the recorded length is taken.
+std::int64_t sourceFrameCount(const std::vector<fs::path>& sources,
+                              const ProcessedFileRecord& record) {
+    std::optional<std::int64_t> found;
+    std::exception_ptr failure;
+    for (const fs::path& source : sources) {
+        if (source.filename().string() != record.sourceFile) {
+            continue;
+        }
+        try {
+            const std::int64_t frames = WAVFile(source).frameCount();
+            if (!found || std::to_string(frames) == record.segmentLengthSamples) {
+                found = frames;
+            }
+        } catch (const std::exception&) {
+            failure = std::current_exception();
+        }
+    }
+    if (found) {
+        return *found;
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+    throw fs::filesystem_error("cannot find source", fs::path(record.sourceFile),
+                               std::make_error_code(std::errc::no_such_file_or_directory));
+}
+
+void stampOriginationNow(Stamp& stamp) {
+    const auto now = std::chrono::system_clock::now();
+    stamp.originationDate = localDate(now);
+    stamp.originationTime = localClock(now);
+}
+
+}  // namespace
+
+double samplesPerFrame(std::int64_t sampleRate, const FrameRateConfig& rate) {
+    return static_cast<double>(sampleRate) * static_cast<double>(rate.denominator) /
+           static_cast<double>(rate.numerator);
+}
+
+Timecode startTimecode(const LTCDecodeResult& decode, std::int64_t anchorSample,
+                       std::int64_t sampleRate) {
+    const double perFrame = samplesPerFrame(sampleRate, decode.frameRate);
+    const std::int64_t offset = roundHalfAwayFromZero(static_cast<double>(anchorSample) / perFrame);
+    return TimecodeMath::timecodeFromFrameCount(
+        TimecodeMath::frameCount(decode.timecode, decode.frameRate) - offset, decode.frameRate);
+}
+
+std::uint64_t timeReference(const Timecode& start, const FrameRateConfig& rate,
+                            std::int64_t sampleRate) {
+    const std::int64_t frames = TimecodeMath::frameCount(start, rate);
+    const std::int64_t samples =
+        roundHalfAwayFromZero(static_cast<double>(frames) * samplesPerFrame(sampleRate, rate));
+    return samples < 0 ? 0 : static_cast<std::uint64_t>(samples);
+}
+
+std::string ixmlDocument(const FrameRateConfig& rate, const Timecode& start) {
+    return "<BWFXML>\n  <IXML_VERSION>1.5</IXML_VERSION>\n  <TIMECODE_RATE>" + rate.label +
+           "</TIMECODE_RATE>\n  <TIMECODE_FLAG>" + (rate.dropFrame ? "DF" : "NDF") +
+           "</TIMECODE_FLAG>\n  <TIMECODE>" + start.description() + "</TIMECODE>\n</BWFXML>";
+}
+
+std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceLowConfidence) {
+    if (confidence < kMinimumLTCConfidence && !forceLowConfidence) {
+        throw ProcessingError::lowConfidence(confidence);
+    }
+    if (confidence < kIdealLTCConfidence) {
+        return {ProcessingWarning{"Decode confidence is below ideal (" +
+                                  std::to_string(truncatedPercent(confidence)) + "%)."}};
+    }
+    return {};
+}
+
+JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
+                     const std::optional<FrameRateConfig>& votedRate) {
+    const WAVFile ltc(job.ltcFileURL);
+    std::vector<WAVFile> targets;
+    targets.reserve(job.targetFileURLs.size());
+    for (const fs::path& url : job.targetFileURLs) {
+        targets.emplace_back(url);
+    }
+    std::set<std::uint32_t> rates = {ltc.fmt().sampleRate};
+    for (const WAVFile& target : targets) {
+        rates.insert(target.fmt().sampleRate);
+    }
+    if (rates.size() != 1) {
+        throw ProcessingError::sampleRateMismatch();
+    }
+
+    JobExecution execution;
+    execution.sampleRate = *rates.begin();
+    execution.ltcFile = fileName(job.ltcFileURL);
+    const std::optional<FrameRateConfig> rate =
+        votedRate ? votedRate : frameRateConfig(options.frameRatePreset);
+    execution.decode = decodeFileLTC(ltc, job.ltcChannelIndex, rate).result;
+    execution.warnings =
+        confidenceWarnings(execution.decode.confidence, options.forceLowConfidence);
+
+    const std::int64_t anchor =
+        job.segment ? job.segment->startSample : execution.decode.firstValidSample;
+    execution.startTC = startTimecode(execution.decode, anchor, execution.sampleRate);
+
+    Stamp stamp;
+    stamp.job = &job;
+    stamp.options = &options;
+    stamp.decode = execution.decode;
+    stamp.sampleRate = execution.sampleRate;
+    stamp.start = execution.startTC;
+    stamp.timeReference =
+        timeReference(execution.startTC, execution.decode.frameRate, execution.sampleRate);
+    stamp.warnings = execution.warnings;
+    stampOriginationNow(stamp);
+
+    for (const WAVFile& target : targets) {
+        writeOutput(target, stamp, execution.ltcFile, execution.records, execution.outputs);
+    }
+    if (job.includeLTCOutput && options.includeLTCOutputs) {
+        writeOutput(ltc, stamp, execution.ltcFile, execution.records, execution.outputs);
+    }
+    return execution;
+}
+
+ProcessedFileRecord failureRecord(const ProcessingJob& job, const std::string& description) {
+    ProcessedFileRecord record;
+    record.ltcFile = fileName(job.ltcFileURL);
+    record.status = "failed";
+    record.mode = label(ProcessingMode::cutDetect);
+    record.groupID = "cut-detect";
+    if (job.segment) {
+        record.segmentIndex = std::to_string(job.segment->segmentIndex);
+        record.segmentStartSample = std::to_string(job.segment->startSample);
+        record.segmentEndSample = std::to_string(job.segment->endSample);
+        record.segmentLengthSamples = std::to_string(
+            std::max<std::int64_t>(job.segment->endSample - job.segment->startSample, 0));
+    }
+    record.errorCode = description;
+    return record;
+}
+
+CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
+                            const ProcessingOptions& options,
+                            const std::optional<FrameRateConfig>& votedRate,
+                            const std::function<void(const ProcessingProgress&)>& progress,
+                            const std::function<bool()>& isCancelled) {
+    CutExecution execution;
+    if (jobs.empty()) {
+        return execution;
+    }
+    const auto cancelled = [&] { return isCancelled && isCancelled(); };
+    const auto report = [&](const std::string& message, std::int64_t done, std::int64_t total) {
+        if (progress) {
+            progress(ProcessingProgress{"Processing", message, done, total});
+        }
+    };
+    const auto total = static_cast<std::int64_t>(jobs.size());
+    if (cancelled()) {
+        throw ProcessingError::cancelled();
+    }
+
+    const ProcessingJob& first = jobs.front();
+    const WAVFile ltc(first.ltcFileURL);
+    execution.sampleRate = ltc.fmt().sampleRate;
+    execution.ltcFile = fileName(first.ltcFileURL);
+    const std::optional<FrameRateConfig> rate =
+        votedRate ? votedRate : frameRateConfig(options.frameRatePreset);
+    const ChannelDecode decoded = decodeFileLTC(ltc, first.ltcChannelIndex, rate);
+    execution.decode = decoded.result;
+    const std::vector<ProcessingWarning> confidence =
+        confidenceWarnings(execution.decode.confidence, options.forceLowConfidence);
+    execution.startTC =
+        startTimecode(execution.decode, execution.decode.firstValidSample, execution.sampleRate);
+
+    report("Building LTC anchors for segment timestamps...", 0, total);
+    const std::vector<LTCTimelinePoint> anchors =
+        CutDetection::scanTimeline(ltc.samples(static_cast<int>(decoded.channelIndex)),
+                                   execution.sampleRate, execution.decode.frameRate, isCancelled);
+    const double perFrame = samplesPerFrame(execution.sampleRate, execution.decode.frameRate);
+
+    // The targets are the same for every segment: read each once.
+    std::vector<std::optional<WAVFile>> targets;
+    std::vector<std::string> targetErrors;
+    for (const fs::path& url : first.targetFileURLs) {
+        try {
+            targets.emplace_back(WAVFile(url));
+            targetErrors.emplace_back();
+        } catch (const std::exception& e) {
+            targets.emplace_back(std::nullopt);
+            targetErrors.push_back(describeError(e));
+        }
+    }
+
+    std::int64_t done = 0;
+    for (const ProcessingJob& job : jobs) {
+        if (cancelled()) {
+            throw ProcessingError::cancelled();
+        }
+        const std::int64_t index = job.segment ? job.segment->segmentIndex : done + 1;
+        report("Rendering segment " + std::to_string(index), done, total);
+        JobReport jobReport;
+        jobReport.mode = job.mode;
+        jobReport.groupID = job.groupID;
+        if (job.segment) {
+            jobReport.segmentIndex = job.segment->segmentIndex;
+        }
+        std::vector<ProcessedFileRecord> records;
+        std::vector<std::string> outputs;
+        try {
+            const SegmentBoundary segment = job.segment.value_or(SegmentBoundary{});
+            std::int64_t startFrames = 0;
+            if (!anchors.empty()) {
+                const LTCTimelinePoint* nearest = &anchors.front();
+                for (const LTCTimelinePoint& a : anchors) {
+                    if (std::llabs(a.sample - segment.startSample) <
+                        std::llabs(nearest->sample - segment.startSample)) {
+                        nearest = &a;
+                    }
+                }
+                startFrames =
+                    nearest->frameCount +
+                    roundHalfAwayFromZero(
+                        static_cast<double>(segment.startSample - nearest->sample) / perFrame);
+            } else if (segment.startFrameCount) {
+                startFrames = *segment.startFrameCount;
+            } else {
+                startFrames = TimecodeMath::frameCount(
+                    startTimecode(execution.decode, segment.startSample, execution.sampleRate),
+                    execution.decode.frameRate);
+            }
+            Stamp stamp;
+            stamp.job = &job;
+            stamp.options = &options;
+            stamp.decode = execution.decode;
+            stamp.sampleRate = execution.sampleRate;
+            stamp.start =
+                TimecodeMath::timecodeFromFrameCount(startFrames, execution.decode.frameRate);
+            stamp.timeReference =
+                timeReference(stamp.start, execution.decode.frameRate, execution.sampleRate);
+            stamp.warnings = confidence;
+            stampOriginationNow(stamp);
+            for (std::size_t t = 0; t < targets.size(); ++t) {
+                if (!targets[t]) {
+                    throw Error(targetErrors[t]);
+                }
+                if (targets[t]->fmt().sampleRate != ltc.fmt().sampleRate) {
+                    throw ProcessingError::sampleRateMismatch();
+                }
+                writeOutput(*targets[t], stamp, execution.ltcFile, records, outputs);
+            }
+            if (job.includeLTCOutput && options.includeLTCOutputs) {
+                writeOutput(ltc, stamp, execution.ltcFile, records, outputs);
+            }
+            jobReport.outputs = outputs;
+            for (const ProcessingWarning& w : confidence) {
+                jobReport.warnings.push_back(w.message);
+                execution.warnings.push_back(w);
+            }
+            execution.records.insert(execution.records.end(), records.begin(), records.end());
+            execution.outputs.insert(execution.outputs.end(), outputs.begin(), outputs.end());
+        } catch (const ProcessingError& e) {
+            if (e.kind() == ProcessingError::Kind::cancelled) {
+                throw;
+            }
+            jobReport.error = e.message();
+        } catch (const std::exception& e) {
+            jobReport.error = describeError(e);
+        }
+        if (jobReport.error) {
+            // Outputs this segment wrote before failing stay on disk and listed.
+            execution.records.insert(execution.records.end(), records.begin(), records.end());
+            execution.outputs.insert(execution.outputs.end(), outputs.begin(), outputs.end());
+            execution.warnings.push_back(ProcessingWarning{"Job failed: " + *jobReport.error});
+            execution.records.push_back(failureRecord(job, *jobReport.error));
+        }
+        execution.jobReports.push_back(std::move(jobReport));
+        ++done;
+    }
+    report("Rendering segment " + std::to_string(total), total, total);
+    return execution;
+}
+
+std::vector<ProcessingWarning> validateFrameLengths(const std::vector<ProcessedFileRecord>& records,
+                                                    const std::vector<fs::path>& sources,
+                                                    const fs::path& outputFolder) {
+    std::vector<ProcessingWarning> warnings;
+    for (const ProcessedFileRecord& record : records) {
+        if (record.sourceFile.empty() || record.outputFile.empty() || record.status != "ok") {
+            continue;
+        }
+        std::int64_t expected = 0;
+        if (!record.segmentIndex.empty()) {
+            expected = std::stoll(record.segmentLengthSamples);
+        } else {
+            try {
+                expected = sourceFrameCount(sources, record);
+            } catch (const std::exception& e) {
+                warnings.push_back({"Validation warning: could not read source " +
+                                    record.sourceFile + " for frame-length check (" +
+                                    describeError(e) + ")."});
+                continue;
+            }
+        }
+        std::int64_t actual = 0;
+        std::int64_t rate = 0;
+        try {
+            const WAVFile output(outputFolder / record.outputFile);
+            actual = output.frameCount();
+            rate = output.fmt().sampleRate;
+        } catch (const std::exception& e) {
+            warnings.push_back({"Validation warning: could not read output " + record.outputFile +
+                                " for frame-length check (" + describeError(e) + ")."});
+            continue;
+        }
+        if (actual != expected) {
+            const std::int64_t delta = actual - expected;
+            warnings.push_back({fmt::format(
+                "Frame-length mismatch for {}: expected {}, got {} (delta {:+d} frames, {:.6f} s).",
+                record.outputFile, expected, actual, delta,
+                static_cast<double>(delta) /
+                    static_cast<double>(std::max<std::int64_t>(rate, 1)))});
+        }
+    }
+    return warnings;
+}
+
+}  // namespace norvane::JobExecutor

@@ -1,0 +1,119 @@
+#include "core/stamp/ltc_source.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "core/timecode/frame_rate_detection.h"
+
+namespace norvane {
+
+namespace {
+
+struct Attempt {
+    std::optional<LTCDecodeResult> result;
+    std::vector<LTCDecoder::AutoCandidateEvaluation> evaluations;  // automatic rate only
+    std::size_t selected = 0;
+    bool hadSignal = false;
+};
+
+// The decoder's own decode, except that an automatic choice keeps its
+// evaluations instead of writing the diagnostic, so that only the chosen
+// channel's is written.
+Attempt decodeChannel(const WAVFile& file, std::int64_t channel,
+                      const std::optional<FrameRateConfig>& rate) {
+    Attempt attempt;
+    const std::vector<float> samples = file.samples(static_cast<int>(channel));
+    const std::int64_t sampleRate = file.fmt().sampleRate;
+    if (rate) {
+        try {
+            attempt.result = LTCDecoder::decode(samples, sampleRate, rate);
+            attempt.hadSignal = true;
+        } catch (const LTCDecodeError& e) {
+            attempt.hadSignal = e.kind() != LTCDecodeError::Kind::noSignal;
+        }
+        return attempt;
+    }
+    // The decoder's silence rule: no samples, or a peak of 0.01 or less.
+    float peak = 0;
+    for (float x : samples) {
+        peak = std::max(peak, std::abs(x));
+    }
+    if (samples.empty() || !(peak > 0.01f)) {
+        return attempt;
+    }
+    attempt.hadSignal = true;
+    for (const FrameRateConfig& candidate : candidateFrameRates()) {
+        auto evaluation = LTCDecoder::evaluateCandidate(samples, sampleRate, candidate);
+        if (evaluation) {
+            attempt.evaluations.push_back(*evaluation);
+        } else {
+            LTCDecoder::AutoCandidateEvaluation failed;
+            failed.rate = candidate;
+            attempt.evaluations.push_back(failed);
+        }
+    }
+    if (auto selected = FrameRateDetection::select(attempt.evaluations)) {
+        attempt.selected = *selected;
+        attempt.result = attempt.evaluations[*selected].result;
+    }
+    return attempt;
+}
+
+std::int64_t clampChannel(const WAVFile& file, std::int64_t channel) {
+    const std::int64_t channels = std::max<std::int64_t>(file.fmt().channelCount, 1);
+    return std::clamp<std::int64_t>(channel, 0, channels - 1);
+}
+
+struct Best {
+    std::optional<Attempt> attempt;
+    std::int64_t channel = 0;
+    bool anySignal = false;
+};
+
+Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
+                 const std::optional<FrameRateConfig>& rate) {
+    Best best;
+    const std::int64_t first = channelIndex ? clampChannel(file, *channelIndex) : 0;
+    const std::int64_t last =
+        channelIndex ? first : std::max<std::int64_t>(file.fmt().channelCount, 1) - 1;
+    for (std::int64_t channel = first; channel <= last; ++channel) {
+        Attempt attempt = decodeChannel(file, channel, rate);
+        best.anySignal = best.anySignal || attempt.hadSignal;
+        if (!attempt.result) {
+            continue;
+        }
+        if (!best.attempt || attempt.result->confidence > best.attempt->result->confidence) {
+            best.attempt = std::move(attempt);
+            best.channel = channel;
+        }
+    }
+    return best;
+}
+
+}  // namespace
+
+ChannelDecode decodeFileLTC(const WAVFile& file, std::optional<std::int64_t> channelIndex,
+                            const std::optional<FrameRateConfig>& rate) {
+    Best best = bestChannel(file, channelIndex, rate);
+    if (!best.attempt) {
+        if (best.anySignal) {
+            throw LTCDecodeError::noFrameDetected();
+        }
+        throw LTCDecodeError::noSignal();
+    }
+    if (!rate) {
+        detail::writeFrameRateDiagnostics(FrameRateDetection::candidateDiagnostics(
+            best.attempt->evaluations, best.attempt->selected));
+    }
+    return ChannelDecode{*best.attempt->result, best.channel};
+}
+
+std::int64_t chooseLTCChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
+                              const std::optional<FrameRateConfig>& rate) {
+    if (channelIndex) {
+        return clampChannel(file, *channelIndex);
+    }
+    return bestChannel(file, channelIndex, rate).channel;
+}
+
+}  // namespace norvane

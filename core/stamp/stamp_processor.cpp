@@ -1,0 +1,387 @@
+#include "core/stamp/stamp_processor.h"
+
+#include <algorithm>
+#include <set>
+#include <unordered_set>
+
+#include <fmt/format.h>
+
+#include "core/audio/wav_file.h"
+#include "core/common/local_time.h"
+#include "core/common/text.h"
+#include "core/common/uuid.h"
+#include "core/stamp/csv_logger.h"
+#include "core/stamp/ltc_source.h"
+#include "core/stamp/output_naming.h"
+#include "core/timecode/frame_rate_detection.h"
+
+namespace norvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using SourceKey = std::pair<fs::path, std::optional<std::int64_t>>;
+
+std::vector<SourceKey> distinctSources(const std::vector<ProcessingJob>& jobs) {
+    std::vector<SourceKey> sources;
+    for (const ProcessingJob& job : jobs) {
+        SourceKey key{job.ltcFileURL, job.ltcChannelIndex};
+        if (std::find(sources.begin(), sources.end(), key) == sources.end()) {
+            sources.push_back(key);
+        }
+    }
+    return sources;
+}
+
+std::int64_t workUnits(const ProcessingJob& job, const ProcessingOptions& options) {
+    const auto units = static_cast<std::int64_t>(job.targetFileURLs.size()) +
+                       (job.includeLTCOutput && options.includeLTCOutputs ? 1 : 0);
+    return std::max<std::int64_t>(units, 1);
+}
+
+// Header values of the report, from the first job that succeeds.
+struct Header {
+    std::string ltcFile;
+    std::int64_t sampleRate = 0;
+    std::string frameRate;
+    std::int64_t firstValidSample = 0;
+    double firstValidSeconds = 0;
+    std::optional<Timecode> startTC;
+};
+
+std::optional<FrameRateConfig> batchVote(const std::vector<ProcessingJob>& jobs) {
+    std::vector<FrameRateDetection::VoteSource> sources;
+    for (const SourceKey& source : distinctSources(jobs)) {
+        sources.push_back(
+            {[source]() -> std::optional<std::pair<std::vector<float>, std::int64_t>> {
+                const WAVFile wav(source.first);
+                const std::int64_t channel = chooseLTCChannel(wav, source.second, std::nullopt);
+                return std::pair{wav.samples(static_cast<int>(channel)),
+                                 static_cast<std::int64_t>(wav.fmt().sampleRate)};
+            }});
+    }
+    return FrameRateDetection::batchVoteFrameRate(sources);
+}
+
+}  // namespace
+
+std::string csvLogName(std::chrono::system_clock::time_point time) {
+    return "ltc_stamp_log_" + replaceAll(iso8601UTC(time), ":", "-") + ".csv";
+}
+
+FileDescriptor StampProcessor::describeFile(const fs::path& url) {
+    const WAVFile wav(url);
+    FileDescriptor file;
+    file.id = makeUUID();
+    file.url = url;
+    file.sampleRate = wav.fmt().sampleRate;
+    file.channels = wav.fmt().channelCount;
+    file.frameCount = wav.frameCount();
+    file.durationSeconds = wav.duration();
+    return file;
+}
+
+std::vector<ProcessingJob> StampProcessor::buildJobs(const std::vector<FileDescriptor>& files,
+                                                     const std::optional<fs::path>& selectedLTCFile,
+                                                     const ProcessingOptions& options,
+                                                     const ProgressCallback& progress,
+                                                     const CancellationQuery& isCancelled) const {
+    switch (options.mode) {
+        case ProcessingMode::single: {
+            if (!selectedLTCFile) {
+                throw ProcessingError::ltcFileMissing();
+            }
+            ProcessingJob job;
+            job.id = makeUUID();
+            job.mode = ProcessingMode::single;
+            job.groupID = "single";
+            job.ltcFileURL = *selectedLTCFile;
+            job.includeLTCOutput = options.includeLTCOutputs;
+            for (const FileDescriptor& file : files) {
+                if (file.url != *selectedLTCFile) {
+                    job.targetFileURLs.push_back(file.url);
+                }
+            }
+            return {job};
+        }
+        case ProcessingMode::groupedBatch:
+            Grouping::validateRule(options.groupingConfig);
+            return Grouping::buildGroupedJobs(files, options);
+        case ProcessingMode::cutDetect: {
+            if (!selectedLTCFile) {
+                throw ProcessingError::ltcFileMissing();
+            }
+            const CutDetection::CutAnalysis analysis = CutDetection::analyze(
+                *selectedLTCFile, std::nullopt, options, progress, isCancelled);
+            if (analysis.segments.empty()) {
+                throw ProcessingError::noCutBoundariesDetected();
+            }
+            return CutDetection::segmentJobs(analysis.segments, files, *selectedLTCFile, options);
+        }
+    }
+    return {};
+}
+
+ProcessingReport StampProcessor::run(const std::vector<FileDescriptor>& files,
+                                     const std::optional<fs::path>& selectedLTCFile,
+                                     const ProcessingOptions& options,
+                                     const ProgressCallback& progress,
+                                     const CancellationQuery& isCancelled) const {
+    const auto cancelled = [&] { return isCancelled && isCancelled(); };
+    const auto report = [&](const std::string& phase, const std::string& message, std::int64_t done,
+                            std::int64_t total) {
+        if (progress) {
+            progress(ProcessingProgress{phase, message, done, total});
+        }
+    };
+    if (files.size() < 2) {
+        throw ProcessingError::notEnoughWavs();
+    }
+    if (cancelled()) {
+        throw ProcessingError::cancelled();
+    }
+    report("Preparing", "Inspecting input...", 0, 1);
+    const std::vector<ProcessingJob> jobs =
+        buildJobs(files, selectedLTCFile, options, progress, isCancelled);
+
+    // ---- the job loop ----
+    if (cancelled()) {
+        throw ProcessingError::cancelled();
+    }
+    std::int64_t totalUnits = 0;
+    for (const ProcessingJob& job : jobs) {
+        totalUnits += workUnits(job, options);
+    }
+    totalUnits = std::max<std::int64_t>(totalUnits, 1);
+
+    std::optional<FrameRateConfig> votedRate;
+    if (options.frameRatePreset == FrameRatePreset::auto_ && jobs.size() >= 2) {
+        votedRate = batchVote(jobs);
+        if (!votedRate) {
+            throw ProcessingError::batchVoteFailed();
+        }
+    }
+    if (std::any_of(jobs.begin(), jobs.end(), [](const ProcessingJob& job) {
+            return job.mode == ProcessingMode::groupedBatch;
+        })) {
+        Grouping::preCheck(jobs, options, votedRate);
+    }
+
+    std::vector<ProcessedFileRecord> records;
+    std::vector<std::string> outputs;
+    std::vector<ProcessingWarning> warnings;
+    std::vector<JobReport> jobReports;
+    Header header;
+    std::int64_t completed = 0;
+
+    const bool allCut = std::all_of(jobs.begin(), jobs.end(), [](const ProcessingJob& job) {
+        return job.mode == ProcessingMode::cutDetect;
+    });
+    if (allCut) {
+        CutExecution cut = JobExecutor::executeCutJobs(
+            jobs, options, votedRate,
+            [&](const ProcessingProgress& p) {
+                report(p.phase, p.message,
+                       p.totalUnits > 0 ? p.completedUnits * totalUnits / p.totalUnits : 0,
+                       totalUnits);
+            },
+            isCancelled);
+        records = std::move(cut.records);
+        outputs = std::move(cut.outputs);
+        warnings = std::move(cut.warnings);
+        jobReports = std::move(cut.jobReports);
+        if (!jobs.empty()) {
+            header = Header{cut.ltcFile,
+                            cut.sampleRate,
+                            cut.decode.frameRate.label,
+                            cut.decode.firstValidSample,
+                            cut.decode.firstValidSeconds,
+                            cut.startTC};
+        }
+    } else {
+        bool haveHeader = false;
+        for (const ProcessingJob& job : jobs) {
+            if (cancelled()) {
+                throw ProcessingError::cancelled();
+            }
+            report("Processing", "Processing " + job.groupID + "...", completed, totalUnits);
+            JobReport jobReport;
+            jobReport.mode = job.mode;
+            jobReport.groupID = job.groupID;
+            if (job.segment) {
+                jobReport.segmentIndex = job.segment->segmentIndex;
+            }
+            std::optional<std::string> failure;
+            try {
+                JobExecution execution = JobExecutor::execute(job, options, votedRate);
+                records.insert(records.end(), execution.records.begin(), execution.records.end());
+                outputs.insert(outputs.end(), execution.outputs.begin(), execution.outputs.end());
+                warnings.insert(warnings.end(), execution.warnings.begin(),
+                                execution.warnings.end());
+                completed +=
+                    std::max<std::int64_t>(static_cast<std::int64_t>(execution.records.size()), 1);
+                report("Processing",
+                       "Wrote " + std::to_string(execution.records.size()) + " file(s)", completed,
+                       totalUnits);
+                jobReport.outputs = execution.outputs;
+                for (const ProcessingWarning& w : execution.warnings) {
+                    jobReport.warnings.push_back(w.message);
+                }
+                if (!haveHeader) {
+                    haveHeader = true;
+                    header = Header{execution.ltcFile,
+                                    execution.sampleRate,
+                                    execution.decode.frameRate.label,
+                                    execution.decode.firstValidSample,
+                                    execution.decode.firstValidSeconds,
+                                    execution.startTC};
+                }
+            } catch (const std::exception& e) {
+                failure = describeError(e);
+            }
+            if (failure) {
+                completed += workUnits(job, options);
+                report("Processing", "Skipped failed job " + job.groupID, completed, totalUnits);
+                warnings.push_back(ProcessingWarning{"Job failed: " + *failure});
+                jobReport.error = failure;
+                records.push_back(JobExecutor::failureRecord(job, *failure));
+            }
+            jobReports.push_back(std::move(jobReport));
+        }
+    }
+
+    std::vector<fs::path> sources;
+    for (const FileDescriptor& file : files) {
+        sources.push_back(file.url);
+    }
+    for (const ProcessingJob& job : jobs) {
+        sources.push_back(job.ltcFileURL);
+    }
+    const auto validation =
+        JobExecutor::validateFrameLengths(records, sources, options.outputFolder);
+    warnings.insert(warnings.end(), validation.begin(), validation.end());
+
+    const fs::path csvLog = options.outputFolder / csvLogName(std::chrono::system_clock::now());
+    CSVLogger::write(records, csvLog);
+    report("Complete", "Done", totalUnits, totalUnits);
+
+    ProcessingReport result;
+    result.chosenLTCFile = !header.ltcFile.empty() ? header.ltcFile
+                           : jobs.empty()          ? std::string()
+                                                   : jobs.front().ltcFileURL.filename().string();
+    result.sampleRate = header.sampleRate;
+    result.detectedFrameRate = header.frameRate;
+    result.firstValidLTCSample = header.firstValidSample;
+    result.firstValidLTCSeconds = header.firstValidSeconds;
+    result.stampedStartTimecode = header.startTC ? header.startTC->description() : std::string();
+    result.warnings = std::move(warnings);
+    result.outputFiles = std::move(outputs);
+    result.csvLogURL = csvLog;
+    result.jobs = std::move(jobReports);
+    result.summary.totalJobs = static_cast<std::int64_t>(result.jobs.size());
+    result.summary.successfulJobs = std::count_if(result.jobs.begin(), result.jobs.end(),
+                                                  [](const JobReport& j) { return !j.error; });
+    result.summary.failedJobs = result.summary.totalJobs - result.summary.successfulJobs;
+    result.summary.warningCount = static_cast<std::int64_t>(result.warnings.size());
+    return result;
+}
+
+std::vector<fs::path> StampProcessor::existingOutputs(const std::vector<ProcessingJob>& jobs,
+                                                      const ProcessingOptions& options) const {
+    std::vector<fs::path> existing;
+    for (const ProcessingJob& job : jobs) {
+        std::vector<fs::path> sources = job.targetFileURLs;
+        if (job.includeLTCOutput && options.includeLTCOutputs) {
+            sources.push_back(job.ltcFileURL);
+        }
+        for (const fs::path& source : sources) {
+            const std::string name = OutputNaming::outputName(
+                source, job.segment ? std::optional(job.segment->segmentIndex) : std::nullopt,
+                options.outputNaming.suffix);
+            std::string safe;
+            try {
+                safe = OutputNaming::safeName(name);
+            } catch (const ProcessingError&) {
+                continue;  // the job itself reports the unsafe name
+            }
+            const fs::path path = options.outputFolder / safe;
+            std::error_code ec;
+            if (fs::exists(fs::symlink_status(path, ec)) &&
+                std::find(existing.begin(), existing.end(), path) == existing.end()) {
+                existing.push_back(path);
+            }
+        }
+    }
+    return existing;
+}
+
+LTCPrecheck StampProcessor::precheckLTC(const std::vector<ProcessingJob>& jobs,
+                                        const ProcessingOptions& options) const {
+    LTCPrecheck result;
+    const std::optional<FrameRateConfig> rate = frameRateConfig(options.frameRatePreset);
+    for (const SourceKey& source : distinctSources(jobs)) {
+        try {
+            const WAVFile wav(source.first);
+            const ChannelDecode decoded = decodeFileLTC(wav, source.second, rate);
+            const FrameRateConfig& found = decoded.result.frameRate;
+            if (std::find(result.detectedRates.begin(), result.detectedRates.end(), found) ==
+                result.detectedRates.end()) {
+                result.detectedRates.push_back(found);
+            }
+            result.lowestConfidence =
+                std::min(result.lowestConfidence.value_or(1.0), decoded.result.confidence);
+        } catch (const std::exception& e) {
+            result.failures.push_back(source.first.filename().string() + ": " + describeError(e));
+        }
+    }
+    return result;
+}
+
+std::string reportText(const ProcessingReport& report) {
+    std::vector<std::string> lines;
+    lines.push_back("Chosen LTC file: " + report.chosenLTCFile);
+    lines.push_back("Detected sample rate: " + std::to_string(report.sampleRate) + " Hz");
+    lines.push_back("Detected frame rate: " + report.detectedFrameRate);
+    lines.push_back(fmt::format("First valid LTC location: {} samples ({:.6f} s)",
+                                report.firstValidLTCSample, report.firstValidLTCSeconds));
+    lines.push_back("Calculated file-set start TC: " + report.stampedStartTimecode);
+    lines.push_back(fmt::format("Jobs: {}, Success: {}, Failed: {}, Warnings: {}",
+                                report.summary.totalJobs, report.summary.successfulJobs,
+                                report.summary.failedJobs, report.summary.warningCount));
+    if (!report.outputFiles.empty()) {
+        lines.push_back("Output files:");
+        for (const std::string& output : report.outputFiles) {
+            lines.push_back("- " + output);
+        }
+    }
+    if (!report.warnings.empty()) {
+        lines.push_back("Warnings:");
+        for (const ProcessingWarning& warning : report.warnings) {
+            lines.push_back("- " + warning.message);
+        }
+    }
+    if (!report.jobs.empty()) {
+        lines.push_back("Job details:");
+        for (const JobReport& job : report.jobs) {
+            std::string line = "- [" + std::string(job.error ? "failed" : "ok") + "] " +
+                               label(job.mode) + " | " + job.groupID +
+                               " | outputs: " + std::to_string(job.outputs.size());
+            if (job.error) {
+                line += " | error: " + *job.error;
+            }
+            lines.push_back(line);
+        }
+    }
+    lines.push_back("CSV log: " + report.csvLogURL.string());
+    std::string text;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (i > 0) {
+            text += '\n';
+        }
+        text += lines[i];
+    }
+    return text;
+}
+
+}  // namespace norvane

@@ -1,0 +1,368 @@
+#include "core/stamp/stamp_processor.h"
+
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/audio/bwf_reader.h"
+#include "tests/core/stamp/stamp_fixtures.h"
+#include "tests/support/test_support.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempDir;
+
+std::vector<FileDescriptor> describeAll(const std::vector<fs::path>& paths) {
+    std::vector<FileDescriptor> files;
+    for (const fs::path& p : paths) {
+        files.push_back(StampProcessor::describeFile(p));
+    }
+    return files;
+}
+
+ProcessingOptions optionsFor(ProcessingMode mode, FrameRatePreset preset, const fs::path& out) {
+    ProcessingOptions options;
+    options.mode = mode;
+    options.frameRatePreset = preset;
+    options.outputFolder = out;
+    return options;
+}
+
+std::string runError(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const std::exception& e) {
+        return describeError(e);
+    }
+    return "no error";
+}
+
+struct RateCase {
+    FrameRatePreset preset;
+    Timecode atLeadIn;
+    std::int64_t leadIn;
+    const char* expectedStart;
+};
+
+class SingleRunTest : public ::testing::TestWithParam<RateCase> {};
+
+TEST_P(SingleRunTest, StampsEveryTargetWithTheStartOfTheFileSet) {
+    const RateCase& c = GetParam();
+    const FrameRateConfig rate = testing::rateOf(c.preset);
+    TempDir in, out;
+    // LTC on the last of two tracks: found without naming the channel.
+    const fs::path ltc =
+        testing::writeLTCFile(in / "Take 1 LTC.wav", c.preset, c.atLeadIn, c.leadIn, 3, 2, 2);
+    const fs::path stemA = testing::writeStem(in / "Take 1 A.WAV");
+    const fs::path stemB = testing::writeStem(in / "Take 1 B.wav", 3, 1, 48000, true);
+    const auto sourcesBefore =
+        std::vector{readWholeFile(ltc), readWholeFile(stemA), readWholeFile(stemB)};
+
+    ProcessingOptions options = optionsFor(ProcessingMode::single, c.preset, out.path());
+    options.includeLTCOutputs = true;
+    std::vector<ProcessingProgress> progress;
+    const ProcessingReport report =
+        StampProcessor().run(describeAll({stemA, ltc, stemB}), ltc, options,
+                             [&](const ProcessingProgress& p) { progress.push_back(p); });
+
+    const testing::ExpectedStart expected = testing::expectedStart(c.atLeadIn, c.leadIn, rate);
+    EXPECT_EQ(expected.timecode.description(), c.expectedStart);
+    EXPECT_EQ(report.stampedStartTimecode, c.expectedStart);
+    EXPECT_EQ(report.detectedFrameRate, rate.label);
+    EXPECT_EQ(report.chosenLTCFile, "Take 1 LTC.wav");
+    EXPECT_EQ(report.sampleRate, 48000);
+    // The decoder may lock onto a later frame; it still starts on the frame grid.
+    const double perFrame =
+        48000.0 * static_cast<double>(rate.denominator) / static_cast<double>(rate.numerator);
+    const double offGrid =
+        std::remainder(static_cast<double>(report.firstValidLTCSample - c.leadIn), perFrame);
+    EXPECT_LE(std::abs(offGrid), 8.0) << report.firstValidLTCSample;
+    EXPECT_EQ(report.outputFiles, (std::vector<std::string>{"Take 1 A_tc.wav", "Take 1 B_tc.wav",
+                                                            "Take 1 LTC_tc.wav"}));
+    EXPECT_EQ(report.summary, (RunSummary{1, 1, 0, 0}));
+    EXPECT_TRUE(report.warnings.empty());
+
+    const std::vector<std::pair<fs::path, fs::path>> pairs = {{stemA, out / "Take 1 A_tc.wav"},
+                                                              {stemB, out / "Take 1 B_tc.wav"},
+                                                              {ltc, out / "Take 1 LTC_tc.wav"}};
+    for (const auto& [source, output] : pairs) {
+        SCOPED_TRACE(output.string());
+        EXPECT_EQ(testing::sndfileTimeReference(output), expected.timeReference);
+        EXPECT_EQ(testing::sndfileFrames(output), testing::sndfileFrames(source));
+        EXPECT_EQ(testing::audioBytes(output), testing::audioBytes(source));
+        const WAVFile written(output);
+        EXPECT_EQ(BWFReader::ixmlText(written), testing::ixmlFor(rate, c.expectedStart));
+        ASSERT_GE(written.chunks().size(), 4u);
+        EXPECT_EQ(written.chunks()[0].id, "fmt ");
+        EXPECT_EQ(written.chunks()[1].id, "bext");
+        EXPECT_EQ(written.chunks()[2].id, "iXML");
+    }
+    EXPECT_EQ((std::vector{readWholeFile(ltc), readWholeFile(stemA), readWholeFile(stemB)}),
+              sourcesBefore);
+
+    const auto rows = testing::csvRows(report.csvLogURL);
+    EXPECT_EQ(report.csvLogURL.parent_path(), out.path());
+    EXPECT_THAT(
+        report.csvLogURL.filename().string(),
+        ::testing::MatchesRegex("ltc_stamp_log_[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}-[0-9]{2}-"
+                                "[0-9]{2}Z\\.csv"));
+    ASSERT_EQ(rows.size(), 4u);
+    ASSERT_EQ(rows[1].size(), 17u);
+    EXPECT_EQ(rows[1][0], "Take 1 A.WAV");
+    EXPECT_EQ(rows[1][1], "Take 1 A_tc.wav");
+    EXPECT_EQ(rows[1][2], "Take 1 LTC.wav");
+    EXPECT_EQ(rows[1][3], "48000");
+    EXPECT_EQ(rows[1][4], rate.label);
+    EXPECT_EQ(rows[1][5], std::to_string(report.firstValidLTCSample));
+    EXPECT_EQ(rows[1][7], c.expectedStart);
+    EXPECT_EQ(rows[1][8], "ok");
+    EXPECT_EQ(rows[1][10], "Single");
+    EXPECT_EQ(rows[1][11], "single");
+    EXPECT_EQ(rows[1][12], "");
+    EXPECT_EQ(rows[1][15], std::to_string(expected.timeReference));
+    EXPECT_EQ(rows[1][16], "");
+    EXPECT_EQ(rows[3][0], "Take 1 LTC.wav");
+
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.front().phase, "Preparing");
+    EXPECT_EQ(progress.front().message, "Inspecting input...");
+    EXPECT_EQ(progress[1].message, "Processing single...");
+    EXPECT_EQ(progress[2].message, "Wrote 3 file(s)");
+    EXPECT_EQ(progress.back(), (ProcessingProgress{"Complete", "Done", 3, 3}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rates, SingleRunTest,
+    ::testing::Values(
+        // 1,000 samples is 0.52 of a 25 fps frame: one frame back.
+        RateCase{FrameRatePreset::fps25, {10, 0, 0, 0, false}, 1000, "09:59:59:24"},
+        // 900 samples is 0.47 of a frame: no step back.
+        RateCase{FrameRatePreset::fps25, {10, 0, 0, 5, false}, 900, "10:00:00:05"},
+        RateCase{FrameRatePreset::fps29_97DF, {1, 0, 0, 0, true}, 1000, "00:59:59;29"},
+        RateCase{FrameRatePreset::fps23_976, {10, 0, 0, 0, false}, 500, "10:00:00:00"},
+        RateCase{FrameRatePreset::fps24, {0, 0, 0, 0, false}, 2500, "23:59:59:23"},
+        RateCase{FrameRatePreset::fps30, {12, 30, 15, 10, false}, 0, "12:30:15:10"}));
+
+TEST(StampProcessorTest, AutoRateOfASingleJobIsTheDecodersOwnChoice) {
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 2, 3, 4, false}, 0);
+    const fs::path stem = testing::writeStem(in / "stem.wav");
+    const auto report = StampProcessor().run(
+        describeAll({ltc, stem}), ltc,
+        optionsFor(ProcessingMode::single, FrameRatePreset::auto_, out.path()));
+    EXPECT_EQ(report.detectedFrameRate, "25");
+    EXPECT_EQ(report.stampedStartTimecode, "01:02:03:04");
+    EXPECT_EQ(testing::sndfileTimeReference(out / "stem_tc.wav"),
+              static_cast<std::uint64_t>(((3600 + 120 + 3) * 25 + 4) * 1920));
+}
+
+TEST(StampProcessorTest, InputErrorsEndTheRunBeforeAnythingIsWritten) {
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
+    const fs::path stem = testing::writeStem(in / "stem.wav");
+    const auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path());
+    // One file: refused before even the cancellation check.
+    EXPECT_EQ(runError([&] {
+                  StampProcessor().run(describeAll({ltc}), ltc, options, {}, [] { return true; });
+              }),
+              "Please supply at least two WAV files (one LTC + one or more stems).");
+    EXPECT_EQ(
+        runError([&] {
+            StampProcessor().run(describeAll({ltc, stem}), ltc, options, {}, [] { return true; });
+        }),
+        "Operation cancelled.");
+    EXPECT_EQ(runError([&] {
+                  StampProcessor().run(describeAll({ltc, stem}), std::nullopt, options);
+              }),
+              "No LTC source file selected.");
+    auto cut = options;
+    cut.mode = ProcessingMode::cutDetect;
+    EXPECT_EQ(runError([&] {
+                  StampProcessor().run(describeAll({ltc, stem}), std::nullopt, cut);
+              }),
+              "No LTC source file selected.");
+    EXPECT_TRUE(fs::is_empty(out.path()));
+}
+
+TEST(StampProcessorTest, FailedJobsAreReportedAndLogged) {
+    TempDir in, out;
+    const fs::path silent = in / "silent.wav";
+    writeFile(silent, testing::makePcm(24, 48000, {std::vector<float>(144000, 0.0f)}),
+              WriteMode::createNew);
+    const fs::path stem = testing::writeStem(in / "stem.wav");
+    const auto report = StampProcessor().run(
+        describeAll({silent, stem}), silent,
+        optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path()));
+    EXPECT_EQ(report.summary, (RunSummary{1, 0, 1, 1}));
+    EXPECT_EQ(report.chosenLTCFile, "silent.wav");
+    EXPECT_EQ(report.stampedStartTimecode, "");
+    ASSERT_EQ(report.warnings.size(), 1u);
+    EXPECT_EQ(report.warnings[0].message, "Job failed: LTC signal appears silent or invalid.");
+    EXPECT_EQ(report.jobs[0].error, "LTC signal appears silent or invalid.");
+    const auto rows = testing::csvRows(report.csvLogURL);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[1],
+              (std::vector<std::string>{"", "", "silent.wav", "0", "", "0", "0.000000", "",
+                                        "failed", "", "LTC Cut Detect", "cut-detect", "", "", "",
+                                        "", "LTC signal appears silent or invalid."}));
+    EXPECT_EQ(reportText(report),
+              "Chosen LTC file: silent.wav\n"
+              "Detected sample rate: 0 Hz\n"
+              "Detected frame rate: \n"
+              "First valid LTC location: 0 samples (0.000000 s)\n"
+              "Calculated file-set start TC: \n"
+              "Jobs: 1, Success: 0, Failed: 1, Warnings: 1\n"
+              "Warnings:\n"
+              "- Job failed: LTC signal appears silent or invalid.\n"
+              "Job details:\n"
+              "- [failed] Single | single | outputs: 0 | error: LTC signal appears silent or "
+              "invalid.\n"
+              "CSV log: " +
+                  report.csvLogURL.string());
+
+    // A stem at another sample rate fails the job.
+    TempDir out2;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
+    const fs::path odd = testing::writeStem(in / "odd.wav", 3, 1, 44100);
+    const auto mismatch = StampProcessor().run(
+        describeAll({ltc, stem, odd}), ltc,
+        optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out2.path()));
+    EXPECT_EQ(mismatch.jobs[0].error, "All WAV files in a job must have matching sample rates.");
+    EXPECT_EQ(fs::directory_iterator(out2.path())->path().extension(), ".csv");
+}
+
+TEST(StampProcessorTest, UnsafeSuffixFailsTheJobAndWritesNothing) {
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
+    const fs::path stem = testing::writeStem(in / "A.wav");
+    auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path());
+    options.outputNaming.suffix = "/x";
+    const auto report = StampProcessor().run(describeAll({ltc, stem}), ltc, options);
+    EXPECT_EQ(report.jobs[0].error, "Unsafe output filename: A/x.wav");
+    EXPECT_EQ(std::distance(fs::directory_iterator(out.path()), fs::directory_iterator()), 1);
+}
+
+TEST(StampProcessorTest, CollisionBehaviours) {
+    TempDir in, out;
+    fs::create_directories(in / "day2");
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
+    const fs::path a1 = testing::writeStem(in / "A.wav", 2);
+    const fs::path a2 = testing::writeStem(in / "day2" / "A.wav", 3);
+    const auto files = describeAll({ltc, a1, a2});
+    auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path());
+    StampProcessor processor;
+
+    // Ask: the second output of the same name fails the job after the first was written.
+    const auto asked = processor.run(files, ltc, options);
+    EXPECT_EQ(asked.jobs[0].error, "Output file already exists: A_tc.wav");
+    EXPECT_EQ(testing::sndfileFrames(out / "A_tc.wav"), 96000);
+    const auto jobs = processor.buildJobs(files, ltc, options);
+    EXPECT_EQ(processor.existingOutputs(jobs, options), (std::vector<fs::path>{out / "A_tc.wav"}));
+
+    options.outputNaming.collisionBehavior = OutputCollisionBehavior::keepBoth;
+    const auto kept = processor.run(files, ltc, options);
+    EXPECT_EQ(kept.outputFiles, (std::vector<std::string>{"A_tc_2.wav", "A_tc_3.wav"}));
+    EXPECT_EQ(testing::sndfileFrames(out / "A_tc_3.wav"), 144000);
+
+    options.outputNaming.collisionBehavior = OutputCollisionBehavior::overwrite;
+    const auto replaced = processor.run(files, ltc, options);
+    EXPECT_EQ(replaced.outputFiles, (std::vector<std::string>{"A_tc.wav", "A_tc.wav"}));
+    EXPECT_EQ(testing::sndfileFrames(out / "A_tc.wav"), 144000);
+    EXPECT_TRUE(replaced.warnings.size() == 1 &&
+                replaced.warnings[0].message.starts_with("Frame-length mismatch for A_tc.wav: "
+                                                         "expected 96000, got 144000 (delta +48000 "
+                                                         "frames, 1.000000 s)."))
+        << reportText(replaced);
+}
+
+TEST(StampProcessorTest, UnwritableOutputFolderLeavesNoPartialFiles) {
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "permissions do not bind root";
+    }
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
+    const fs::path stem = testing::writeStem(in / "A.wav");
+    fs::permissions(out.path(), fs::perms::owner_read | fs::perms::owner_exec);
+    const auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path());
+    EXPECT_THROW(StampProcessor().run(describeAll({ltc, stem}), ltc, options),
+                 fs::filesystem_error);  // the CSV log cannot be written either
+    fs::permissions(out.path(), fs::perms::owner_all);
+    EXPECT_TRUE(fs::is_empty(out.path()));
+}
+
+TEST(StampProcessorTest, VanishingOutputFolderFailsTheJobCleanly) {
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
+    const fs::path stem = testing::writeStem(in / "A.wav");
+    const fs::path folder = out / "gone";
+    fs::create_directories(folder);
+    const auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, folder);
+    bool removed = false;
+    const std::string error = runError([&] {
+        StampProcessor().run(describeAll({ltc, stem}), ltc, options,
+                             [&](const ProcessingProgress& p) {
+                                 if (p.message == "Processing single..." && !removed) {
+                                     fs::remove_all(folder);
+                                     removed = true;
+                                 }
+                             });
+    });
+    EXPECT_THAT(error, ::testing::HasSubstr("No such file or directory"));
+    EXPECT_FALSE(fs::exists(folder));
+}
+
+TEST(StampProcessorTest, CancellationDuringJobs) {
+    TempDir in, out;
+    std::vector<fs::path> paths;
+    for (const std::string take : {"T1", "T2"}) {
+        paths.push_back(testing::writeLTCFile(in / ("A-" + take + "-ltc.wav"),
+                                              FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0, 2));
+        paths.push_back(testing::writeStem(in / ("A-" + take + "-stem.wav"), 2));
+    }
+    auto options = optionsFor(ProcessingMode::groupedBatch, FrameRatePreset::fps25, out.path());
+    bool cancel = false;
+    const std::string error = runError([&] {
+        StampProcessor().run(
+            describeAll(paths), std::nullopt, options,
+            [&](const ProcessingProgress& p) { cancel = cancel || p.message.starts_with("Wrote"); },
+            [&] { return cancel; });
+    });
+    EXPECT_EQ(error, "Operation cancelled.");
+    // The first job's output stays; no second output, no log.
+    EXPECT_TRUE(fs::exists(out / "A-T1-stem_tc.wav"));
+    EXPECT_FALSE(fs::exists(out / "A-T2-stem_tc.wav"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(out.path()), fs::directory_iterator()), 1);
+}
+
+TEST(StampProcessorTest, ConfidenceGate) {
+    EXPECT_EQ(runError([] { JobExecutor::confidenceWarnings(0.54, false); }),
+              "LTC decoding confidence is low (54%). Confirm before stamping.");
+    const auto forced = JobExecutor::confidenceWarnings(0.54, true);
+    ASSERT_EQ(forced.size(), 1u);
+    EXPECT_EQ(forced[0].message, "Decode confidence is below ideal (54%).");
+    EXPECT_TRUE(JobExecutor::confidenceWarnings(0.55, false).size() == 1);
+    EXPECT_TRUE(JobExecutor::confidenceWarnings(0.7, false).empty());
+}
+
+TEST(StampProcessorTest, StartBeforeMidnightWrapsAndTimeReferenceFollowsTheTimecode) {
+    LTCDecodeResult decode;
+    decode.frameRate = testing::rateOf(FrameRatePreset::fps25);
+    decode.timecode = {0, 0, 0, 1, false};
+    const Timecode start = JobExecutor::startTimecode(decode, 1920 * 3, 48000);
+    EXPECT_EQ(start.description(), "23:59:59:23");
+    EXPECT_EQ(JobExecutor::timeReference(start, decode.frameRate, 48000),
+              static_cast<std::uint64_t>(86400 * 25 - 2) * 1920);
+}
+
+}  // namespace
+}  // namespace norvane
