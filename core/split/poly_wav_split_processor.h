@@ -1,0 +1,80 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/common/error.h"
+
+namespace norvane {
+
+// What the split did with one input.
+struct PolyWavSplitFileResult {
+    std::filesystem::path inputURL;
+    std::string disambiguatedBaseName;              // "Take1", or "Take1 (2)" for the second Take1
+    std::vector<std::filesystem::path> outputURLs;  // in channel order
+    bool skipped = false;
+    std::optional<std::string> skipReason;
+
+    friend bool operator==(const PolyWavSplitFileResult&, const PolyWavSplitFileResult&) = default;
+};
+
+struct PolyWavSplitReport {
+    std::vector<PolyWavSplitFileResult> fileResults;  // one per distinct input, in processing order
+    std::vector<std::filesystem::path> outputPaths;   // every written file, in the order written
+
+    friend bool operator==(const PolyWavSplitReport&, const PolyWavSplitReport&) = default;
+};
+
+class PolyWavSplitError : public Error {
+  public:
+    enum class Kind { outputExists, cancelled };
+
+    // "Output file already exists: NAME. Enable overwrite or choose another folder."
+    static PolyWavSplitError outputExists(const std::filesystem::path& url);
+    // "Split was cancelled."
+    static PolyWavSplitError cancelled();
+
+    Kind kind() const { return kind_; }
+    // The existing output for outputExists; empty otherwise.
+    const std::filesystem::path& url() const { return url_; }
+
+  private:
+    PolyWavSplitError(Kind kind, const std::string& message, std::filesystem::path url = {})
+        : Error(message), kind_(kind), url_(std::move(url)) {}
+    Kind kind_;
+    std::filesystem::path url_;
+};
+
+// Splits multichannel WAV files into one mono WAV per channel. Holds no state.
+namespace PolyWavSplitProcessor {
+
+// Inputs are made absolute, de-duplicated and processed in code-point order of
+// their full paths (name disambiguation follows that order). Each channel i of
+// a file goes to outputFolder / (base + "_CH" + i+1 zero-padded to
+// max(2, digits of the channel count) + ".wav"). Unreadable, unsupported and
+// one-channel files are skipped with a reason. An existing output without
+// `overwriteExisting`, a mono-writer error or a write error stops the run by
+// throwing (files already written stay); `isCancelled` is polled before each
+// file and each channel and stops with PolyWavSplitError::cancelled().
+// `progress` gets done / total after each unit (a channel written or a file
+// skipped), reaching exactly 1.0 when nothing fails.
+PolyWavSplitReport split(const std::vector<std::filesystem::path>& inputs,
+                         const std::filesystem::path& outputFolder, bool overwriteExisting,
+                         const std::function<void(double)>& progress = {},
+                         const std::function<bool()>& isCancelled = {});
+
+// "CH01" ... for a file of `channelCount` channels; `channelNumber` is 1-based.
+std::string channelLabel(int channelNumber, int channelCount);
+
+}  // namespace PolyWavSplitProcessor
+
+// The WAV files of a selection: folders are searched recursively (hidden
+// files included), files are kept as given; only paths whose extension is
+// "wav" in any case are returned, each once, in a stable order.
+std::vector<std::filesystem::path> expandWavInputs(
+    const std::vector<std::filesystem::path>& inputs);
+
+}  // namespace norvane

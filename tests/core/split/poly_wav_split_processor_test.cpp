@@ -1,0 +1,290 @@
+#include "core/split/poly_wav_split_processor.h"
+
+#include <gtest/gtest.h>
+
+#include "core/audio/mono_wav_writer.h"
+#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::WavSpec;
+
+// Distinct bytes everywhere: byte k of the data is k * 7 + 3 (mod 256), so a
+// wrong offset or stride shows up as a mismatch.
+ByteBuffer patternedData(std::size_t size) {
+    ByteBuffer data(size);
+    for (std::size_t k = 0; k < size; ++k) {
+        data[k] = static_cast<std::uint8_t>(k * 7 + 3 + k / 251);
+    }
+    return data;
+}
+
+std::vector<std::string> names(const std::vector<fs::path>& paths) {
+    std::vector<std::string> out;
+    for (const auto& p : paths) {
+        out.push_back(p.filename().string());
+    }
+    return out;
+}
+
+struct Layout {
+    std::uint16_t format;
+    std::uint16_t subFormat;
+    std::uint16_t bits;
+    int sndfileSubtype;
+};
+
+struct SplitCase {
+    int channels;
+    Layout layout;
+};
+
+std::vector<SplitCase> splitCases() {
+    const std::vector<Layout> layouts = {
+        {testing::kWavPCM, 1, 16, SF_FORMAT_PCM_16},
+        {testing::kWavPCM, 1, 24, SF_FORMAT_PCM_24},
+        {testing::kWavPCM, 1, 32, SF_FORMAT_PCM_32},
+        {testing::kWavFloat, 3, 32, SF_FORMAT_FLOAT},
+        {testing::kWavExtensible, testing::kWavPCM, 24, SF_FORMAT_PCM_24},
+        {testing::kWavExtensible, testing::kWavFloat, 32, SF_FORMAT_FLOAT},
+    };
+    std::vector<SplitCase> cases;
+    for (int channels : {2, 8, 10, 100}) {
+        for (const Layout& layout : layouts) {
+            // Every output is synced to disk: keep the 100-channel case to two layouts.
+            if (channels == 100 && layout.bits != 16 && layout.format != testing::kWavExtensible) {
+                continue;
+            }
+            cases.push_back({channels, layout});
+        }
+    }
+    return cases;
+}
+
+class PolyWavSplitLayoutTest : public ::testing::TestWithParam<SplitCase> {};
+
+TEST_P(PolyWavSplitLayoutTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) {
+    const int channels = GetParam().channels;
+    const Layout layout = GetParam().layout;
+    {
+        {
+            SCOPED_TRACE(::testing::Message() << channels << " ch, tag " << layout.format << ", "
+                                              << layout.bits << " bits");
+            testing::TempDir dir;
+            const std::size_t bytesPerSample = layout.bits / 8u;
+            const std::size_t block = bytesPerSample * static_cast<std::size_t>(channels);
+            const std::size_t frames = 3;
+            WavSpec spec;
+            spec.format = layout.format;
+            spec.subFormat = layout.subFormat;
+            spec.bits = layout.bits;
+            spec.channels = static_cast<std::uint16_t>(channels);
+            spec.sampleRate = 44100;
+            spec.data = patternedData(frames * block);
+            if (layout.format == testing::kWavFloat || layout.subFormat == testing::kWavFloat) {
+                // Keep float samples finite so libsndfile reads sane values.
+                for (std::size_t k = 3; k < spec.data->size(); k += 4) {
+                    (*spec.data)[k] = 0x3E;
+                }
+            }
+            spec.beforeData = {{"bext", testing::makeBextPayload(42)}};
+            testing::writeBytes(dir / "Take.wav", testing::makeWav(spec));
+            fs::create_directory(dir / "out");
+
+            const auto report =
+                PolyWavSplitProcessor::split({dir / "Take.wav"}, dir / "out", false);
+            ASSERT_EQ(report.outputPaths.size(), static_cast<std::size_t>(channels));
+            ASSERT_EQ(report.fileResults.size(), 1u);
+            EXPECT_FALSE(report.fileResults[0].skipped);
+            EXPECT_EQ(report.fileResults[0].outputURLs, report.outputPaths);
+            EXPECT_EQ(report.outputPaths.front().filename(),
+                      channels >= 100 ? "Take_CH001.wav" : "Take_CH01.wav");
+            EXPECT_EQ(report.outputPaths.back().filename(), channels == 2    ? "Take_CH02.wav"
+                                                            : channels == 8  ? "Take_CH08.wav"
+                                                            : channels == 10 ? "Take_CH10.wav"
+                                                                             : "Take_CH100.wav");
+
+            for (int c = 0; c < channels; ++c) {
+                const ByteBuffer out = testing::readBytes(report.outputPaths[c]);
+                const auto chunks = testing::listChunks(out);
+                ASSERT_EQ(chunks.size(), 2u);
+                const ByteBuffer& fmt = chunks[0].payload;
+                ASSERT_EQ(fmt.size(), 16u);
+                EXPECT_EQ(readLE16(fmt, 0),
+                          layout.bits == 32 && layout.sndfileSubtype == SF_FORMAT_FLOAT ? 3 : 1);
+                EXPECT_EQ(readLE16(fmt, 2), 1);
+                EXPECT_EQ(readLE32(fmt, 8), 44100u * bytesPerSample);
+                EXPECT_EQ(readLE16(fmt, 12), bytesPerSample);
+                // The channel taken independently from the source bytes.
+                ByteBuffer expected;
+                for (std::size_t f = 0; f < frames; ++f) {
+                    const auto at = spec.data->begin() +
+                                    static_cast<std::ptrdiff_t>(f * block + c * bytesPerSample);
+                    expected.insert(expected.end(), at,
+                                    at + static_cast<std::ptrdiff_t>(bytesPerSample));
+                }
+                ASSERT_EQ(chunks[1].payload, expected) << "channel " << c;
+                const auto view = testing::openWithSndfile(report.outputPaths[c]);
+                ASSERT_TRUE(view.opened);
+                EXPECT_EQ(view.frames, 3);
+                EXPECT_EQ(view.channels, 1);
+                EXPECT_EQ(view.format, SF_FORMAT_WAV | layout.sndfileSubtype);
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, PolyWavSplitLayoutTest, ::testing::ValuesIn(splitCases()),
+                         [](const ::testing::TestParamInfo<SplitCase>& param) {
+                             return std::to_string(param.param.channels) + "ch_tag" +
+                                    std::to_string(param.param.layout.format) + "_" +
+                                    std::to_string(param.param.layout.subFormat) + "_" +
+                                    std::to_string(param.param.layout.bits) + "bit";
+                         });
+
+TEST(PolyWavSplitTest, SortedInputsAndDisambiguatedNames) {
+    testing::TempDir dir;
+    fs::create_directories(dir / "A");
+    fs::create_directories(dir / "B");
+    fs::create_directories(dir / "out");
+    const ByteBuffer stereo = testing::makePcm16(48000, {{0.1f, 0.2f}, {0.3f, 0.4f}});
+    testing::writeBytes(dir / "A" / "Take1.wav", stereo);
+    testing::writeBytes(dir / "B" / "Take1.wav", stereo);
+    testing::writeBytes(dir / "B" / "Take1.WAV.wav", stereo);
+    // Given in reverse order, one of them twice (once through "..").
+    const auto report = PolyWavSplitProcessor::split(
+        {dir / "B" / "Take1.wav", dir / "A" / "Take1.wav", dir / "A" / ".." / "B" / "Take1.wav"},
+        dir / "out", false);
+    ASSERT_EQ(report.fileResults.size(), 2u);
+    EXPECT_EQ(report.fileResults[0].inputURL, dir / "A" / "Take1.wav");
+    EXPECT_EQ(report.fileResults[0].disambiguatedBaseName, "Take1");
+    EXPECT_EQ(report.fileResults[1].disambiguatedBaseName, "Take1 (2)");
+    EXPECT_EQ(names(report.outputPaths),
+              (std::vector<std::string>{"Take1_CH01.wav", "Take1_CH02.wav", "Take1 (2)_CH01.wav",
+                                        "Take1 (2)_CH02.wav"}));
+
+    EXPECT_TRUE(PolyWavSplitProcessor::split({}, dir / "out", false).fileResults.empty());
+}
+
+TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
+    testing::TempDir dir;
+    fs::create_directory(dir / "out");
+    testing::writeBytes(dir / "a_mono.wav", testing::makePcm16(48000, {{0.1f, 0.2f}}));
+    testing::writeBytes(dir / "b_garbage.wav", ByteBuffer(40, 'x'));
+    testing::writeBytes(dir / "c_quad.wav", testing::makeFloat32(48000, {{0}, {0}, {0}, {0}}));
+    std::vector<double> fractions;
+    const auto report = PolyWavSplitProcessor::split(
+        {dir / "c_quad.wav", dir / "a_mono.wav", dir / "b_garbage.wav", dir / "missing.wav"},
+        dir / "out", false, [&](double f) { fractions.push_back(f); });
+    ASSERT_EQ(report.fileResults.size(), 4u);
+    EXPECT_TRUE(report.fileResults[0].skipped);
+    EXPECT_EQ(report.fileResults[0].skipReason, "File has one channel; nothing to split.");
+    EXPECT_EQ(report.fileResults[1].skipReason, "Could not read: File is not RIFF/WAV.");
+    EXPECT_FALSE(report.fileResults[2].skipped);
+    EXPECT_FALSE(report.fileResults[2].skipReason.has_value());
+    EXPECT_EQ(report.fileResults[3].inputURL.filename(), "missing.wav");
+    EXPECT_EQ(report.fileResults[3].skipReason,
+              "Could not read: No such file or directory: " + (dir / "missing.wav").string());
+    EXPECT_TRUE(report.fileResults[3].outputURLs.empty());
+    // 1 + 1 + 4 + 1 units; the mono input is never copied.
+    ASSERT_EQ(fractions.size(), 7u);
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_EQ(fractions.front(), 1.0 / 7);
+    EXPECT_EQ(fractions.back(), 1.0);
+    EXPECT_EQ(report.outputPaths.size(), 4u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir / "out"), fs::directory_iterator()), 4);
+}
+
+TEST(PolyWavSplitTest, StopsOnAnExistingOutputKeepingEarlierOnes) {
+    testing::TempDir dir;
+    testing::writeBytes(dir / "Take1.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}, {0.3f}}));
+    testing::writeBytes(dir / "Take1_CH02.wav", ByteBuffer{'o', 'l', 'd'});
+    try {
+        PolyWavSplitProcessor::split({dir / "Take1.wav"}, dir.path(), false);
+        FAIL();
+    } catch (const PolyWavSplitError& e) {
+        EXPECT_EQ(e.kind(), PolyWavSplitError::Kind::outputExists);
+        EXPECT_STREQ(e.what(),
+                     "Output file already exists: Take1_CH02.wav. Enable overwrite or choose "
+                     "another folder.");
+        EXPECT_EQ(e.url(), dir / "Take1_CH02.wav");
+    }
+    EXPECT_TRUE(fs::exists(dir / "Take1_CH01.wav"));
+    EXPECT_FALSE(fs::exists(dir / "Take1_CH03.wav"));
+    EXPECT_EQ(testing::readBytes(dir / "Take1_CH02.wav"), (ByteBuffer{'o', 'l', 'd'}));
+
+    const auto report = PolyWavSplitProcessor::split({dir / "Take1.wav"}, dir.path(), true);
+    EXPECT_EQ(report.outputPaths.size(), 3u);
+    EXPECT_EQ(testing::listChunks(testing::readBytes(dir / "Take1_CH02.wav")).size(), 2u);
+}
+
+TEST(PolyWavSplitTest, MonoWriterErrorsEndTheRun) {
+    testing::TempDir dir;
+    WavSpec eight;
+    eight.bits = 8;
+    eight.frames = 4;
+    testing::writeBytes(dir / "eight.wav", testing::makeWav(eight));
+    try {
+        PolyWavSplitProcessor::split({dir / "eight.wav"}, dir.path(), false);
+        FAIL();
+    } catch (const MonoWAVError& e) {
+        EXPECT_STREQ(e.what(), "Bit depth 8 is not supported for mono export (use 16, 24, or 32).");
+    }
+    // A missing output folder is a write error that ends the run.
+    testing::writeBytes(dir / "ok.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}}));
+    EXPECT_THROW(PolyWavSplitProcessor::split({dir / "ok.wav"}, dir / "nowhere", false),
+                 fs::filesystem_error);
+}
+
+TEST(PolyWavSplitTest, CancellationBetweenChannels) {
+    testing::TempDir dir;
+    fs::create_directory(dir / "out");
+    testing::writeBytes(dir / "t.wav", testing::makePcm16(48000, {{0}, {0}, {0}, {0}}));
+    int polls = 0;
+    try {
+        // Polled before the file, then before each channel: stop before the third channel.
+        PolyWavSplitProcessor::split({dir / "t.wav"}, dir / "out", false, {},
+                                     [&] { return ++polls > 3; });
+        FAIL();
+    } catch (const PolyWavSplitError& e) {
+        EXPECT_EQ(e.kind(), PolyWavSplitError::Kind::cancelled);
+        EXPECT_STREQ(e.what(), "Split was cancelled.");
+    }
+    EXPECT_EQ(names({fs::directory_iterator(dir / "out"), fs::directory_iterator()}).size(), 2u);
+    EXPECT_TRUE(fs::exists(dir / "out" / "t_CH02.wav"));
+    EXPECT_THROW(
+        PolyWavSplitProcessor::split({dir / "t.wav"}, dir / "out", true, {}, [] { return true; }),
+        PolyWavSplitError);
+}
+
+TEST(PolyWavSplitTest, ChannelLabels) {
+    using PolyWavSplitProcessor::channelLabel;
+    EXPECT_EQ(channelLabel(1, 2), "CH01");
+    EXPECT_EQ(channelLabel(10, 10), "CH10");
+    EXPECT_EQ(channelLabel(1, 100), "CH001");
+    EXPECT_EQ(channelLabel(128, 128), "CH128");
+    EXPECT_EQ(channelLabel(7, 1000), "CH0007");
+}
+
+TEST(PolyWavSplitTest, ExpandWavInputs) {
+    testing::TempDir dir;
+    fs::create_directories(dir / "day1" / ".hidden");
+    for (const char* name : {"day1/a.WAV", "day1/b.wav", "day1/notes.txt", "day1/.hidden/c.wav",
+                             "loose.Wav", "loose.mp3"}) {
+        testing::writeBytes(dir / name, {});
+    }
+    fs::create_directory(dir / "day1" / "folder.wav");
+    const auto found = expandWavInputs(
+        {dir / "day1", dir / "loose.Wav", dir / "loose.mp3", dir / "day1" / "b.wav"});
+    EXPECT_EQ(found,
+              (std::vector<fs::path>{dir / "day1" / ".hidden" / "c.wav", dir / "day1" / "a.WAV",
+                                     dir / "day1" / "b.wav", dir / "loose.Wav"}));
+    EXPECT_TRUE(expandWavInputs({dir / "day1" / "notes.txt"}).empty());
+}
+
+}  // namespace
+}  // namespace norvane
