@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include "app/viewmodels/background_task.h"
+#include "core/settings/app_settings_store.h"
+
+namespace norvane {
+
+// The poly WAV split screen: the queued files, the output folder, the
+// overwrite switch, and one background split at a time (polySplitTask) whose
+// progress, per-file lines and outcome come back to the main thread.
+class PolySplitWorkflow : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(
+        QStringList polySplitInputURLs READ polySplitInputURLs NOTIFY polySplitInputURLsChanged)
+    Q_PROPERTY(QString polySplitOutputFolder READ polySplitOutputFolder WRITE setOutputFolder NOTIFY
+                   polySplitOutputFolderChanged)
+    Q_PROPERTY(
+        bool polySplitIsProcessing READ polySplitIsProcessing NOTIFY polySplitIsProcessingChanged)
+    Q_PROPERTY(double polySplitProgress READ polySplitProgress NOTIFY polySplitProgressChanged)
+    Q_PROPERTY(QString polySplitStatusMessage READ polySplitStatusMessage NOTIFY
+                   polySplitStatusMessageChanged)
+    Q_PROPERTY(QStringList polySplitLogLines READ polySplitLogLines NOTIFY polySplitLogLinesChanged)
+    Q_PROPERTY(bool polySplitOverwriteExisting READ polySplitOverwriteExisting WRITE
+                   setPolySplitOverwriteExisting NOTIFY polySplitOverwriteExistingChanged)
+
+  public:
+    // The output folder starts as the settings' polySplitDefaultOutputFolderPath.
+    explicit PolySplitWorkflow(const AppSettingsStore& settings, QObject* parent = nullptr);
+    ~PolySplitWorkflow() override;
+
+    const QStringList& polySplitInputURLs() const { return inputURLs_; }
+    const QString& polySplitOutputFolder() const { return outputFolder_; }
+    bool polySplitIsProcessing() const { return isProcessing_; }
+    double polySplitProgress() const { return progress_; }
+    const QString& polySplitStatusMessage() const { return statusMessage_; }
+    const QStringList& polySplitLogLines() const { return logLines_; }
+    bool polySplitOverwriteExisting() const { return overwriteExisting_; }
+
+    void setPolySplitOverwriteExisting(bool overwrite);
+
+    // Files and folders from the picker or a drop: folders are searched
+    // recursively, only .wav files are kept, merged without duplicates and
+    // sorted by file name the way a file browser orders them.
+    Q_INVOKABLE void addFiles(const QStringList& paths);
+    Q_INVOKABLE void clearList();
+    Q_INVOKABLE void setOutputFolder(const QString& path);
+    // Starts the split of the whole list (cancelling a split still running).
+    Q_INVOKABLE void startSplit();
+    Q_INVOKABLE void cancelSplit();
+
+  signals:
+    void polySplitInputURLsChanged();
+    void polySplitOutputFolderChanged();
+    void polySplitIsProcessingChanged();
+    void polySplitProgressChanged();
+    void polySplitStatusMessageChanged();
+    void polySplitLogLinesChanged();
+    void polySplitOverwriteExistingChanged();
+
+  private:
+    void appendLog(const QString& message);
+    void setStatus(const QString& status);
+    void setProgress(double progress);
+    void setProcessing(bool processing);
+
+    QStringList inputURLs_;
+    QString outputFolder_;
+    bool isProcessing_ = false;
+    double progress_ = 0;
+    QString statusMessage_;
+    QStringList logLines_;
+    bool overwriteExisting_ = false;
+    // Last, so that it stops and joins its thread before the state goes away.
+    BackgroundTask polySplitTask_;
+};
+
+}  // namespace norvane
