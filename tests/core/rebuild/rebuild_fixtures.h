@@ -1,0 +1,66 @@
+#pragma once
+
+// Synced WAVs and document checks shared by the rebuild tests.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "core/common/bytes.h"
+#include "core/common/file_output.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane::testing {
+
+struct SyncedWavSpec {
+    std::int64_t frames = 48000;
+    std::uint32_t sampleRate = 48000;
+    std::uint16_t channels = 1;
+    std::optional<std::uint64_t> timeReference;  // a bext chunk when set
+    std::optional<std::string> ixml;             // an iXML chunk when set
+};
+
+// A bext payload (EBU Tech 3285, 602 bytes) whose TimeReference is `samples`.
+inline ByteBuffer bextPayload(std::uint64_t samples) {
+    ByteBuffer payload(602, 0);
+    writeLE64(payload.data() + 338, samples);
+    return payload;
+}
+
+inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpec& spec) {
+    WavSpec wav;
+    wav.channels = spec.channels;
+    wav.sampleRate = spec.sampleRate;
+    wav.bits = 16;
+    wav.frames = spec.frames;
+    if (spec.timeReference) {
+        wav.beforeData.emplace_back("bext", bextPayload(*spec.timeReference));
+    }
+    if (spec.ixml) {
+        wav.beforeData.emplace_back("iXML", ByteBuffer(spec.ixml->begin(), spec.ixml->end()));
+    }
+    writeFile(path, makeWav(wav), WriteMode::replaceAtomically);
+}
+
+inline void writeText(const std::filesystem::path& path, const std::string& text) {
+    writeFile(path, ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
+              WriteMode::replaceAtomically);
+}
+
+// xmllint's verdict on `document` against the FCPXML 1.9 DTD: empty when valid,
+// otherwise what it printed.
+inline std::string dtdProblems(const std::string& document) {
+    TempDir dir;
+    writeText(dir / "doc.fcpxml", document);
+    CommandResult result = runCommand("xmllint --noout --nonet --dtdvalid '" +
+                                      (dataDir() / "fcpxml" / "fcpxml-1.9.dtd").string() + "' '" +
+                                      (dir / "doc.fcpxml").string() + "'");
+    if (result.exitCode == 0) {
+        return "";
+    }
+    return "exit " + std::to_string(result.exitCode) + ": " + result.err + result.out;
+}
+
+}  // namespace norvane::testing

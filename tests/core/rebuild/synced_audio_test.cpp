@@ -1,0 +1,146 @@
+#include "core/rebuild/synced_audio.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/core/rebuild/rebuild_fixtures.h"
+
+namespace norvane {
+namespace {
+
+using testing::SyncedWavSpec;
+using testing::TempDir;
+using testing::writeSyncedWav;
+
+FrameRateConfig fps25() {
+    return *frameRateConfig(FrameRatePreset::fps25);
+}
+
+TEST(SyncedAudioNames, EventIndexPatternsInOrder) {
+    EXPECT_EQ(eventIndex("Event_007_trk2.wav"), 7);
+    EXPECT_EQ(eventIndex("SEG12.WAV"), 12);
+    EXPECT_EQ(eventIndex("evt-0003 take 9.wav"), 3);  // the token wins over later digits
+    EXPECT_EQ(eventIndex("a3-012_mix.wav"), 12);
+    EXPECT_EQ(eventIndex("A10-7.wav"), 7);
+    EXPECT_EQ(eventIndex("take 5 part 9.wav"), 9);
+    EXPECT_EQ(eventIndex("crash.wav"), kNoEventIndex);
+    EXPECT_EQ(eventIndex("seg000.wav"), 0);
+    EXPECT_EQ(eventIndex("take_99999999999999999999.wav"), kNoEventIndex);  // overflow
+    EXPECT_EQ(eventIndex("scene.wav.wav"), kNoEventIndex);
+}
+
+TEST(SyncedAudioNames, ExplicitTrackKeyNeedsSeparators) {
+    EXPECT_EQ(explicitTrackKey("Event_007_trk2.wav"), "Trk2");
+    EXPECT_EQ(explicitTrackKey("take_CH02.wav"), "Trk2");
+    EXPECT_EQ(explicitTrackKey("Track 010-x.wav"), "Trk10");
+    EXPECT_EQ(explicitTrackKey("take-channel 3.wav"), "Trk3");
+    EXPECT_EQ(explicitTrackKey("match1.wav"), std::nullopt);     // "ch" inside a word
+    EXPECT_EQ(explicitTrackKey("take_ch2x.wav"), std::nullopt);  // number must end the token
+    EXPECT_EQ(explicitTrackKey("SEG12.WAV"), std::nullopt);
+    EXPECT_EQ(trackKeyOrDefault("SEG12.WAV"), "Trk1");
+}
+
+TEST(SyncedAudioNames, EventTimecodeText) {
+    auto tc = parseEventTimecode("01:02:03:04");
+    ASSERT_TRUE(tc);
+    EXPECT_EQ(tc->hours, 1);
+    EXPECT_EQ(tc->frames, 4);
+    EXPECT_EQ(parseEventTimecode("10:00:00;12")->frames, 12);
+    EXPECT_EQ(parseEventTimecode("10:00:00")->frames, 0);
+    for (const char* bad : {"UNRESOLVED", "1:00:00:00", "01:00:00:00:00", "01:00:00.12", ""}) {
+        EXPECT_FALSE(parseEventTimecode(bad)) << bad;
+    }
+}
+
+TEST(SyncedAudioScan, MetadataPriorityAndProvenance) {
+    TempDir dir;
+    // iXML wins over bext; bext over the name; the name is the fallback.
+    writeSyncedWav(
+        dir / "evt1_trk1 10:00:00:00.wav",
+        {48000, 48000, 1, 48000ull * 3600, "<BWFXML><TIMECODE> 01:00:00:05 \n</TIMECODE>"});
+    writeSyncedWav(dir / "evt1_trk2.wav", {48000, 48000, 1, 48000ull * 3600 + 1920 * 6, {}});
+    writeSyncedWav(dir / "evt2_trk1 02:00:00:00.wav", {24000, 48000, 2, {}, {}});
+    writeSyncedWav(dir / "evt3_trk1.wav",
+                   {48000, 48000, 1, {}, "<TIMECODE_RATE>25</TIMECODE_RATE>"});
+
+    auto rows =
+        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::bwfIXMLThenFilename, fps25(), fps25());
+    ASSERT_EQ(rows.size(), 4u);
+    EXPECT_EQ(rows[0].eventTimecode, "01:00:00:05");
+    EXPECT_EQ(rows[0].timecodeProvenance, TimelineTimecodeProvenance::ixml);
+    EXPECT_EQ(rows[0].sourceMediaStart, RationalTime(3600, 1));
+    EXPECT_EQ(rows[0].trackProvenance, TimelineTrackProvenance::explicit_);
+    EXPECT_EQ(rows[1].eventTimecode, "01:00:00:06");
+    EXPECT_EQ(rows[1].timecodeProvenance, TimelineTimecodeProvenance::bwf);
+    EXPECT_EQ(rows[1].sourceMediaStart, RationalTime(3600 * 25 + 6, 25));
+    EXPECT_FALSE(rows[1].usedFallback);
+    EXPECT_EQ(rows[2].eventTimecode, "02:00:00:00");
+    EXPECT_EQ(rows[2].timecodeProvenance, TimelineTimecodeProvenance::filename);
+    EXPECT_TRUE(rows[2].usedFallback);
+    EXPECT_EQ(rows[2].channels, 2);
+    EXPECT_DOUBLE_EQ(rows[2].durationSeconds, 0.5);
+    EXPECT_EQ(rows[2].sourceMediaStart, RationalTime::zero());
+    EXPECT_EQ(rows[3].eventTimecode, "UNRESOLVED");
+    EXPECT_EQ(rows[3].timecodeProvenance, TimelineTimecodeProvenance::unresolved);
+    EXPECT_EQ(rows[3].name, "evt3_trk1");
+    EXPECT_EQ(rows[3].id.size(), 36u);
+    EXPECT_NE(rows[3].id, rows[2].id);
+
+    auto byName =
+        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::filenameOnly, fps25(), fps25());
+    EXPECT_EQ(byName[0].eventTimecode, "10:00:00:00");
+    EXPECT_FALSE(byName[0].usedFallback);
+    EXPECT_EQ(byName[1].eventTimecode, "UNRESOLVED");
+
+    auto xmlOnly =
+        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::inputXMLOnly, fps25(), fps25());
+    for (const auto& row : xmlOnly) {
+        EXPECT_EQ(row.eventTimecode, "UNRESOLVED") << row.name;
+        EXPECT_EQ(row.timecodeProvenance, TimelineTimecodeProvenance::unresolved);
+    }
+}
+
+TEST(SyncedAudioScan, FileOrderImplicitKeysAndFinalSort) {
+    TempDir dir;
+    for (const char* name : {"evt10_a.wav", "evt10_trk3.wav", "evt10_b.wav", "evt2_x.WAV",
+                             "evt2_ch1.wav", "notes.wave", "evt3.aif", ".hidden9.wav"}) {
+        writeSyncedWav(dir / name, {});
+    }
+    std::filesystem::create_directory(dir / "evt7.wav");  // a folder is not a file
+    auto rows =
+        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::filenameOnly, fps25(), fps25());
+    std::vector<std::string> got;
+    for (const auto& row : rows) {
+        got.push_back(std::to_string(row.eventOrder) + " " + row.trackKey + " " + row.name + " " +
+                      label(row.trackProvenance));
+    }
+    // evt2 sorts before evt10 (numbers by value). In event 10 the files
+    // without a token take Trk1 and Trk2 in file order and trk3 keeps its key;
+    // in event 2 the counter starts at 1 again, next to the explicit ch1.
+    EXPECT_THAT(got, ::testing::ElementsAre("2 Trk1 evt2_ch1 Explicit", "2 Trk1 evt2_x Implicit",
+                                            "10 Trk1 evt10_a Implicit", "10 Trk2 evt10_b Implicit",
+                                            "10 Trk3 evt10_trk3 Explicit"));
+}
+
+TEST(SyncedAudioScan, UnreadableFilesAndFoldersAreReported) {
+    TempDir dir;
+    testing::writeText(dir / "evt1.wav", "not a wav at all");
+    try {
+        scanSyncedAudio(dir.path(), TimecodeSourcePriority::filenameOnly, fps25(), fps25());
+        FAIL() << "no error";
+    } catch (const SyncedAudioError& e) {
+        EXPECT_THAT(e.message(), ::testing::StartsWith("Cannot read synced WAV evt1.wav: "));
+    }
+    EXPECT_THROW(
+        scanSyncedAudio(dir / "missing", TimecodeSourcePriority::filenameOnly, fps25(), fps25()),
+        std::filesystem::filesystem_error);
+    int polls = 0;
+    EXPECT_FALSE(scanSyncedAudio(dir.path(), TimecodeSourcePriority::filenameOnly, fps25(), fps25(),
+                                 [&] { return ++polls > 0; }));
+}
+
+}  // namespace
+}  // namespace norvane
