@@ -1,0 +1,103 @@
+#pragma once
+
+// Events, camera lanes and audio lanes of a rebuild, worked out once and used
+// both for the analysis shown before a build and for the generated document.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/rebuild/rational_time.h"
+#include "core/rebuild/rebuild_issue.h"
+#include "core/rebuild/source_timeline.h"
+#include "core/rebuild/synced_audio.h"
+#include "core/settings/settings_enums.h"
+
+namespace norvane {
+
+struct ResolveRebuildVideoLaneInfo {
+    std::int64_t lane = 0;  // output lane
+    std::string label;
+    std::int64_t candidateClipCount = 0;
+};
+
+struct ResolveRebuildEventCameraMatch {
+    std::string laneLabel;
+    bool hasMatch = false;
+    std::optional<std::string> clipName;
+};
+
+struct ResolveRebuildEventAnalysis {
+    std::int64_t eventOrder = 0;
+    std::string timecode;
+    std::int64_t audioTrackCount = 0;
+    std::vector<ResolveRebuildEventCameraMatch> cameraMatches;  // one per video lane
+};
+
+struct ResolveRebuildAnalysis {
+    std::vector<ResolveRebuildVideoLaneInfo> videoLanes;
+    std::vector<ResolveRebuildEventAnalysis> events;  // ascending event order
+    std::vector<ResolveRebuildIssue> issues;          // in the order raised
+    bool hasMulticam = false;
+    std::optional<std::string> multicamName;
+
+    bool hasErrors() const;
+};
+
+struct ResolveRebuildOptions {
+    RationalTime timelineStart = RationalTime::seconds(3600);
+    MissingCameraBehavior missingCameraBehavior = MissingCameraBehavior::insertGap;
+    VideoFrameRateMode videoFrameRateMode = VideoFrameRateMode::sameAsLTC;
+};
+
+// The rate event timecodes count in: the sequence rate, or half of it for
+// Double LTC (50/60 fps picture stamped from 25/30 fps LTC), labelled
+// "LTC " + that rate.
+FrameRateConfig timecodeRate(const FrameRateConfig& sequenceRate, VideoFrameRateMode mode);
+
+// The placement of one rebuild, as exact times.
+struct RebuildPlan {
+    struct Camera {
+        std::size_t sourceIndex = 0;  // into SourceContext::videoSources
+        std::int64_t lane = 1;
+        VideoCandidate candidate;
+        RationalTime start;  // where the event's timecode is in the clip's media
+    };
+    struct Audio {
+        std::size_t inputIndex = 0;  // into RebuildPlan::keptInputs
+        std::int64_t lane = -2;
+        RationalTime duration;
+    };
+    struct Event {
+        std::int64_t order = 0;
+        std::string timecode;          // as shown ("00:00:00:00" when unparseable)
+        RationalTime time;             // the timecode in seconds: the event gap's start
+        RationalTime offset;           // the gap's position on the timeline
+        RationalTime duration;         // the gap's length, whole sequence frames
+        RationalTime contentDuration;  // the longest file (1 s when all are empty)
+        RationalTime mixStart;         // the stereo mix's position at this event
+        std::vector<Camera> cameras;
+        std::vector<std::int64_t> cameraGapLanes;
+        std::vector<Audio> tracks;
+        std::vector<std::int64_t> trackGapLanes;
+    };
+
+    FrameRateConfig sequenceRate;
+    FrameRateConfig timecodeRate;
+    RationalTime timelineStart;
+    RationalTime totalDuration;
+    std::vector<std::string> trackKeys;                // audio lanes -2, -3, ... in this order
+    std::vector<ResolveRebuildAudioInput> keptInputs;  // duplicates left out
+    std::vector<Event> events;
+    ResolveRebuildAnalysis analysis;
+};
+
+// Groups the inputs into events (ascending index), picks each event's
+// timecode and duration, matches every camera lane and assigns audio lanes.
+// Problems become issues of the analysis; only arithmetic overflow throws.
+RebuildPlan planRebuild(const SourceContext& context,
+                        const std::vector<ResolveRebuildAudioInput>& inputs,
+                        const ResolveRebuildOptions& options);
+
+}  // namespace norvane

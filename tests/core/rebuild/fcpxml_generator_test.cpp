@@ -1,0 +1,340 @@
+#include "core/rebuild/fcpxml_generator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "core/common/file_output.h"
+#include "core/rebuild/demo_timeline.h"
+#include "core/rebuild/fcpxml_validator.h"
+#include "core/rebuild/xml_tree.h"
+#include "tests/core/rebuild/rebuild_fixtures.h"
+
+namespace norvane {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+ResolveRebuildAudioInput audio(std::int64_t event, const std::string& key, const std::string& name,
+                               std::int64_t frames, const std::string& timecode,
+                               RationalTime start) {
+    ResolveRebuildAudioInput input;
+    input.url = "/takes/" + name + ".wav";
+    input.name = name;
+    input.eventOrder = event;
+    input.eventTimecode = timecode;
+    input.frameCount = frames;
+    input.sampleRate = 48000;
+    input.channels = 1;
+    input.trackKey = key;
+    input.sourceMediaStart = start;
+    return input;
+}
+
+StereoMixInfo mix(std::int64_t frames) {
+    return {"/takes/mix.wav", frames, 48000, 2};
+}
+
+// Every element named `name` in document order.
+std::vector<const XMLNode*> all(const XMLNode& root, std::string_view name) {
+    std::vector<const XMLNode*> found;
+    std::vector<const XMLNode*> stack{&root};
+    while (!stack.empty()) {
+        const XMLNode* node = stack.back();
+        stack.pop_back();
+        if (node->name == name) {
+            found.push_back(node);
+        }
+        for (auto it = node->children.rbegin(); it != node->children.rend(); ++it) {
+            stack.push_back(it->get());
+        }
+    }
+    return found;
+}
+
+std::string attrs(const XMLNode& node) {
+    std::string out = node.name;
+    for (const auto& [k, v] : node.attrs) {
+        out += " " + k + "=" + v;
+    }
+    return out;
+}
+
+std::vector<std::string> issueTexts(const ResolveRebuildAnalysis& analysis) {
+    std::vector<std::string> out;
+    for (const auto& issue : analysis.issues) {
+        out.push_back(label(issue.severity) + ": " + issue.message);
+    }
+    return out;
+}
+
+// Both checks every generated document must pass.
+void expectValid(const std::string& xml) {
+    EXPECT_EQ(testing::dtdProblems(xml), "");
+    auto own = validateGeneratedFCPXML(xml);
+    EXPECT_FALSE(own.hasErrors()) << own.issues.front().message;
+}
+
+std::string twoCameraSource() {
+    DemoTimelineSpec spec;
+    spec.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
+                  {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
+    return makeDemoSourceTimeline(spec);
+}
+
+std::vector<ResolveRebuildAudioInput> twoEvents() {
+    return {audio(1, "Trk1", "evt1_trk1", 480001, "01:00:10:00", RationalTime(3610, 1)),
+            audio(1, "Trk2", "evt1_trk2", 384000, "01:00:10:00", RationalTime(3610, 1)),
+            audio(2, "Trk1", "evt2_trk1", 240000, "01:01:00:12", RationalTime(91512, 25))};
+}
+
+TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
+    SourceContext context = readSourceTimeline(twoCameraSource());
+    auto output = generateFCPXML(context, twoEvents(), mix(48000 * 15), {});
+    expectValid(output.xml);
+    EXPECT_EQ(output.xml.substr(0, 56),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE fcpxml>");
+    EXPECT_EQ(output.xml.back(), '>');  // no line feed after </fcpxml>
+
+    auto root = parseXMLTree(output.xml);
+    auto sequence = all(*root, "sequence");
+    ASSERT_EQ(sequence.size(), 1u);
+    EXPECT_EQ(attrs(*sequence[0]),
+              "sequence tcStart=3600/1s tcFormat=NDF duration=376/25s format=r1");
+
+    const auto& gaps = root->findDescendant("spine")->children;
+    ASSERT_EQ(gaps.size(), 2u);
+    // Event 1: 480001 samples round up to 251 frames at 25 fps.
+    EXPECT_EQ(attrs(*gaps[0]), "gap name=Gap start=3610/1s offset=3600/1s duration=251/25s");
+    EXPECT_EQ(attrs(*gaps[1]), "gap name=Gap start=91512/25s offset=90251/25s duration=5/1s");
+
+    std::vector<std::string> first;
+    for (const auto& child : gaps[0]->children) {
+        first.push_back(attrs(*child));
+    }
+    EXPECT_THAT(first,
+                ElementsAre("asset-clip lane=1 ref=cam1 name=CamA start=3610/1s offset=3610/1s "
+                            "duration=251/25s tcFormat=NDF",
+                            "asset-clip lane=2 ref=cam2 name=CamB start=3610/1s offset=3610/1s "
+                            "duration=251/25s tcFormat=NDF",
+                            "asset-clip lane=-1 name=mix.wav start=0/1s enabled=1 ref=rStereoMix "
+                            "duration=480001/48000s offset=3610/1s",
+                            "asset-clip lane=-2 name=evt1_trk1.wav start=3610/1s enabled=1 "
+                            "ref=rA_1_evt1_trk1 duration=480001/48000s offset=3610/1s",
+                            "asset-clip lane=-3 name=evt1_trk2.wav start=3610/1s enabled=1 "
+                            "ref=rA_2_evt1_trk2 duration=8/1s offset=3610/1s"));
+
+    std::vector<std::string> second;
+    for (const auto& child : gaps[1]->children) {
+        second.push_back(attrs(*child));
+    }
+    // CamB's clip ends at 01:00:30:00: lane 2 holds a gap; Trk2 is missing too.
+    EXPECT_THAT(second,
+                ElementsAre("asset-clip lane=1 ref=cam1 name=CamA start=91512/25s "
+                            "offset=91512/25s duration=5/1s tcFormat=NDF",
+                            "spine lane=2 offset=91512/25s",
+                            "asset-clip lane=-1 name=mix.wav start=480001/48000s enabled=1 "
+                            "ref=rStereoMix duration=239999/48000s offset=91512/25s",
+                            "asset-clip lane=-2 name=evt2_trk1.wav start=91512/25s enabled=1 "
+                            "ref=rA_3_evt2_trk1 duration=5/1s offset=91512/25s",
+                            "spine lane=-3 offset=91512/25s"));
+    EXPECT_EQ(attrs(*gaps[1]->children[1]->children[0]),
+              "gap name=Gap start=91512/25s offset=0/1s duration=5/1s");
+
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Warning: Missing camera clip for lane V2 at event 2 (01:01:00:12); "
+                            "emitting lane gap.",
+                            "Info: Track Trk2 missing at event 2; emitting lane gap."));
+    ASSERT_EQ(output.analysis.events.size(), 2u);
+    EXPECT_EQ(output.analysis.events[0].audioTrackCount, 2);
+    EXPECT_TRUE(output.analysis.events[1].cameraMatches[0].hasMatch);
+    EXPECT_EQ(output.analysis.events[1].cameraMatches[0].clipName, "CamA");
+    EXPECT_FALSE(output.analysis.events[1].cameraMatches[1].hasMatch);
+
+    auto assets = all(*root, "asset");
+    ASSERT_EQ(assets.size(), 6u);  // two cameras, the mix, three tracks
+    EXPECT_EQ(attrs(*assets[2]),
+              "asset id=rStereoMix name=mix.wav start=0/1s hasAudio=1 audioChannels=2 "
+              "audioSources=1 duration=15/1s");
+    EXPECT_EQ(attrs(*assets[3]->children[0]),
+              "media-rep src=file:///takes/evt1_trk1.wav kind=original-media");
+}
+
+TEST(FCPXMLGenerator, MissingCameraBehaviours) {
+    SourceContext context = readSourceTimeline(twoCameraSource());
+    for (auto behaviour : {MissingCameraBehavior::insertGap, MissingCameraBehavior::skipClip,
+                           MissingCameraBehavior::failExport}) {
+        SCOPED_TRACE(label(behaviour));
+        ResolveRebuildOptions options;
+        options.missingCameraBehavior = behaviour;
+        auto output = generateFCPXML(context, twoEvents(), mix(48000 * 15), options);
+        expectValid(output.xml);
+        auto root = parseXMLTree(output.xml);
+        std::size_t cameraGaps = 0;
+        for (const XMLNode* spine : all(*root, "spine")) {
+            cameraGaps += spine->attr("lane") == "2" ? 1 : 0;
+        }
+        const auto& issue = output.analysis.issues.front();
+        switch (behaviour) {
+            case MissingCameraBehavior::insertGap:
+                EXPECT_EQ(cameraGaps, 1u);
+                EXPECT_EQ(issue.severity, ResolveRebuildIssueSeverity::warning);
+                break;
+            case MissingCameraBehavior::skipClip:
+                EXPECT_EQ(cameraGaps, 0u);
+                EXPECT_EQ(issue.message,
+                          "Missing camera clip for lane V2 at event 2 (01:01:00:12); skipping "
+                          "clip.");
+                EXPECT_EQ(issue.severity, ResolveRebuildIssueSeverity::warning);
+                break;
+            case MissingCameraBehavior::failExport:
+                EXPECT_EQ(cameraGaps, 0u);
+                EXPECT_EQ(issue.severity, ResolveRebuildIssueSeverity::error);
+                EXPECT_TRUE(output.analysis.hasErrors());
+                break;
+        }
+    }
+}
+
+TEST(FCPXMLGenerator, MulticamSourcesAndRange) {
+    DemoTimelineSpec spec;
+    spec.multicam = true;
+    spec.lanes = {{"A", {{"01:00:00:00", RationalTime::seconds(60)}}},
+                  {"B", {{"00:59:50:00", RationalTime::seconds(20)}}}};
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(spec));
+    ASSERT_EQ(context.videoSources.size(), 1u);
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 48000, "01:00:10:00", RationalTime(3610, 1)),
+        audio(2, "Trk1", "e2", 48000, "01:02:00:00", RationalTime(3720, 1))};
+    auto output = generateFCPXML(context, inputs, mix(96000), {});
+    expectValid(output.xml);
+    EXPECT_TRUE(output.analysis.hasMulticam);
+    EXPECT_EQ(output.analysis.multicamName, "Demo Multicam");
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Warning: Event 2 (01:02:00:00) outside multicam range for lane V1; "
+                            "emitting lane gap."));
+
+    auto root = parseXMLTree(output.xml);
+    auto clips = all(*root, "mc-clip");
+    ASSERT_EQ(clips.size(), 1u);
+    EXPECT_EQ(attrs(*clips[0]),
+              "mc-clip lane=1 ref=mc1 name=Demo Multicam start=3610/1s offset=3610/1s "
+              "duration=1/1s");
+    EXPECT_EQ(attrs(*clips[0]->children[0]), "mc-source angleID=angle1 srcEnable=video");
+    // The multicam media and both angle assets are copied into the resources.
+    auto media = all(*root, "media");
+    ASSERT_EQ(media.size(), 1u);
+    EXPECT_EQ(all(*media[0], "mc-angle").size(), 2u);
+    EXPECT_EQ(all(*root->firstChild("resources"), "asset").size(), 5u);  // + mix, e1, e2
+}
+
+TEST(FCPXMLGenerator, DuplicatesEscapingAndAssetIDs) {
+    SourceContext context = readSourceTimeline(twoCameraSource());
+    std::string odd = "evt1 \"A&B\" <x> Trk1";
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", odd, 48000, "01:00:10:00", RationalTime(3610, 1)),
+        audio(1, "Trk1", "evt1_copy", 48000, "01:00:10:00", RationalTime(3610, 1))};
+    StereoMixInfo stereo{"/takes/Mix & \"Final\".wav", 48000, 48000, 2};
+    auto output = generateFCPXML(context, inputs, stereo, {});
+    expectValid(output.xml);
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Warning: Duplicate track Trk1 at event 1; keeping " + odd +
+                            ".wav, ignoring evt1_copy.wav."));
+    EXPECT_THAT(output.xml, HasSubstr("name=\"evt1 &quot;A&amp;B&quot; &lt;x&gt; Trk1.wav\""));
+    EXPECT_THAT(output.xml, HasSubstr("name=\"Mix &amp; &quot;Final&quot;.wav\""));
+    EXPECT_THAT(output.xml, HasSubstr("src=\"file:///takes/Mix%20%26%20%22Final%22.wav\""));
+    EXPECT_THAT(output.xml, HasSubstr("id=\"rA_1_evt1_a_b_x_trk1\""));
+    EXPECT_THAT(output.xml, ::testing::Not(HasSubstr("evt1_copy")));
+    EXPECT_EQ(syncedAssetID(7, "Évt 12--Trk_3"), "rA_7__vt_12_trk_3");
+    EXPECT_EQ(escapeXMLAttribute("&amp;\"<>"), "&amp;amp;&quot;&lt;&gt;");
+}
+
+TEST(FCPXMLGenerator, DefaultsForBareSourcesAndBadTimecodes) {
+    // No format element: 24 fps and the fixed format line.
+    std::string source =
+        "<fcpxml version=\"1.9\"><resources><asset id=\"v\" hasVideo=\"1\" name=\"V\" "
+        "src=\"file:///"
+        "v.mov\"/></resources><library><event><project><sequence><spine><asset-clip ref=\"v\" "
+        "lane=\"3\" name=\"V\" start=\"0/1s\" duration=\"86400/1s\"/></spine></sequence></project>"
+        "</event></library></fcpxml>";
+    SourceContext context = readSourceTimeline(source);
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(4, "Trk1", "empty", 0, "UNRESOLVED", RationalTime::zero())};
+    auto output = generateFCPXML(context, inputs, mix(0), {});
+    EXPECT_THAT(output.xml,
+                HasSubstr("\n    <format id=\"r0\" name=\"FFVideoFormat1080p24\" "
+                          "frameDuration=\"1/24s\" width=\"1920\" height=\"1080\"/>\n"));
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Error: Could not parse event timecode for order 4: UNRESOLVED",
+                            "Warning: Event 4 had zero duration clips; defaulting to 1s."));
+    auto root = parseXMLTree(output.xml);
+    auto gap = root->findDescendant("spine")->children.at(0).get();
+    EXPECT_EQ(attrs(*gap), "gap name=Gap start=0/1s offset=3600/1s duration=1/1s");
+    // The camera clip covers 00:00:00:00; the empty file gets the event's length.
+    EXPECT_EQ(attrs(*gap->children[0]),
+              "asset-clip lane=1 ref=v name=V start=0/1s offset=0/1s duration=1/1s");
+    EXPECT_EQ(gap->children.size(), 2u);  // an empty stereo mix gets no clip
+    EXPECT_EQ(attrs(*gap->children[1]),
+              "asset-clip lane=-2 name=empty.wav start=0/1s enabled=1 ref=rA_1_empty "
+              "duration=1/1s offset=0/1s");
+    EXPECT_EQ(testing::dtdProblems(output.xml), "");
+    // The empty mix asset has a zero duration: our own check refuses the document.
+    auto own = validateGeneratedFCPXML(output.xml);
+    EXPECT_THAT(own.issues.at(0).message, HasSubstr("asset duration=0/1s"));
+}
+
+TEST(FCPXMLGenerator, DoubleLTCCountsTimecodeAtHalfTheSequenceRate) {
+    DemoTimelineSpec spec;
+    spec.rateNumerator = 50;
+    spec.lanes = {{"Cam", {{"01:00:00:00", RationalTime::seconds(10)}}}};
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(spec));
+    EXPECT_EQ(context.frameRate.numerator, 50);
+    ResolveRebuildOptions options;
+    options.videoFrameRateMode = VideoFrameRateMode::doubleLTC;
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 48000, "01:00:00:24", RationalTime(90024, 25))};
+    auto output = generateFCPXML(context, inputs, mix(48000), options);
+    expectValid(output.xml);
+    EXPECT_EQ(output.plan.timecodeRate.label, "LTC 25");
+    EXPECT_EQ(output.plan.events.at(0).time, RationalTime(90024, 25));  // frame 24 of 25
+    EXPECT_TRUE(output.analysis.issues.empty());
+
+    FrameRateConfig df = *frameRateConfig(FrameRatePreset::fps29_97DF);
+    df.numerator = 60000;
+    FrameRateConfig half = timecodeRate(df, VideoFrameRateMode::doubleLTC);
+    EXPECT_EQ(half.numerator, 30000);
+    EXPECT_EQ(half.denominator, 1001);
+    EXPECT_TRUE(half.dropFrame);
+    EXPECT_EQ(half.label, "LTC 29.97 DF");
+}
+
+TEST(FCPXMLGenerator, RealExportResourcesAreCopiedAsValidFCPXML) {
+    ByteBuffer bytes = readWholeFile(testing::dataDir() / "fcpxml" / "24.fcpxml");
+    SourceContext context = readSourceTimeline(std::string(bytes.begin(), bytes.end()));
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 48000, "00:00:50:00", RationalTime(50, 1))};
+    auto output = generateFCPXML(context, inputs, mix(48000), {});
+    expectValid(output.xml);
+    auto root = parseXMLTree(output.xml);
+    std::vector<std::string> ids;
+    for (const auto& child : root->firstChild("resources")->children) {
+        ids.push_back(child->name + ":" + std::string(child->attr("id").value_or("")));
+    }
+    // The sequence format, the camera's own format r5 and asset r4.
+    EXPECT_THAT(ids, ElementsAre("format:r1", "format:r5", "asset:r4", "asset:rStereoMix",
+                                 "asset:rA_1_e1"));
+    EXPECT_THAT(output.xml, HasSubstr("<asset id=\"r4\" name=\"TestVideo\" uid=\""));
+    EXPECT_THAT(output.xml, HasSubstr(" start=\"0/1s\" duration=\"416166/1000s\""));
+    EXPECT_THAT(output.xml, HasSubstr("<asset-clip lane=\"1\" ref=\"r4\" name=\"TestVideo\" "
+                                      "start=\"50/1s\" offset=\"50/1s\" duration=\"1/1s\" "
+                                      "format=\"r5\" tcFormat=\"NDF\"/>"));
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Warning: Missing camera clip for lane V2 at event 1 (00:00:50:00); "
+                            "emitting lane gap."));
+}
+
+}  // namespace
+}  // namespace norvane
