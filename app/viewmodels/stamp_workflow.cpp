@@ -1,0 +1,746 @@
+#include "app/viewmodels/stamp_workflow.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <set>
+#include <utility>
+
+#include "app/viewmodels/view_model_support.h"
+#include "core/audio/bwf_reader.h"
+#include "core/audio/wav_file.h"
+#include "core/common/error.h"
+#include "core/common/text.h"
+#include "core/common/uuid.h"
+#include "core/stamp/grouping.h"
+#include "core/timecode/timecode.h"
+
+namespace norvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double kLowConfidenceThreshold = 0.55;
+
+QString formatText(const WAVFmtChunk& fmt) {
+    const QString encoding = fmt.audioFormat == 3 ? QStringLiteral("float") : QStringLiteral("PCM");
+    return QString::number(fmt.sampleRate) + QStringLiteral(" Hz, ") +
+           QString::number(fmt.channelCount) + QStringLiteral(" ch, ") +
+           QString::number(fmt.bitsPerSample) + QStringLiteral("-bit ") + encoding;
+}
+
+// The timecode a file already carries: its iXML TIMECODE, else its bext time
+// reference at `rate` (25 fps when the rate is left to detection).
+QString existingTimecode(const WAVFile& file, FrameRatePreset preset) {
+    if (const auto ixml = BWFReader::ixmlText(file)) {
+        const auto open = ixml->find("<TIMECODE>");
+        const auto close = ixml->find("</TIMECODE>");
+        if (open != std::string::npos && close != std::string::npos && close > open) {
+            return toQString(trim(ixml->substr(open + 10, close - open - 10)));
+        }
+    }
+    if (const auto info = BWFReader::info(file)) {
+        const FrameRateConfig rate = frameRateConfig(preset).value_or(FrameRateConfig{});
+        if (const auto text =
+                BWFReader::timecode(info->timeReferenceSamples, info->sampleRate, rate.numerator,
+                                    rate.denominator, rate.dropFrame)) {
+            return toQString(*text);
+        }
+    }
+    return {};
+}
+
+bool looksLikeLTC(const fs::path& path) {
+    return toLowerASCII(path.filename().string()).find("ltc") != std::string::npos;
+}
+
+QString formatSeconds(double seconds) {
+    return QString::number(seconds, 'f', 3);
+}
+
+QString segmentLine(const SegmentBoundary& segment, const CutDetection::CutAnalysis& analysis) {
+    char index[32];
+    std::snprintf(index, sizeof index, "%03lld", static_cast<long long>(segment.segmentIndex));
+    const double rate = analysis.sampleRate > 0 ? static_cast<double>(analysis.sampleRate) : 1.0;
+    QString line = QStringLiteral("Segment ") + QString::fromLatin1(index) + QStringLiteral(" | ") +
+                   formatSeconds(static_cast<double>(segment.startSample) / rate) +
+                   QStringLiteral(" s - ") +
+                   formatSeconds(static_cast<double>(segment.endSample) / rate) +
+                   QStringLiteral(" s | samples ") + QString::number(segment.startSample) +
+                   QStringLiteral("-") + QString::number(segment.endSample);
+    if (segment.startFrameCount) {
+        line += QStringLiteral(" | TC ") + toQString(TimecodeMath::timecodeFromFrameCount(
+                                                         *segment.startFrameCount, analysis.rate)
+                                                         .description());
+    }
+    return line;
+}
+
+}  // namespace
+
+StampWorkflow::StampWorkflow(const AppSettingsStore& settings, CancellationToken& token,
+                             QObject* parent)
+    : QObject(parent),
+      settings_(settings),
+      token_(token),
+      frameRatePreset_(toQString(label(settings.defaultFrameRatePreset()))),
+      mode_(toQString(label(ProcessingMode::single))),
+      includeLTCOutputs_(settings.defaultIncludeLTCOutputs()),
+      groupingMethod_(toQString(label(settings.defaultGroupingMethod()))),
+      groupingDelimiter_(toQString(GroupingConfig{}.delimiter)),
+      groupingTokenIndex_(static_cast<int>(GroupingConfig{}.tokenIndex)),
+      designatedLTCChannel_(settings.defaultGroupedLTCChannel()),
+      cutMinSegmentFrames_(static_cast<int>(CutDetectConfig{}.minSegmentFrames)),
+      cutDiscontinuityThreshold_(static_cast<int>(CutDetectConfig{}.discontinuityFrameThreshold)),
+      outputFolder_(toQString(settings.defaultOutputFolderPath())),
+      reportText_(QString::fromLatin1(kInitialReportText)),
+      logLines_{QString::fromLatin1(kInitialLogLine)},
+      analyzeTask_(this),
+      processTask_(this) {}
+
+StampWorkflow::~StampWorkflow() {
+    token_.cancel();
+}
+
+void StampWorkflow::appendLog(const QString& message) {
+    logLines_.append(timestampedLogLine(message));
+    emit logLinesChanged();
+}
+
+// MARK: - Choices
+
+void StampWorkflow::setFrameRatePreset(const QString& text) {
+    if (frameRatePresetFromLabel(toStdString(text))) {
+        assign(frameRatePreset_, text, &StampWorkflow::frameRatePresetChanged);
+    }
+}
+
+void StampWorkflow::setMode(const QString& text) {
+    if (processingModeFromLabel(toStdString(text)) && text != mode_) {
+        assign(mode_, text, &StampWorkflow::modeChanged);
+        refreshGroupingPreview();
+    }
+}
+
+void StampWorkflow::setIncludeLTCOutputs(bool include) {
+    assign(includeLTCOutputs_, include, &StampWorkflow::includeLTCOutputsChanged);
+}
+
+void StampWorkflow::setGroupingMethod(const QString& text) {
+    if (groupingMethodFromLabel(toStdString(text)) && text != groupingMethod_) {
+        assign(groupingMethod_, text, &StampWorkflow::groupingMethodChanged);
+        refreshGroupingPreview();
+    }
+}
+
+void StampWorkflow::setGroupingDelimiter(const QString& delimiter) {
+    if (delimiter != groupingDelimiter_) {
+        assign(groupingDelimiter_, delimiter, &StampWorkflow::groupingDelimiterChanged);
+        refreshGroupingPreview();
+    }
+}
+
+void StampWorkflow::setGroupingTokenIndex(int index) {
+    index = std::max(index, 0);
+    if (index != groupingTokenIndex_) {
+        assign(groupingTokenIndex_, index, &StampWorkflow::groupingTokenIndexChanged);
+        refreshGroupingPreview();
+    }
+}
+
+void StampWorkflow::setGroupingRegex(const QString& pattern) {
+    if (pattern != groupingRegex_) {
+        assign(groupingRegex_, pattern, &StampWorkflow::groupingRegexChanged);
+        refreshGroupingPreview();
+    }
+}
+
+void StampWorkflow::setDesignatedLTCChannel(int channel) {
+    assign(designatedLTCChannel_, std::max(channel, 1),
+           &StampWorkflow::designatedLTCChannelChanged);
+}
+
+void StampWorkflow::setCutMinSegmentFrames(int frames) {
+    assign(cutMinSegmentFrames_, std::max(frames, 1), &StampWorkflow::cutMinSegmentFramesChanged);
+}
+
+void StampWorkflow::setCutDiscontinuityThreshold(int frames) {
+    assign(cutDiscontinuityThreshold_, std::max(frames, 1),
+           &StampWorkflow::cutDiscontinuityThresholdChanged);
+}
+
+void StampWorkflow::setOutputFolder(const QString& path) {
+    assign(outputFolder_, path, &StampWorkflow::outputFolderChanged);
+}
+
+void StampWorkflow::setSelectedLTCFile(const QString& path) {
+    assign(selectedLTCFile_, path, &StampWorkflow::selectedLTCFileChanged);
+    for (auto& descriptor : descriptors_) {
+        descriptor.isLTC = !path.isEmpty() && toQString(descriptor.url) == path;
+    }
+    publishFiles();
+}
+
+void StampWorkflow::setGroupLTCChannel(const QString& groupID, int channel) {
+    QVariantMap overrides = groupLTCChannelOverrides_;
+    if (channel < 1) {
+        overrides.remove(groupID);
+    } else {
+        overrides.insert(groupID, channel);
+    }
+    assign(groupLTCChannelOverrides_, overrides, &StampWorkflow::groupLTCChannelOverridesChanged);
+    refreshGroupingPreview();
+}
+
+void StampWorkflow::setGroupLTCFile(const QString& groupID, const QString& path) {
+    if (path.isEmpty()) {
+        userGroupLTC_.erase(toStdString(groupID));
+    } else {
+        userGroupLTC_[toStdString(groupID)] = toPath(path);
+    }
+    refreshGroupingPreview();
+}
+
+// MARK: - Ingest
+
+void StampWorkflow::publishFiles() {
+    QVariantList rows;
+    for (const auto& descriptor : descriptors_) {
+        const auto existing = std::find_if(files_.begin(), files_.end(), [&](const QVariant& row) {
+            return row.toMap().value(QStringLiteral("path")).toString() ==
+                   toQString(descriptor.url);
+        });
+        QVariantMap row = existing != files_.end() ? existing->toMap() : QVariantMap{};
+        row.insert(QStringLiteral("isLTC"), descriptor.isLTC);
+        rows.append(row);
+    }
+    assign(files_, rows, &StampWorkflow::filesChanged);
+}
+
+void StampWorkflow::ingest(const QStringList& paths) {
+    const std::vector<fs::path> found = expandDroppedWavFiles(paths);
+    if (found.empty()) {
+        setStatus(QStringLiteral("No WAV files found in dropped items."));
+        return;
+    }
+    const FrameRatePreset preset =
+        frameRatePresetFromLabel(toStdString(frameRatePreset_)).value_or(FrameRatePreset::auto_);
+    QVariantList rows = files_;
+    QStringList ignored = ignoredFiles_;
+    int loaded = 0;
+    for (const fs::path& path : found) {
+        const QString text = toQString(path);
+        const bool known = std::any_of(descriptors_.begin(), descriptors_.end(),
+                                       [&](const FileDescriptor& d) { return d.url == path; });
+        if (known) {
+            ++loaded;  // already listed: readable, nothing to add
+            continue;
+        }
+        const QString name = toQString(path.filename().string());
+        try {
+            const WAVFile file(path);
+            FileDescriptor descriptor;
+            descriptor.id = makeUUID();
+            descriptor.url = path;
+            descriptor.sampleRate = file.fmt().sampleRate;
+            descriptor.channels = file.fmt().channelCount;
+            descriptor.frameCount = file.frameCount();
+            descriptor.durationSeconds = file.duration();
+            descriptor.isLTC =
+                selectedLTCFile_.isEmpty() ? looksLikeLTC(path) : selectedLTCFile_ == text;
+            QVariantMap row;
+            row.insert(QStringLiteral("fileName"), name);
+            row.insert(QStringLiteral("path"), text);
+            row.insert(QStringLiteral("format"), formatText(file.fmt()));
+            row.insert(QStringLiteral("durationSeconds"), descriptor.durationSeconds);
+            row.insert(QStringLiteral("timecode"), existingTimecode(file, preset));
+            row.insert(QStringLiteral("isLTC"), descriptor.isLTC);
+            row.insert(QStringLiteral("sampleRate"), static_cast<qint64>(descriptor.sampleRate));
+            row.insert(QStringLiteral("channels"), static_cast<qint64>(descriptor.channels));
+            row.insert(QStringLiteral("frameCount"), static_cast<qint64>(descriptor.frameCount));
+            rows.append(row);
+            descriptors_.push_back(std::move(descriptor));
+            ++loaded;
+        } catch (const WAVError&) {
+            if (!ignored.contains(text)) {
+                ignored.append(text);
+            }
+            appendLog(QStringLiteral("[info] Ignored ") + name + QStringLiteral(" (invalid WAV)."));
+        } catch (const std::exception& error) {
+            if (!ignored.contains(text)) {
+                ignored.append(text);
+            }
+            appendLog(QStringLiteral("[warn] Skipped ") + name + QStringLiteral(": ") +
+                      toQString(describeError(error)));
+        }
+    }
+    assign(ignoredFiles_, ignored, &StampWorkflow::ignoredFilesChanged);
+    if (loaded == 0) {
+        setStatus(
+            QStringLiteral("No readable WAV files found. Some files may be truncated or "
+                           "invalid."));
+        appendLog(QStringLiteral("[warn] Import finished with no readable WAV files."));
+        return;
+    }
+    assign(files_, rows, &StampWorkflow::filesChanged);
+    if (selectedLTCFile_.isEmpty()) {
+        const auto carrier = std::find_if(descriptors_.begin(), descriptors_.end(),
+                                          [](const FileDescriptor& d) { return d.isLTC; });
+        if (carrier != descriptors_.end()) {
+            assign(selectedLTCFile_, toQString(carrier->url),
+                   &StampWorkflow::selectedLTCFileChanged);
+        }
+    }
+    setStatus(QStringLiteral("Loaded ") + QString::number(loaded) +
+              QStringLiteral(" WAV file(s)."));
+    appendLog(QStringLiteral("[info] Loaded ") + QString::number(loaded) +
+              QStringLiteral(" WAV files from drop event."));
+    refreshGroupingPreview();
+}
+
+void StampWorkflow::clearFiles() {
+    descriptors_.clear();
+    userGroupLTC_.clear();
+    assign(files_, QVariantList{}, &StampWorkflow::filesChanged);
+    assign(ignoredFiles_, QStringList{}, &StampWorkflow::ignoredFilesChanged);
+    assign(selectedLTCFile_, QString{}, &StampWorkflow::selectedLTCFileChanged);
+    assign(groupLTCChannelOverrides_, QVariantMap{},
+           &StampWorkflow::groupLTCChannelOverridesChanged);
+    assign(segmentPreviewRows_, QStringList{}, &StampWorkflow::segmentPreviewRowsChanged);
+    assign(cutTimelinePoints_, QVariantList{}, &StampWorkflow::cutTimelinePointsChanged);
+    assign(cutSegments_, QVariantList{}, &StampWorkflow::cutSegmentsChanged);
+    assign(cutFileFrameCount_, qint64{0}, &StampWorkflow::cutFileFrameCountChanged);
+    assign(cutSampleRate_, qint64{0}, &StampWorkflow::cutSampleRateChanged);
+    assign(pendingOutputConflicts_, QStringList{}, &StampWorkflow::pendingOutputConflictsChanged);
+    assign(pendingLowConfidence_, false, &StampWorkflow::pendingLowConfidenceChanged);
+    assign(reportText_, QString::fromLatin1(kInitialReportText), &StampWorkflow::reportTextChanged);
+    setStatus(QString{});
+    refreshGroupingPreview();
+}
+
+// MARK: - Grouping preview
+
+void StampWorkflow::refreshGroupingPreview() {
+    QStringList ids;
+    QStringList rows;
+    QVariantMap filesByID;
+    QVariantMap tracksByID;
+    QVariantMap resolvedByID;
+    QVariantMap channelsByID;
+    QVariantList matrixTracks;
+    QVariantList candidates;
+    QVariant designatedTrack;
+
+    const ProcessingOptions options = buildOptions(false, std::nullopt);
+    std::map<std::string, std::vector<FileDescriptor>> groups;
+    bool ruleOK = true;
+    try {
+        Grouping::validateRule(options.groupingConfig);
+        groups = Grouping::groupFiles(descriptors_, options.groupingConfig);
+    } catch (const std::exception& error) {
+        ruleOK = false;
+        rows.append(toQString(describeError(error)));
+    }
+    const bool grouped = options.mode == ProcessingMode::groupedBatch;
+    std::int64_t largestGroup = 0;
+    std::int64_t commonChannels = 0;
+    for (const auto& [key, members] : groups) {
+        const QString id = toQString(key);
+        ids.append(id);
+        QStringList paths;
+        QVariantMap tracks;
+        for (std::size_t i = 0; i < members.size(); ++i) {
+            paths.append(toQString(members[i].url));
+            tracks.insert(QString::number(i + 1), toQString(members[i].url));
+        }
+        filesByID.insert(id, paths);
+        tracksByID.insert(id, tracks);
+        largestGroup = std::max<std::int64_t>(largestGroup, members.size());
+        const std::int64_t channels = Grouping::commonChannelCount(members);
+        channelsByID.insert(id, static_cast<qint64>(channels));
+        commonChannels = commonChannels == 0 ? channels : std::min(commonChannels, channels);
+
+        const auto overrideIt = groupLTCChannelOverrides_.find(id);
+        std::optional<std::int64_t> channelIndex;
+        if (overrideIt != groupLTCChannelOverrides_.end()) {
+            channelIndex = Grouping::clampedChannelIndex(overrideIt->toLongLong(), channels);
+        }
+        std::optional<fs::path> ltc;
+        if (const auto chosen = userGroupLTC_.find(key); chosen != userGroupLTC_.end()) {
+            ltc = chosen->second;
+        } else if (grouped) {
+            // Resolving decodes the group's files; only worth it in grouped mode.
+            try {
+                ltc = Grouping::resolveGroupLTCFile(members, channelIndex,
+                                                    frameRateConfig(options.frameRatePreset));
+            } catch (const std::exception&) {
+                ltc.reset();
+            }
+        }
+        if (ltc) {
+            resolvedByID.insert(id, toQString(*ltc));
+            if (!designatedTrack.isValid()) {
+                for (std::size_t i = 0; i < members.size(); ++i) {
+                    if (members[i].url == *ltc) {
+                        designatedTrack = static_cast<int>(i + 1);
+                    }
+                }
+            }
+        }
+        rows.append(id + QStringLiteral(" | Files: ") + QString::number(members.size()) +
+                    QStringLiteral(" | LTC file: ") +
+                    (ltc ? toQString(ltc->filename().string()) : QStringLiteral("unresolved")) +
+                    QStringLiteral(" | LTC Audio CH: ") +
+                    (channelIndex ? QString::number(*channelIndex + 1) : QStringLiteral("auto")));
+    }
+    if (!ruleOK || groups.empty()) {
+        commonChannels = descriptors_.empty() ? 0 : Grouping::commonChannelCount(descriptors_);
+    }
+    for (std::int64_t track = 1; track <= largestGroup; ++track) {
+        matrixTracks.append(static_cast<int>(track));
+    }
+    for (std::int64_t channel = 1; channel <= commonChannels; ++channel) {
+        candidates.append(static_cast<int>(channel));
+    }
+    assign(groupIDs_, ids, &StampWorkflow::groupIDsChanged);
+    assign(groupFilesByID_, filesByID, &StampWorkflow::groupFilesByIDChanged);
+    assign(groupTrackFilesByID_, tracksByID, &StampWorkflow::groupTrackFilesByIDChanged);
+    assign(groupResolvedLTCByID_, resolvedByID, &StampWorkflow::groupResolvedLTCByIDChanged);
+    assign(groupCommonMaxChannelsByID_, channelsByID,
+           &StampWorkflow::groupCommonMaxChannelsByIDChanged);
+    assign(matrixTrackNumbers_, matrixTracks, &StampWorkflow::matrixTrackNumbersChanged);
+    assign(commonLTCChannelCandidates_, candidates,
+           &StampWorkflow::commonLTCChannelCandidatesChanged);
+    assign(designatedLTCTrackNumber_, designatedTrack,
+           &StampWorkflow::designatedLTCTrackNumberChanged);
+    assign(groupPreviewRows_, rows, &StampWorkflow::groupPreviewRowsChanged);
+}
+
+// MARK: - Options
+
+ProcessingOptions StampWorkflow::buildOptions(
+    bool confirmed, std::optional<OutputCollisionBehavior> collision) const {
+    ProcessingOptions options;
+    options.mode = processingModeFromLabel(toStdString(mode_)).value_or(ProcessingMode::single);
+    options.frameRatePreset =
+        frameRatePresetFromLabel(toStdString(frameRatePreset_)).value_or(FrameRatePreset::auto_);
+    options.outputFolder = toPath(outputFolder_);
+    options.forceLowConfidence =
+        confirmed || settings_.lowConfidenceBehavior() == LowConfidenceBehavior::alwaysProceed;
+    options.includeLTCOutputs = includeLTCOutputs_;
+    options.groupingConfig = GroupingConfig::make(
+        groupingMethodFromLabel(toStdString(groupingMethod_))
+            .value_or(GroupingMethod::durationExact),
+        toStdString(groupingDelimiter_), groupingTokenIndex_, toStdString(groupingRegex_),
+        milliseconds(settings_.durationTolerancePreset()));
+    for (auto it = groupResolvedLTCByID_.begin(); it != groupResolvedLTCByID_.end(); ++it) {
+        options.manualLTCByGroup[toStdString(it.key())] = toPath(it.value().toString());
+    }
+    for (auto it = groupLTCChannelOverrides_.begin(); it != groupLTCChannelOverrides_.end(); ++it) {
+        options.manualLTCChannelByGroup[toStdString(it.key())] = it.value().toLongLong();
+    }
+    options.outputNaming.suffix = settings_.outputFilenameSuffix();
+    options.outputNaming.collisionBehavior =
+        collision.value_or(settings_.outputCollisionBehavior());
+    options.cutDetectConfig.minSegmentFrames = cutMinSegmentFrames_;
+    options.cutDetectConfig.discontinuityFrameThreshold = cutDiscontinuityThreshold_;
+    return options;
+}
+
+// MARK: - Cut analysis
+
+void StampWorkflow::analyzeCuts() {
+    if (isProcessing_ || isAnalyzingCuts_) {
+        return;
+    }
+    QString ltc = selectedLTCFile_;
+    if (ltc.isEmpty() && !descriptors_.empty()) {
+        ltc = toQString(descriptors_.front().url);
+    }
+    if (ltc.isEmpty()) {
+        const QString description = toQString(ProcessingError::ltcFileMissing().description());
+        setStatus(description);
+        appendLog(QStringLiteral("[error] ") + description);
+        return;
+    }
+    token_.reset();
+    assign(isAnalyzingCuts_, true, &StampWorkflow::isAnalyzingCutsChanged);
+    setStatus(QStringLiteral("Analyzing LTC cuts..."));
+    setProgressMessage(QStringLiteral("Analyzing..."));
+    appendLog(QStringLiteral("[info] Analyzing LTC cut boundaries..."));
+
+    const ProcessingOptions options = buildOptions(false, std::nullopt);
+    const fs::path ltcPath = toPath(ltc);
+    analyzeTask_.start([this, options, ltcPath](const BackgroundTask::Context& task) {
+        const auto isCancelled = [this, &task] {
+            return task.stopRequested() || token_.isCancelled();
+        };
+        const auto progress = [this, &task](const ProcessingProgress& p) {
+            task.post([this, p] {
+                setProgressMessage(QStringLiteral("Analyzing cuts: ") + toQString(p.message));
+                if (p.totalUnits > 0) {
+                    setProgressPercent(static_cast<double>(p.completedUnits) /
+                                       static_cast<double>(p.totalUnits));
+                }
+            });
+        };
+        try {
+            auto analysis = StampProcessor::analyzeCuts(ltcPath, options, progress, isCancelled);
+            task.post([this, analysis = std::move(analysis)] {
+                QStringList rows;
+                QVariantList segments;
+                for (const auto& segment : analysis.segments) {
+                    if (rows.size() < kMaxSegmentPreviewRows) {
+                        rows.append(segmentLine(segment, analysis));
+                    }
+                    segments.append(QVariantMap{
+                        {QStringLiteral("startSample"), static_cast<qint64>(segment.startSample)},
+                        {QStringLiteral("endSample"), static_cast<qint64>(segment.endSample)},
+                        {QStringLiteral("segmentIndex"),
+                         static_cast<qint64>(segment.segmentIndex)}});
+                }
+                const auto hidden = static_cast<qsizetype>(analysis.segments.size()) - rows.size();
+                if (hidden > 0) {
+                    rows.append(QStringLiteral("+ ") + QString::number(hidden) +
+                                QStringLiteral(" more segments"));
+                }
+                QVariantList points;
+                for (const auto& point : analysis.points) {
+                    points.append(QVariantMap{
+                        {QStringLiteral("sample"), static_cast<qint64>(point.sample)},
+                        {QStringLiteral("frameCount"), static_cast<qint64>(point.frameCount)},
+                        {QStringLiteral("timecode"), toQString(point.timecode.description())}});
+                }
+                assign(cutTimelinePoints_, points, &StampWorkflow::cutTimelinePointsChanged);
+                assign(cutSegments_, segments, &StampWorkflow::cutSegmentsChanged);
+                assign(cutFileFrameCount_, static_cast<qint64>(analysis.frameCount),
+                       &StampWorkflow::cutFileFrameCountChanged);
+                assign(cutSampleRate_, static_cast<qint64>(analysis.sampleRate),
+                       &StampWorkflow::cutSampleRateChanged);
+                assign(segmentPreviewRows_, rows, &StampWorkflow::segmentPreviewRowsChanged);
+                setStatus(QStringLiteral("Cut analysis complete"));
+                setProgressMessage(QStringLiteral("Completed"));
+                setProgressPercent(1.0);
+                assign(isAnalyzingCuts_, false, &StampWorkflow::isAnalyzingCutsChanged);
+                appendLog(QStringLiteral("[success] Cut analysis complete. Detected ") +
+                          QString::number(analysis.segments.size()) +
+                          QStringLiteral(" segment(s)."));
+            });
+        } catch (const std::exception& error) {
+            const bool cancelled =
+                isCancelled() || (dynamic_cast<const ProcessingError*>(&error) != nullptr &&
+                                  static_cast<const ProcessingError&>(error).kind() ==
+                                      ProcessingError::Kind::cancelled);
+            const QString description = toQString(describeError(error));
+            task.post([this, cancelled, description] {
+                if (cancelled) {
+                    endWithCancel();
+                    return;
+                }
+                assign(segmentPreviewRows_, QStringList{},
+                       &StampWorkflow::segmentPreviewRowsChanged);
+                assign(cutSegments_, QVariantList{}, &StampWorkflow::cutSegmentsChanged);
+                setStatus(description);
+                setProgressMessage(QStringLiteral("Failed"));
+                assign(isAnalyzingCuts_, false, &StampWorkflow::isAnalyzingCutsChanged);
+                appendLog(QStringLiteral("[error] ") + description);
+            });
+        }
+    });
+}
+
+// MARK: - Processing
+
+void StampWorkflow::process(bool confirmedLowConfidence) {
+    startProcessing(confirmedLowConfidence, std::nullopt);
+}
+
+void StampWorkflow::resolveOutputConflicts(const QString& choice) {
+    const auto behavior = outputCollisionBehaviorFromLabel(toStdString(choice));
+    if (!behavior || *behavior == OutputCollisionBehavior::ask) {
+        return;
+    }
+    assign(pendingOutputConflicts_, QStringList{}, &StampWorkflow::pendingOutputConflictsChanged);
+    startProcessing(lastRunConfirmed_, behavior);
+}
+
+void StampWorkflow::endWithCancel() {
+    setStatus(QStringLiteral("Stopped by user"));
+    setProgressMessage(QStringLiteral("Stopped"));
+    assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
+    assign(isAnalyzingCuts_, false, &StampWorkflow::isAnalyzingCutsChanged);
+    appendLog(QStringLiteral("[warn] Operation cancelled by user."));
+}
+
+void StampWorkflow::cancel() {
+    token_.cancel();
+    processTask_.cancel();
+    analyzeTask_.cancel();
+}
+
+void StampWorkflow::startProcessing(bool confirmed,
+                                    std::optional<OutputCollisionBehavior> collision) {
+    if (isProcessing_ || isAnalyzingCuts_) {
+        return;
+    }
+    lastRunConfirmed_ = confirmed;
+    token_.reset();
+    assign(isProcessing_, true, &StampWorkflow::isProcessingChanged);
+    setStatus(QStringLiteral("Processing..."));
+    appendLog(QStringLiteral("[info] Starting processing in ") + mode_ +
+              QStringLiteral(" mode..."));
+    setProgressMessage(QStringLiteral("Starting..."));
+    setProgressPercent(0);
+    assign(pendingOutputConflicts_, QStringList{}, &StampWorkflow::pendingOutputConflictsChanged);
+
+    const ProcessingOptions options = buildOptions(confirmed, collision);
+    const std::vector<FileDescriptor> files = descriptors_;
+    std::optional<fs::path> selected;
+    if (!selectedLTCFile_.isEmpty()) {
+        selected = toPath(selectedLTCFile_);
+    }
+
+    processTask_.start([this, options, files, selected](const BackgroundTask::Context& task) {
+        const auto isCancelled = [this, &task] {
+            return task.stopRequested() || token_.isCancelled();
+        };
+        const auto progress = [this, &task](const ProcessingProgress& p) {
+            task.post([this, p] {
+                if (p.totalUnits > 0) {
+                    setProgressPercent(static_cast<double>(p.completedUnits) /
+                                       static_cast<double>(p.totalUnits));
+                }
+                setProgressMessage(toQString(p.message));
+            });
+        };
+        const auto log = [this, &task](const QString& message) {
+            task.post([this, message] { appendLog(message); });
+        };
+        const bool autoRate = options.frameRatePreset == FrameRatePreset::auto_;
+        const bool grouped = options.mode == ProcessingMode::groupedBatch;
+        try {
+            // Before anything is written: the jobs, what their LTC decodes to,
+            // and which outputs already exist.
+            std::vector<ProcessingJob> jobs;
+            std::optional<LTCPrecheck> precheck;
+            std::optional<std::string> precheckFailure;
+            try {
+                jobs = processor_.buildJobs(files, selected, options, progress, isCancelled);
+                precheck =
+                    precheck_ ? precheck_(jobs, options) : processor_.precheckLTC(jobs, options);
+                if (precheck->detectedRates.empty() && !precheck->failures.empty()) {
+                    std::string joined;
+                    for (const auto& failure : precheck->failures) {
+                        joined += (joined.empty() ? "" : "; ") + failure;
+                    }
+                    precheckFailure = joined;
+                }
+            } catch (const ProcessingError& error) {
+                if (!autoRate || error.kind() == ProcessingError::Kind::cancelled) {
+                    throw;
+                }
+                precheckFailure = error.description();
+            }
+            if (autoRate) {
+                if (precheckFailure) {
+                    const QString description = toQString(*precheckFailure);
+                    log(QStringLiteral("[warn] Auto frame-rate precheck failed: ") + description);
+                    if (grouped) {
+                        task.post([this, description] {
+                            setProgressMessage(QStringLiteral("Auto pre-check failed"));
+                            setStatus(QStringLiteral(
+                                          "Auto frame-rate pre-check failed in Grouped mode: ") +
+                                      description);
+                            appendLog(QStringLiteral(
+                                "[error] Grouped Auto processing aborted to avoid per-column "
+                                "fallback."));
+                            setProgressMessage(QStringLiteral("Stopped before processing"));
+                            assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
+                        });
+                        return;
+                    }
+                } else if (precheck && precheck->detectedRates.size() == 1) {
+                    log(QStringLiteral("[info] Auto frame-rate detected: ") +
+                        toQString(precheck->detectedRates.front().label) + QStringLiteral(" fps"));
+                } else if (precheck && precheck->detectedRates.size() > 1) {
+                    QStringList labels;
+                    for (const auto& rate : precheck->detectedRates) {
+                        labels.append(toQString(rate.label));
+                    }
+                    log(QStringLiteral("[info] Auto frame-rate detected multiple rates: ") +
+                        labels.join(QStringLiteral(", ")));
+                } else {
+                    log(
+                        QStringLiteral("[warn] Auto frame-rate is enabled, but no frame rate could "
+                                       "be detected before processing."));
+                }
+            }
+            if (precheck && !options.forceLowConfidence && precheck->lowestConfidence &&
+                *precheck->lowestConfidence < kLowConfidenceThreshold) {
+                throw ProcessingError::lowConfidence(*precheck->lowestConfidence);
+            }
+            if (options.outputNaming.collisionBehavior == OutputCollisionBehavior::ask &&
+                !jobs.empty()) {
+                const auto existing = processor_.existingOutputs(jobs, options);
+                if (!existing.empty()) {
+                    QStringList names;
+                    for (const auto& path : existing) {
+                        names.append(toQString(path.filename().string()));
+                    }
+                    task.post([this, names] {
+                        assign(pendingOutputConflicts_, names,
+                               &StampWorkflow::pendingOutputConflictsChanged);
+                        assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
+                        setStatus(QStringLiteral("Output conflict"));
+                        setProgressMessage(QStringLiteral("Awaiting overwrite decision"));
+                    });
+                    return;
+                }
+            }
+            const ProcessingReport report =
+                processor_.run(files, selected, options, progress, isCancelled);
+            const QString text = toQString(norvane::reportText(report));
+            const auto written = report.outputFiles.size();
+            task.post([this, text, written] {
+                setStatus(QStringLiteral("Success"));
+                assign(reportText_, text, &StampWorkflow::reportTextChanged);
+                assign(pendingLowConfidence_, false, &StampWorkflow::pendingLowConfidenceChanged);
+                setProgressPercent(1.0);
+                setProgressMessage(QStringLiteral("Completed"));
+                assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
+                appendLog(QStringLiteral("[success] Processing finished. Wrote ") +
+                          QString::number(written) + QStringLiteral(" output file(s)."));
+            });
+        } catch (const std::exception& error) {
+            const auto* engineError = dynamic_cast<const ProcessingError*>(&error);
+            const bool cancelled =
+                isCancelled() ||
+                (engineError && engineError->kind() == ProcessingError::Kind::cancelled);
+            const bool needsConfirmation =
+                engineError && engineError->kind() == ProcessingError::Kind::lowConfidence &&
+                !options.forceLowConfidence;
+            const bool isEngineError = engineError != nullptr;
+            const QString description = toQString(describeError(error));
+            task.post([this, cancelled, needsConfirmation, isEngineError, description] {
+                if (cancelled) {
+                    endWithCancel();
+                    return;
+                }
+                if (needsConfirmation) {
+                    setStatus(QStringLiteral("Confirmation required"));
+                    assign(pendingLowConfidence_, true,
+                           &StampWorkflow::pendingLowConfidenceChanged);
+                } else {
+                    setStatus(isEngineError ? QStringLiteral("Processing finished with errors")
+                                            : QStringLiteral("Processing failed"));
+                }
+                assign(reportText_, description, &StampWorkflow::reportTextChanged);
+                assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
+                appendLog(QStringLiteral("[error] ") + description);
+            });
+        }
+    });
+}
+
+}  // namespace norvane

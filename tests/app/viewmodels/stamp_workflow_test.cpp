@@ -1,0 +1,365 @@
+#include "app/viewmodels/stamp_workflow.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include "core/audio/ltc_recording.h"
+#include "tests/app/viewmodels/viewmodel_test_support.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempDir;
+
+QString q(const fs::path& path) {
+    return QString::fromStdString(path.string());
+}
+
+FrameRateConfig fps25() {
+    return *frameRateConfig(FrameRatePreset::fps25);
+}
+
+void writeLTC(const fs::path& path, double seconds, int channels = 1,
+              std::vector<LTCRecordingJump> jumps = {}) {
+    LTCRecordingOptions options;
+    options.rate = fps25();
+    options.start = Timecode{1, 0, 0, 0, false};
+    options.seconds = seconds;
+    options.channels = channels;
+    options.jumps = std::move(jumps);
+    fs::create_directories(path.parent_path());
+    writeLTCRecording(path, options, true);
+}
+
+// A stem: tone-free silence of the same length as the LTC file.
+void writeStem(const fs::path& path, double seconds, int channels = 2) {
+    testing::WavSpec spec;
+    spec.channels = static_cast<std::uint16_t>(channels);
+    spec.bits = 24;
+    spec.frames = static_cast<std::int64_t>(seconds * 48000);
+    fs::create_directories(path.parent_path());
+    testing::writeBytes(path, testing::makeWav(spec));
+}
+
+std::uint64_t bextTimeReference(const fs::path& path) {
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    EXPECT_NE(file, nullptr) << path;
+    if (file == nullptr) {
+        return 0;
+    }
+    SF_BROADCAST_INFO bext{};
+    const int found = sf_command(file, SFC_GET_BROADCAST_INFO, &bext, sizeof bext);
+    sf_close(file);
+    EXPECT_EQ(found, SF_TRUE) << path;
+    return (static_cast<std::uint64_t>(bext.time_reference_high) << 32) | bext.time_reference_low;
+}
+
+struct Fixture {
+    TempDir dir;
+    fs::path output = dir / "out";
+    std::unique_ptr<AppSettingsStore> store;
+    CancellationToken token;
+
+    explicit Fixture(const std::string& settingsJSON = "{}") {
+        fs::create_directories(output);
+        testing::writeSettingsFile(dir / "settings.json", settingsJSON);
+        store = std::make_unique<AppSettingsStore>(dir / "settings.json");
+        store->setDefaultOutputFolderPath(output.string());
+    }
+    std::size_t outputCount() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(output), fs::directory_iterator()));
+    }
+};
+
+bool finished(const StampWorkflow& stamp) {
+    return testing::waitUntil([&] { return !stamp.isProcessing() && !stamp.isAnalyzingCuts(); });
+}
+
+TEST(StampWorkflowTest, StartsFromTheSettings) {
+    Fixture f(R"({"settings.defaultFrameRatePreset": "31.5",
+                  "settings.defaultGroupedLTCChannel": 0,
+                  "settings.defaultIncludeLTCOutputs": true,
+                  "settings.defaultGroupingMethod": "Token"})");
+    StampWorkflow stamp(*f.store, f.token);
+    EXPECT_EQ(stamp.reportText(), "Drop WAV files or a folder to begin.");
+    EXPECT_EQ(stamp.logLines(), QStringList{"[init] App initialized. Ready."});
+    EXPECT_EQ(stamp.frameRatePreset(), "Auto");
+    EXPECT_EQ(stamp.designatedLTCChannel(), 1);
+    EXPECT_TRUE(stamp.includeLTCOutputs());
+    EXPECT_EQ(stamp.groupingMethod(), "Token");
+    EXPECT_EQ(stamp.mode(), "Single");
+    EXPECT_EQ(stamp.outputFolder(), q(f.output));
+}
+
+TEST(StampWorkflowTest, IngestReportsWhatItCouldNotUse) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    testing::writeBytes(f.dir / "notes.txt", ByteBuffer{'x'});
+    stamp.ingest({q(f.dir / "notes.txt")});
+    EXPECT_EQ(stamp.statusMessage(), "No WAV files found in dropped items.");
+    EXPECT_TRUE(stamp.files().isEmpty());
+
+    // A header that promises more than the file holds.
+    testing::WavSpec spec;
+    spec.frames = 100;
+    spec.dataDeclaredSize = 1'000'000;
+    fs::create_directories(f.dir / "bad");
+    testing::writeBytes(f.dir / "bad" / "cut.wav", testing::makeWav(spec));
+    testing::writeBytes(f.dir / "bad" / "junk.wav", ByteBuffer(64, 'j'));
+    stamp.ingest({q(f.dir / "bad")});
+    EXPECT_EQ(stamp.statusMessage(),
+              "No readable WAV files found. Some files may be truncated or invalid.");
+    EXPECT_TRUE(stamp.files().isEmpty());
+    EXPECT_EQ(stamp.ignoredFiles().size(), 2);
+    const QStringList log = testing::withoutTimestamps(stamp.logLines().mid(1));
+    EXPECT_TRUE(log.contains("[info] Ignored junk.wav (invalid WAV)."))
+        << log.join("\n").toStdString();
+    EXPECT_EQ(log.last(), "[warn] Import finished with no readable WAV files.");
+}
+
+TEST(StampWorkflowTest, IngestListsFilesOnceWithFormatAndTimecode) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "day1_LTC.wav", 2);
+    writeStem(f.dir / "in" / "day1_mix.wav", 2);
+    stamp.ingest({q(f.dir / "in")});
+    ASSERT_EQ(stamp.files().size(), 2);
+    EXPECT_EQ(stamp.statusMessage(), "Loaded 2 WAV file(s).");
+    EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(),
+              "[info] Loaded 2 WAV files from drop event.");
+    // The file named as the LTC carrier is marked and selected.
+    EXPECT_EQ(stamp.selectedLTCFile(), q(f.dir / "in" / "day1_LTC.wav"));
+
+    stamp.ingest({q(f.dir / "in")});  // the same folder again adds nothing
+    EXPECT_EQ(stamp.files().size(), 2);
+
+    QVariantMap mix;
+    for (const QVariant& row : stamp.files()) {
+        if (row.toMap().value("fileName") == "day1_mix.wav") {
+            mix = row.toMap();
+        }
+    }
+    EXPECT_EQ(mix.value("format").toString(), "48000 Hz, 2 ch, 24-bit PCM");
+    EXPECT_DOUBLE_EQ(mix.value("durationSeconds").toDouble(), 2.0);
+    EXPECT_FALSE(mix.value("isLTC").toBool());
+}
+
+TEST(StampWorkflowTest, SingleRunStampsThenAsksBeforeReplacing) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "A_ltc.wav", 2);
+    writeStem(f.dir / "in" / "A_stem.wav", 2);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setFrameRatePreset("25");
+
+    stamp.process();
+    EXPECT_TRUE(stamp.isProcessing());
+    EXPECT_EQ(stamp.statusMessage(), "Processing...");
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    EXPECT_EQ(stamp.progressMessage(), "Completed");
+    EXPECT_EQ(stamp.progressPercent(), 1.0);
+    EXPECT_TRUE(stamp.reportText().startsWith("Chosen LTC file: A_ltc.wav\n"));
+    EXPECT_TRUE(stamp.reportText().contains("Calculated file-set start TC: 01:00:00:00"));
+    QStringList log = testing::withoutTimestamps(stamp.logLines());
+    EXPECT_TRUE(log.contains("[info] Starting processing in Single mode..."));
+    EXPECT_EQ(log.last(), "[success] Processing finished. Wrote 1 output file(s).");
+    // 01:00:00:00 at 25 fps is 90000 frames of 1920 samples.
+    EXPECT_EQ(bextTimeReference(f.output / "A_stem_tc.wav"), 90000u * 1920u);
+
+    // Again under "Ask": the existing output comes back as a question.
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.pendingOutputConflicts(), QStringList{"A_stem_tc.wav"});
+    EXPECT_EQ(stamp.statusMessage(), "Output conflict");
+    EXPECT_EQ(stamp.progressMessage(), "Awaiting overwrite decision");
+
+    stamp.resolveOutputConflicts("Keep Both");
+    EXPECT_TRUE(stamp.pendingOutputConflicts().isEmpty());
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success");
+    EXPECT_TRUE(fs::exists(f.output / "A_stem_tc_2.wav"));
+    EXPECT_EQ(bextTimeReference(f.output / "A_stem_tc_2.wav"), 90000u * 1920u);
+}
+
+TEST(StampWorkflowTest, AutoRateIsReportedBeforeProcessing) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "B_ltc.wav", 2);
+    writeStem(f.dir / "in" / "B_stem.wav", 2);
+    stamp.ingest({q(f.dir / "in")});
+    ASSERT_EQ(stamp.frameRatePreset(), "Auto");
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    EXPECT_TRUE(testing::withoutTimestamps(stamp.logLines())
+                    .contains("[info] Auto frame-rate detected: 25 fps"));
+}
+
+TEST(StampWorkflowTest, LowConfidenceAsksUnlessConfirmedOrAlwaysProceed) {
+    const auto lowConfidence = [](const std::vector<ProcessingJob>&, const ProcessingOptions&) {
+        LTCPrecheck precheck;
+        precheck.detectedRates = {*frameRateConfig(FrameRatePreset::fps25)};
+        precheck.lowestConfidence = 0.42;
+        return precheck;
+    };
+    {
+        Fixture f;
+        StampWorkflow stamp(*f.store, f.token);
+        stamp.setLTCPrecheckForTesting(lowConfidence);
+        writeLTC(f.dir / "in" / "C_ltc.wav", 2);
+        writeStem(f.dir / "in" / "C_stem.wav", 2);
+        stamp.ingest({q(f.dir / "in")});
+        stamp.setFrameRatePreset("25");
+        stamp.process();
+        ASSERT_TRUE(finished(stamp));
+        const QString description =
+            "LTC decoding confidence is low (42%). Confirm before stamping.";
+        EXPECT_EQ(stamp.statusMessage(), "Confirmation required");
+        EXPECT_TRUE(stamp.pendingLowConfidence());
+        EXPECT_EQ(stamp.reportText(), description);
+        EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(), "[error] " + description);
+        EXPECT_EQ(f.outputCount(), 0u);
+
+        stamp.process(true);  // the user confirmed
+        ASSERT_TRUE(finished(stamp));
+        EXPECT_EQ(stamp.statusMessage(), "Success");
+        EXPECT_FALSE(stamp.pendingLowConfidence());
+        EXPECT_TRUE(fs::exists(f.output / "C_stem_tc.wav"));
+    }
+    {
+        Fixture f(R"({"settings.lowConfidenceBehavior": "Always Proceed"})");
+        StampWorkflow stamp(*f.store, f.token);
+        stamp.setLTCPrecheckForTesting(lowConfidence);
+        writeLTC(f.dir / "in" / "D_ltc.wav", 2);
+        writeStem(f.dir / "in" / "D_stem.wav", 2);
+        stamp.ingest({q(f.dir / "in")});
+        stamp.setFrameRatePreset("25");
+        stamp.process();
+        ASSERT_TRUE(finished(stamp));
+        EXPECT_EQ(stamp.statusMessage(), "Success");
+        EXPECT_FALSE(stamp.pendingLowConfidence());
+    }
+}
+
+TEST(StampWorkflowTest, GroupedAutoWithUndecodableLTCStopsBeforeWriting) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeStem(f.dir / "in" / "S1-ltc.wav", 1, 1);
+    writeStem(f.dir / "in" / "S1-boom.wav", 1, 2);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setMode("Grouped Batch");
+    ASSERT_EQ(stamp.groupingMethod(), "Duration Exact");
+    ASSERT_EQ(stamp.groupIDs(), QStringList{"sr48000_f48000"});
+
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_TRUE(
+        stamp.statusMessage().startsWith("Auto frame-rate pre-check failed in Grouped mode: "))
+        << stamp.statusMessage().toStdString();
+    EXPECT_EQ(stamp.progressMessage(), "Stopped before processing");
+    const QStringList log = testing::withoutTimestamps(stamp.logLines());
+    ASSERT_GE(log.size(), 2);
+    EXPECT_TRUE(log[log.size() - 2].startsWith("[warn] Auto frame-rate precheck failed: "));
+    EXPECT_EQ(log.last(), "[error] Grouped Auto processing aborted to avoid per-column fallback.");
+    EXPECT_EQ(f.outputCount(), 0u);  // not even a CSV log
+}
+
+TEST(StampWorkflowTest, GroupingPreviewFollowsTheChoices) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "A001-SC1-ltc.wav", 1, 2);
+    writeStem(f.dir / "in" / "A001-SC1-T1.wav", 1, 4);
+    writeStem(f.dir / "in" / "A001-SC2-T1.wav", 1, 2);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setGroupingMethod("Token");
+    stamp.setMode("Grouped Batch");
+    ASSERT_EQ(stamp.groupIDs(), (QStringList{"SC1", "SC2"}));
+    EXPECT_EQ(stamp.groupPreviewRows()[0],
+              "SC1 | Files: 2 | LTC file: A001-SC1-ltc.wav | LTC Audio CH: auto");
+    EXPECT_EQ(stamp.groupFilesByID().value("SC1").toStringList().size(), 2);
+    EXPECT_EQ(stamp.groupCommonMaxChannelsByID().value("SC1").toInt(), 2);
+    EXPECT_EQ(stamp.groupResolvedLTCByID().value("SC1").toString(),
+              q(f.dir / "in" / "A001-SC1-ltc.wav"));
+    EXPECT_EQ(stamp.matrixTrackNumbers(), (QVariantList{1, 2}));
+    EXPECT_EQ(stamp.commonLTCChannelCandidates(), (QVariantList{1, 2}));
+
+    stamp.setGroupLTCChannel("SC1", 9);  // clamped to the group's two channels
+    EXPECT_EQ(stamp.groupPreviewRows()[0],
+              "SC1 | Files: 2 | LTC file: A001-SC1-ltc.wav | LTC Audio CH: 2");
+
+    stamp.setGroupingMethod("Regex");
+    stamp.setGroupingRegex("(a+)+");
+    EXPECT_EQ(stamp.groupPreviewRows(),
+              QStringList{"Invalid grouping regex: Nested quantifiers are not allowed."});
+}
+
+TEST(StampWorkflowTest, CutAnalysisPreviewsTheSegments) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "long_ltc.wav", 6, 1, {{3.0, Timecode{2, 0, 0, 0, false}}});
+    writeStem(f.dir / "in" / "long_mix.wav", 6);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setMode("LTC Cut Detect");
+    stamp.setFrameRatePreset("25");
+
+    stamp.analyzeCuts();
+    EXPECT_TRUE(stamp.isAnalyzingCuts());
+    EXPECT_EQ(stamp.statusMessage(), "Analyzing LTC cuts...");
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Cut analysis complete");
+    EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(),
+              "[success] Cut analysis complete. Detected 2 segment(s).");
+    ASSERT_EQ(stamp.segmentPreviewRows().size(), 2);
+    EXPECT_TRUE(stamp.segmentPreviewRows()[1].startsWith("Segment 002"));
+    EXPECT_TRUE(stamp.segmentPreviewRows()[1].contains("TC 02:00:00:0"))
+        << stamp.segmentPreviewRows()[1].toStdString();
+    ASSERT_EQ(stamp.cutSegments().size(), 2);
+    // The cut lies on the first frame boundary after the jump.
+    const qint64 cut = stamp.cutSegments()[1].toMap().value("startSample").toLongLong();
+    EXPECT_GE(cut, 3 * 48000);
+    EXPECT_LE(cut, 3 * 48000 + 2 * 1920);
+    EXPECT_EQ(cut % 1920, 0);
+    EXPECT_EQ(stamp.cutSegments()[1].toMap().value("endSample").toLongLong(), 6 * 48000);
+    EXPECT_EQ(stamp.cutFileFrameCount(), 6 * 48000);
+    EXPECT_EQ(stamp.cutSampleRate(), 48000);
+    EXPECT_FALSE(stamp.cutTimelinePoints().isEmpty());
+
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    // The second segment starts at 02:00:00:00 plus the frames between the
+    // jump and the cut.
+    EXPECT_EQ(bextTimeReference(f.output / "long_mix_seg002_tc.wav"),
+              2u * 3600u * 25u * 1920u + static_cast<std::uint64_t>(cut - 3 * 48000));
+}
+
+TEST(StampWorkflowTest, CancelStopsARunningAnalysis) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "hour_ltc.wav", 120);
+    writeStem(f.dir / "in" / "hour_mix.wav", 1);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setMode("LTC Cut Detect");
+    stamp.setFrameRatePreset("25");
+    QObject::connect(&stamp, &StampWorkflow::progressMessageChanged, &stamp, [&] {
+        if (stamp.progressMessage().startsWith("Analyzing cuts: ")) {
+            stamp.cancel();
+        }
+    });
+    stamp.analyzeCuts();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Stopped by user");
+    EXPECT_EQ(stamp.progressMessage(), "Stopped");
+    EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(),
+              "[warn] Operation cancelled by user.");
+    EXPECT_TRUE(stamp.segmentPreviewRows().isEmpty());
+}
+
+}  // namespace
+}  // namespace norvane
