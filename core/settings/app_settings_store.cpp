@@ -462,23 +462,6 @@ void AppSettingsStore::applyStored(std::size_t index, const Json* stored) {
     }
 }
 
-Json AppSettingsStore::defaultValue(std::size_t index) const {
-    switch (kKeys[index].kind) {
-        case ValueKind::channel:
-            return 1;
-        case ValueKind::folder:
-            return homeDirectory_;
-        case ValueKind::boolean:
-            return index == kSaveCSVReport;
-        case ValueKind::suffix:
-            return "_tc";
-        case ValueKind::recentPath:
-            return "";
-        default:
-            return enumerationLabels(kKeys[index].kind).front();
-    }
-}
-
 Json AppSettingsStore::currentValue(std::size_t index) const {
     switch (static_cast<Index>(index)) {
         case kFrameRatePreset:
@@ -540,11 +523,10 @@ void AppSettingsStore::resetToSystemDefaults() {
     for (std::size_t i = 0; i < kKeys.size(); ++i) {
         stored_.erase(fullKey(i));
     }
-    // Every default goes back under its key in one save, so a reset is never
-    // half written.
+    // A key's default is what its load rule gives when the key is absent. Every
+    // default goes back under its key in one save, so a reset is never half written.
     for (std::size_t i = 0; i < kKeys.size(); ++i) {
-        const Json value = defaultValue(i);
-        applyStored(i, &value);
+        applyStored(i, nullptr);
         stored_[fullKey(i)] = currentValue(i);
     }
     save();

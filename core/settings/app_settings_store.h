@@ -161,7 +161,6 @@ class AppSettingsStore {
     void load();
     // Applies the key's load rule to a stored value (nullptr = absent).
     void applyStored(std::size_t index, const nlohmann::ordered_json* stored);
-    nlohmann::ordered_json defaultValue(std::size_t index) const;
     nlohmann::ordered_json currentValue(std::size_t index) const;
     // Sets a property through its load rule, saves and notifies.
     void assign(std::size_t index, const nlohmann::ordered_json& value);

@@ -253,6 +253,8 @@ TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
     settings.setPolySplitDefaultOutputFolderPath("/media/split");
     settings.setOutputFilenameSuffix("_x");
     settings.setOutputCollisionBehavior(OutputCollisionBehavior::overwrite);
+    settings.setDefaultSaveCSVReport(false);
+    settings.setDefaultGroupedLTCChannel(5);
 
     std::vector<std::string> notified;
     settings.addObserver([&](const std::string& key) { notified.push_back(key); });
@@ -267,6 +269,8 @@ TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
     EXPECT_EQ(settings.outputFilenameSuffix(), "_tc");
     EXPECT_EQ(settings.outputCollisionBehavior(), OutputCollisionBehavior::ask);
     EXPECT_EQ(notified, AppSettingsStore::keys());
+    // The same values as a store that never saw a settings file.
+    EXPECT_EQ(settings.snapshot(), AppSettingsStore(dir / "fresh.json").snapshot());
     // All eighteen defaults are written back under their keys.
     EXPECT_EQ(readJSON(file), settings.snapshot());
     EXPECT_EQ(AppSettingsStore(file).snapshot(), settings.snapshot());
