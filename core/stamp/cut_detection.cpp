@@ -196,6 +196,7 @@ std::vector<ProcessingJob> segmentJobs(const std::vector<SegmentBoundary>& segme
         job.groupID = "cut-detect";
         job.segment = segment;
         job.ltcFileURL = ltcFile;
+        job.ltcChannelIndex = options.ltcChannelIndex;
         job.targetFileURLs = targets;
         job.includeLTCOutput = options.includeLTCOutputs;
         jobs.push_back(std::move(job));

@@ -135,6 +135,9 @@ struct ProcessingOptions {
     std::map<std::string, std::int64_t> manualLTCChannelByGroup;  // 1-based channel numbers
     OutputNamingConfig outputNaming;
     CutDetectConfig cutDetectConfig;
+    // 0-based LTC channel of the selected LTC file in single and cut-detect
+    // runs; absent lets the engine find the channel that carries the code.
+    std::optional<std::int64_t> ltcChannelIndex;
 };
 
 // ---- Results ------------------------------------------------------------------

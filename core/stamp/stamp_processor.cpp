@@ -97,6 +97,7 @@ std::vector<ProcessingJob> StampProcessor::buildJobs(const std::vector<FileDescr
             job.mode = ProcessingMode::single;
             job.groupID = "single";
             job.ltcFileURL = *selectedLTCFile;
+            job.ltcChannelIndex = options.ltcChannelIndex;
             job.includeLTCOutput = options.includeLTCOutputs;
             for (const FileDescriptor& file : files) {
                 if (file.url != *selectedLTCFile) {
@@ -113,7 +114,7 @@ std::vector<ProcessingJob> StampProcessor::buildJobs(const std::vector<FileDescr
                 throw ProcessingError::ltcFileMissing();
             }
             const CutDetection::CutAnalysis analysis = CutDetection::analyze(
-                *selectedLTCFile, std::nullopt, options, progress, isCancelled);
+                *selectedLTCFile, options.ltcChannelIndex, options, progress, isCancelled);
             if (analysis.segments.empty()) {
                 throw ProcessingError::noCutBoundariesDetected();
             }

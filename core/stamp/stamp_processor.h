@@ -81,7 +81,8 @@ class StampProcessor {
                                                  const ProcessingOptions& options,
                                                  const ProgressCallback& progress = {},
                                                  const CancellationQuery& isCancelled = {}) {
-        return CutDetection::analyze(ltcFile, std::nullopt, options, progress, isCancelled);
+        return CutDetection::analyze(ltcFile, options.ltcChannelIndex, options, progress,
+                                     isCancelled);
     }
 };
 
