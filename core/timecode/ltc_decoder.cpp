@@ -142,9 +142,9 @@ std::optional<LTCDecoder::AutoCandidateEvaluation> evaluateWithCrossings(
     // first pair of frames, and every cell reads the same whenever it is read.
     // Biphase mark: a 1 has an extra transition in the middle of its cell.
     std::vector<std::uint8_t> bits;
+    bits.reserve(static_cast<std::size_t>(std::min<std::int64_t>(cells, 4 * kFrameBits)));
     const std::int64_t halfCell = roundHalf(0.5 * period);
     auto readThrough = [&](std::int64_t last) {
-        bits.reserve(static_cast<std::size_t>(std::min(cells, last + 1)));
         for (auto k = static_cast<std::int64_t>(bits.size()); k <= last && k < cells; ++k) {
             const std::int64_t mid =
                 bestPhase + roundHalf(period * static_cast<double>(k)) + halfCell;
