@@ -1,13 +1,127 @@
-// Placeholder until the split command lands.
+// norvane split: one mono WAV per channel of multichannel WAV files.
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
 #include "cli/cli_common.h"
+#include "core/common/error.h"
+#include "core/settings/app_settings_store.h"
+#include "core/split/poly_wav_split_processor.h"
 
 namespace norvane::cli {
 
+namespace {
+namespace fs = std::filesystem;
+
+struct SplitOptions {
+    std::vector<std::string> inputs;
+    std::string outputFolder;
+    bool overwrite = false;
+    bool json = false;
+};
+
+// Ctrl-C asks the split to stop before its next file or channel, so no output
+// is left half-written.
+volatile std::sig_atomic_t interrupted = 0;
+void onSplitInterrupt(int) {
+    interrupted = 1;
+}
+
+nlohmann::ordered_json reportJSON(const PolyWavSplitReport& report) {
+    nlohmann::ordered_json j;
+    j["fileResults"] = nlohmann::ordered_json::array();
+    for (const PolyWavSplitFileResult& r : report.fileResults) {
+        nlohmann::ordered_json f;
+        f["inputURL"] = r.inputURL.string();
+        f["disambiguatedBaseName"] = r.disambiguatedBaseName;
+        f["outputURLs"] = nlohmann::ordered_json::array();
+        for (const fs::path& p : r.outputURLs) {
+            f["outputURLs"].push_back(p.string());
+        }
+        f["skipped"] = r.skipped;
+        f["skipReason"] =
+            r.skipReason ? nlohmann::ordered_json(*r.skipReason) : nlohmann::ordered_json();
+        j["fileResults"].push_back(f);
+    }
+    j["outputPaths"] = nlohmann::ordered_json::array();
+    for (const fs::path& p : report.outputPaths) {
+        j["outputPaths"].push_back(p.string());
+    }
+    return j;
+}
+
+}  // namespace
+
 Command addSplitCommand(CLI::App& parent) {
+    auto options = std::make_shared<SplitOptions>();
     Command command;
-    command.app = parent.add_subcommand("split", "(not built yet)");
-    command.app->allow_extras();
-    command.run = [] { return printError("the split command is not available in this build"); };
+    command.app =
+        parent.add_subcommand("split", "Split multi-channel WAVs to mono (PCM or 32-bit float).");
+    command.app
+        ->add_option("inputs", options->inputs, "WAV files or folders (searched recursively)")
+        ->required();
+    command.app->add_option("-o,--output", options->outputFolder,
+                            "Output folder (default: the saved poly split output folder)");
+    command.app->add_flag("--overwrite", options->overwrite, "Replace existing output files");
+    command.app->add_flag("--json", options->json, "Print the split report as JSON");
+    command.run = [options] {
+        std::vector<fs::path> given(options->inputs.begin(), options->inputs.end());
+        const std::vector<fs::path> inputs = expandWavInputs(given);
+        if (inputs.empty()) {
+            return printError("No WAV files in selection.");
+        }
+        fs::path outputFolder = options->outputFolder;
+        if (outputFolder.empty()) {
+            outputFolder = AppSettingsStore().polySplitDefaultOutputFolderURL();
+        }
+        if (outputFolder.empty()) {
+            return printError("No output folder: pass -o DIR.");
+        }
+        outputFolder = fs::absolute(outputFolder).lexically_normal();
+        std::error_code ec;
+        fs::create_directories(outputFolder, ec);
+        if (!fs::is_directory(outputFolder)) {
+            return printError("Output folder is not a folder: " + outputFolder.string());
+        }
+
+        ProgressBar bar(true);
+        interrupted = 0;
+        auto previous = std::signal(SIGINT, onSplitInterrupt);
+        PolyWavSplitReport report;
+        try {
+            report = PolyWavSplitProcessor::split(
+                inputs, outputFolder, options->overwrite,
+                [&](double fraction) { bar.update(fraction, "Splitting…"); },
+                [] { return interrupted != 0; });
+        } catch (...) {
+            std::signal(SIGINT, previous);
+            bar.finish();
+            throw;  // main prints "error: " + its message
+        }
+        std::signal(SIGINT, previous);
+        bar.finish();
+
+        if (options->json) {
+            std::cout << reportJSON(report).dump(2) << std::endl;
+            return kExitOk;
+        }
+        for (const PolyWavSplitFileResult& r : report.fileResults) {
+            const std::string name = r.inputURL.filename().string();
+            if (r.skipped && r.skipReason) {
+                std::cout << "Skipped " << name << ": " << *r.skipReason << "\n";
+            } else {
+                std::cout << "Wrote " << r.outputURLs.size() << " channel file(s) for " << name
+                          << ".\n";
+            }
+        }
+        std::cout << "Done. " << report.outputPaths.size() << " file(s) written." << std::endl;
+        return kExitOk;
+    };
     return command;
 }
 

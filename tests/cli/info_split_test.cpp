@@ -1,0 +1,164 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "core/audio/wav_file.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using testing::runCommand;
+
+std::string cli() {
+    return "'" + testing::cliPath().string() + "'";
+}
+std::string quoted(const fs::path& p) {
+    return "'" + p.string() + "'";
+}
+
+// A stereo 24-bit file stamped at 01:00:00:00 (25 fps, 48 kHz) with iXML.
+ByteBuffer stampedFile() {
+    testing::WavSpec spec;
+    spec.bits = 24;
+    spec.frames = 480;
+    const std::string ixml = "<BWFXML>\n  <TIMECODE>01:00:00:00</TIMECODE>\n</BWFXML>";
+    spec.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
+                       {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
+    return testing::makeWav(spec);
+}
+
+TEST(InfoCommandTest, TextAndJson) {
+    testing::TempDir dir;
+    testing::writeBytes(dir / "a.wav", stampedFile());
+    auto r = runCommand(cli() + " info " + quoted(dir / "a.wav"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr("2 channel(s), 48000 Hz, 24-bit, block align 6"));
+    EXPECT_THAT(r.out, HasSubstr("frames: 480"));
+    EXPECT_THAT(r.out, HasSubstr("fmt  (16), bext (602), iXML (53), data (2880)"));
+    EXPECT_THAT(r.out, HasSubstr("172800000 samples, timecode at 25: 01:00:00:00"));
+    EXPECT_THAT(r.out, HasSubstr("iXML TIMECODE: 01:00:00:00"));
+
+    r = runCommand(cli() + " info --json --fps 24 " + quoted(dir / "a.wav"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    ASSERT_EQ(j.size(), 1u);
+    EXPECT_EQ(j[0]["path"], (dir / "a.wav").string());
+    EXPECT_EQ(j[0]["audioFormat"], 1);
+    EXPECT_EQ(j[0]["channels"], 2);
+    EXPECT_EQ(j[0]["bitsPerSample"], 24);
+    EXPECT_EQ(j[0]["byteRate"], 288000);
+    EXPECT_EQ(j[0]["frames"], 480);
+    EXPECT_DOUBLE_EQ(j[0]["durationSeconds"].get<double>(), 0.01);
+    EXPECT_EQ(j[0]["chunks"][3]["id"], "data");
+    EXPECT_EQ(j[0]["chunks"][3]["size"], 2880);
+    EXPECT_EQ(j[0]["timeReferenceSamples"], 172800000);
+    // 172,800,000 samples at 48 kHz are 3600 s: 86,400 frames at 24 fps.
+    EXPECT_EQ(j[0]["timecode"], "01:00:00:00");
+    EXPECT_EQ(j[0]["ixmlTimecode"], "01:00:00:00");
+    EXPECT_TRUE(j[0]["error"].is_null());
+
+    // One hour is 107,892 frames at 30000/1001: drop frame labels it 01:00:00;00,
+    // non-drop counting falls 3.6 s behind.
+    r = runCommand(cli() + " info --json --fps 29.97df " + quoted(dir / "a.wav"));
+    EXPECT_EQ(nlohmann::json::parse(r.out)[0]["timecode"], "01:00:00;00");
+    r = runCommand(cli() + " info --json --fps 29.97 " + quoted(dir / "a.wav"));
+    EXPECT_EQ(nlohmann::json::parse(r.out)[0]["timecode"], "00:59:56:12");
+}
+
+TEST(InfoCommandTest, UnreadableFilesAreReportedAndTheOthersShown) {
+    testing::TempDir dir;
+    testing::writeBytes(dir / "good.wav", testing::makePcm16(48000, {{0.0f}}));
+    testing::writeBytes(dir / "bad.wav", ByteBuffer(20, 'x'));
+    auto r =
+        runCommand(cli() + " info " + quoted(dir / "bad.wav") + " " + quoted(dir / "good.wav"));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_THAT(r.err,
+                HasSubstr("error: " + (dir / "bad.wav").string() + ": File is not RIFF/WAV."));
+    EXPECT_THAT(r.out, HasSubstr("good.wav"));
+    EXPECT_THAT(r.out, HasSubstr("bext TimeReference: none"));
+
+    r = runCommand(cli() + " info --json " + quoted(dir / "missing.wav") + " " +
+                   quoted(dir / "good.wav"));
+    EXPECT_EQ(r.exitCode, 2);
+    const auto j = nlohmann::json::parse(r.out);
+    ASSERT_EQ(j.size(), 2u);
+    EXPECT_THAT(j[0]["error"].get<std::string>(), HasSubstr("No such file or directory"));
+    EXPECT_TRUE(j[0]["channels"].is_null());
+    EXPECT_TRUE(j[1]["error"].is_null());
+    EXPECT_TRUE(j[1]["timeReferenceSamples"].is_null());
+
+    EXPECT_EQ(runCommand(cli() + " info --fps 12 " + quoted(dir / "good.wav")).exitCode, 64);
+    EXPECT_EQ(runCommand(cli() + " info").exitCode, 64);
+}
+
+TEST(SplitCommandTest, SplitsFoldersAndReports) {
+    testing::TempDir dir;
+    fs::create_directories(dir / "in" / "day2");
+    testing::writeBytes(dir / "in" / "Take1.wav",
+                        testing::makePcm16(48000, {{0.5f, 0.25f}, {-0.5f, -0.25f}}));
+    testing::writeBytes(dir / "in" / "day2" / "Take1.WAV",
+                        testing::makeFloat32(48000, {{0.5f}, {0.1f}, {0.2f}}));
+    testing::writeBytes(dir / "in" / "mono.wav", testing::makePcm16(48000, {{0.5f}}));
+    testing::writeBytes(dir / "in" / "notes.txt", {});
+    auto r = runCommand(cli() + " split " + quoted(dir / "in") + " -o " + quoted(dir / "out"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out,
+              "Wrote 2 channel file(s) for Take1.wav.\n"
+              "Wrote 3 channel file(s) for Take1.WAV.\n"
+              "Skipped mono.wav: File has one channel; nothing to split.\n"
+              "Done. 5 file(s) written.\n");
+    WAVFile second(dir / "out" / "Take1 (2)_CH03.wav");
+    EXPECT_EQ(second.fmt().audioFormat, 3);
+    EXPECT_EQ(second.samples(0), std::vector<float>{0.2f});
+    EXPECT_TRUE(r.err.empty()) << r.err;  // no progress bar when not on a terminal
+
+    // Again without --overwrite: the first output exists.
+    r = runCommand(cli() + " split " + quoted(dir / "in" / "Take1.wav") + " -o " +
+                   quoted(dir / "out"));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err,
+              "error: Output file already exists: Take1_CH01.wav. Enable overwrite or choose "
+              "another folder.\n");
+
+    r = runCommand(cli() + " split --overwrite --json " + quoted(dir / "in" / "Take1.wav") + " " +
+                   quoted(dir / "in" / "mono.wav") + " -o " + quoted(dir / "out"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    ASSERT_EQ(j["fileResults"].size(), 2u);
+    EXPECT_EQ(j["fileResults"][0]["inputURL"], (dir / "in" / "Take1.wav").string());
+    EXPECT_EQ(j["fileResults"][0]["disambiguatedBaseName"], "Take1");
+    EXPECT_EQ(j["fileResults"][0]["outputURLs"][1], (dir / "out" / "Take1_CH02.wav").string());
+    EXPECT_EQ(j["fileResults"][0]["skipped"], false);
+    EXPECT_TRUE(j["fileResults"][0]["skipReason"].is_null());
+    EXPECT_EQ(j["fileResults"][1]["skipped"], true);
+    EXPECT_EQ(j["fileResults"][1]["skipReason"], "File has one channel; nothing to split.");
+    EXPECT_EQ(j["outputPaths"].size(), 2u);
+}
+
+TEST(SplitCommandTest, FailuresAndUsage) {
+    testing::TempDir dir;
+    testing::writeBytes(dir / "notes.txt", {});
+    auto r =
+        runCommand(cli() + " split " + quoted(dir / "notes.txt") + " -o " + quoted(dir.path()));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err, "error: No WAV files in selection.\n");
+
+    testing::WavSpec eight;
+    eight.bits = 8;
+    eight.frames = 2;
+    testing::writeBytes(dir / "eight.wav", testing::makeWav(eight));
+    r = runCommand(cli() + " split " + quoted(dir / "eight.wav") + " -o " + quoted(dir / "out"));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err, "error: Bit depth 8 is not supported for mono export (use 16, 24, or 32).\n");
+    EXPECT_TRUE(fs::is_empty(dir / "out"));
+
+    EXPECT_EQ(runCommand(cli() + " split -o " + quoted(dir.path())).exitCode, 64);
+}
+
+}  // namespace
+}  // namespace norvane
