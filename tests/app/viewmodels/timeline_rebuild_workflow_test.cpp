@@ -1,0 +1,240 @@
+#include "app/viewmodels/timeline_rebuild_workflow.h"
+
+#include <gtest/gtest.h>
+
+#include "core/common/file_output.h"
+#include "core/rebuild/demo_timeline.h"
+#include "tests/app/viewmodels/viewmodel_test_support.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempDir;
+
+QString q(const fs::path& path) {
+    return QString::fromStdString(path.string());
+}
+
+// A synced take whose iXML carries its event timecode.
+void writeTake(const fs::path& path, const std::string& timecode, double seconds) {
+    testing::WavSpec spec;
+    spec.channels = 1;
+    spec.frames = static_cast<std::int64_t>(seconds * 48000);
+    const std::string ixml = "<BWFXML><TIMECODE>" + timecode + "</TIMECODE></BWFXML>";
+    spec.beforeData.emplace_back("iXML", ByteBuffer(ixml.begin(), ixml.end()));
+    fs::create_directories(path.parent_path());
+    testing::writeBytes(path, testing::makeWav(spec));
+}
+
+struct Fixture {
+    TempDir dir;
+    AppSettingsStore store{dir / "settings.json"};
+    fs::path source = dir / "source.fcpxml";
+    fs::path mix = dir / "mix.wav";
+    fs::path synced = dir / "synced";
+    fs::path output = dir / "out";
+
+    Fixture() {
+        DemoTimelineSpec spec;
+        spec.lanes = {{"camA", {{"01:00:00:00"}, {"01:00:20:00"}}}};
+        const std::string xml = makeDemoSourceTimeline(spec);
+        writeFile(source, ByteBuffer(xml.begin(), xml.end()), WriteMode::createNew);
+        writeTake(synced / "evt1_trk1.wav", "01:00:00:00", 2);
+        writeTake(synced / "evt1_trk2.wav", "01:00:00:00", 2);
+        writeTake(synced / "evt2_trk1.wav", "01:00:20:00", 3);
+        testing::WavSpec stereo;
+        stereo.frames = 5 * 48000;
+        testing::writeBytes(mix, testing::makeWav(stereo));
+        fs::create_directories(output);
+    }
+
+    void choose(TimelineRebuildWorkflow& rebuild) const {
+        rebuild.setSourceXMLURL(q(source));
+        rebuild.setStereoMixURL(q(mix));
+        rebuild.setSyncedAudioFolderURL(q(synced));
+        rebuild.setOutputFolderURL(q(output));
+    }
+};
+
+bool idle(const TimelineRebuildWorkflow& rebuild) {
+    return testing::waitUntil([&] { return !rebuild.isBusy(); });
+}
+
+QList<bool> readiness(const TimelineRebuildWorkflow& rebuild) {
+    QList<bool> ready;
+    for (const QVariant& item : rebuild.readinessItems()) {
+        ready.append(item.toMap().value("isReady").toBool());
+    }
+    return ready;
+}
+
+TEST(TimelineRebuildWorkflowTest, InputChecksReadinessAndRememberedLocations) {
+    Fixture f;
+    f.store.setTimelineRebuildDefaultMissingCameraBehavior(MissingCameraBehavior::skipClip);
+    f.store.setTimelineRebuildRecentOutputFolderPath((f.dir / "gone").string());
+    TimelineRebuildWorkflow rebuild(f.store);
+    const QString unset = "/tmp/.norvane-unset-timeline-input";
+    EXPECT_EQ(rebuild.step(), "inputs");
+    EXPECT_EQ(rebuild.statusMessage(), "Add inputs to begin.");
+    EXPECT_EQ(rebuild.sourceXMLURL(), unset);
+    EXPECT_EQ(rebuild.outputFilename(), "timeline_rebuild.fcpxml");
+    EXPECT_EQ(rebuild.missingCameraBehavior(), "Skip Clip");
+    EXPECT_EQ(rebuild.timecodeSourcePriority(), "iXML / BWF bext -> Filename");
+    ASSERT_EQ(rebuild.readinessItems().size(), 4);
+    EXPECT_EQ(rebuild.readinessItems()[3].toMap().value("title"), "Output folder + filename");
+    EXPECT_EQ(rebuild.checkInputs(), "Source timeline must be XML/FCPXML.");
+
+    rebuild.continueToMapping();
+    EXPECT_EQ(rebuild.statusMessage(), "Complete required inputs first.");
+    EXPECT_EQ(rebuild.step(), "inputs");
+
+    rebuild.setSourceXMLURL(q(f.dir / "EXPORT.XML"));  // capitals pass
+    EXPECT_EQ(rebuild.checkInputs(), "Stereo mix must be a WAV file.");
+    rebuild.setStereoMixURL(q(f.mix));
+    EXPECT_EQ(rebuild.checkInputs(), "Choose a synced audio folder.");
+    rebuild.setSyncedAudioFolderURL(q(f.synced));
+    EXPECT_EQ(rebuild.checkInputs(), "Choose an output folder.");
+    EXPECT_EQ(readiness(rebuild), (QList<bool>{true, true, true, false}));
+    rebuild.setOutputFolderURL(q(f.output));
+    for (const char* bad : {"../x", "a/b", "a\\b", ".", "  "}) {
+        rebuild.setOutputFilename(bad);
+        EXPECT_EQ(rebuild.checkInputs(),
+                  "Set a simple FCPXML filename without folders or path traversal.")
+            << bad;
+        EXPECT_FALSE(readiness(rebuild)[3]);
+    }
+    rebuild.setOutputFilename("cut");
+    EXPECT_EQ(rebuild.checkInputs(), "");
+    EXPECT_EQ(readiness(rebuild), (QList<bool>{true, true, true, true}));
+    rebuild.continueToMapping();
+    EXPECT_EQ(rebuild.step(), "mapping");
+    EXPECT_EQ(rebuild.statusMessage(), "Inputs ready. Review mapping.");
+
+    // The choices are remembered for the next start.
+    EXPECT_EQ(f.store.timelineRebuildRecentStereoMixPath(), f.mix.string());
+    TimelineRebuildWorkflow next(f.store);
+    EXPECT_EQ(next.sourceXMLURL(), q(f.dir / "EXPORT.XML"));
+    EXPECT_EQ(next.syncedAudioFolderURL(), q(f.synced));
+    EXPECT_EQ(next.outputFolderURL(), q(f.output));
+
+    next.clear();
+    EXPECT_EQ(next.statusMessage(), "Inputs cleared.");
+    EXPECT_EQ(next.stereoMixURL(), unset);
+    EXPECT_EQ(next.step(), "inputs");
+}
+
+TEST(TimelineRebuildWorkflowTest, ScanValidateAndBuild) {
+    Fixture f;
+    TimelineRebuildWorkflow rebuild(f.store);
+    f.choose(rebuild);
+    rebuild.setOutputFilename("cut");
+
+    rebuild.autoScan();
+    EXPECT_EQ(rebuild.statusMessage(), "Auto-scanning...");
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_EQ(rebuild.statusMessage(), "Auto-scan complete (2 events)");
+    ASSERT_EQ(rebuild.detectedAudioInputs().size(), 3);
+    const QVariantMap first = rebuild.detectedAudioInputs()[0].toMap();
+    EXPECT_EQ(first.value("name"), "evt1_trk1");
+    EXPECT_EQ(first.value("eventOrder").toLongLong(), 1);
+    EXPECT_EQ(first.value("eventTimecode"), "01:00:00:00");
+    EXPECT_EQ(first.value("timecodeProvenance"), "iXML");
+    EXPECT_EQ(first.value("trackProvenance"), "Explicit");
+    ASSERT_EQ(rebuild.detectedEvents().size(), 2);
+    const QVariantMap second = rebuild.detectedEvents()[1].toMap();
+    EXPECT_EQ(second.value("order").toLongLong(), 2);
+    EXPECT_EQ(second.value("audioTrackCount").toLongLong(), 1);
+    EXPECT_DOUBLE_EQ(second.value("durationSeconds").toDouble(), 3.0);
+    ASSERT_EQ(rebuild.videoTracks().size(), 1);
+    EXPECT_EQ(rebuild.videoTracks()[0].toMap().value("candidateClipCount").toLongLong(), 2);
+    ASSERT_EQ(rebuild.previewRows().size(), 2);
+    const QVariantMap row = rebuild.previewRows()[0].toMap();
+    EXPECT_EQ(row.value("audioClipCount").toLongLong(), 2);
+    const QVariantMap matches = row.value("trackMatches").toMap();
+    ASSERT_EQ(matches.size(), 1);
+    EXPECT_TRUE(matches.first().toBool());
+
+    rebuild.validate();
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_EQ(rebuild.statusMessage(), "Validation complete.");
+    EXPECT_EQ(rebuild.step(), "validate");
+    QStringList messages;
+    for (const QVariant& item : rebuild.validationItems()) {
+        messages.append(item.toMap().value("severity").toString() + ": " +
+                        item.toMap().value("message").toString());
+    }
+    EXPECT_TRUE(messages.filter("Error: ").isEmpty()) << messages.join("\n").toStdString();
+    EXPECT_TRUE(messages.contains("Info: Track Trk2 missing at event 2; emitting lane gap."))
+        << messages.join("\n").toStdString();
+    EXPECT_TRUE(messages.contains(
+        "Info: Duration boundary: stereo 5.000s, rebuilt 5.000s, delta +0.000s (tolerance "
+        "0.050s)."))
+        << messages.join("\n").toStdString();
+
+    rebuild.build();
+    EXPECT_TRUE(rebuild.isBuilding());
+    EXPECT_EQ(rebuild.step(), "build");
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_FALSE(rebuild.isBuilding());
+    EXPECT_EQ(rebuild.step(), "report");
+    EXPECT_EQ(rebuild.statusMessage(), QString::fromStdString("Rebuilt timeline written to " +
+                                                              (f.output / "cut.fcpxml").string()));
+    EXPECT_TRUE(fs::exists(f.output / "cut.fcpxml"));
+    EXPECT_EQ(rebuild.report().value("outputXMLURL"), q(f.output / "cut.fcpxml"));
+    EXPECT_TRUE(rebuild.report()
+                    .value("fcpxmlValidationSummary")
+                    .toString()
+                    .startsWith("Generated FCPXML valid ("));
+    EXPECT_TRUE(
+        rebuild.report().value("trackLayoutSummary").toString().contains(", A1 stereo mix, A2+"));
+    EXPECT_EQ(rebuild.buildStats().value("eventsProcessed").toLongLong(), 2);
+    EXPECT_EQ(rebuild.progressPercent(), 1.0);
+
+    rebuild.reset();
+    EXPECT_EQ(rebuild.step(), "inputs");
+    EXPECT_TRUE(rebuild.report().isEmpty());
+    EXPECT_TRUE(rebuild.detectedAudioInputs().isEmpty());
+}
+
+TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
+    Fixture f;
+    TimelineRebuildWorkflow rebuild(f.store);
+    f.choose(rebuild);
+    rebuild.autoScan();
+    ASSERT_TRUE(idle(rebuild));
+    ASSERT_EQ(rebuild.detectedEvents().size(), 2);
+
+    // A file without an event number blocks the build; nothing is written.
+    writeTake(f.synced / "crash.wav", "01:00:00:00", 1);
+    rebuild.build();
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_EQ(rebuild.statusMessage(), "Build blocked by validation errors.");
+    EXPECT_FALSE(fs::exists(f.output / "timeline_rebuild.fcpxml"));
+    bool counted = false;
+    for (const QVariant& item : rebuild.validationItems()) {
+        counted =
+            counted || item.toMap().value("message") ==
+                           "1 synced clips are missing an incremental event index in filename.";
+    }
+    EXPECT_TRUE(counted);
+
+    const std::string broken = "<fcpxml><resources>";
+    writeFile(f.dir / "broken.fcpxml", ByteBuffer(broken.begin(), broken.end()),
+              WriteMode::createNew);
+    rebuild.setSourceXMLURL(q(f.dir / "broken.fcpxml"));
+    rebuild.validate();
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_TRUE(rebuild.statusMessage().startsWith("Validation failed: "))
+        << rebuild.statusMessage().toStdString();
+    rebuild.autoScan();
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_TRUE(rebuild.statusMessage().startsWith("Auto-scan failed: "))
+        << rebuild.statusMessage().toStdString();
+    EXPECT_EQ(rebuild.detectedEvents().size(), 2);  // the last good scan stays
+}
+
+}  // namespace
+}  // namespace norvane
