@@ -37,15 +37,22 @@ DropArea::DropArea(const QString& title, const QString& subtitle, QWidget* paren
 }
 
 QPushButton* DropArea::addBrowseButton(const QString& text) {
-    auto* button = new QPushButton(text, this);
+    QPushButton* button = addButton(text);
     button->setObjectName("dropAreaBrowse");
     connect(button, &QPushButton::clicked, this, &DropArea::browseRequested);
-    auto* row = new QHBoxLayout;
-    row->addStretch();
-    row->addWidget(button);
-    row->addStretch();
-    auto* box = static_cast<QVBoxLayout*>(layout());
-    box->insertLayout(box->count() - 1, row);
+    return button;
+}
+
+QPushButton* DropArea::addButton(const QString& text) {
+    if (buttonRow_ == nullptr) {
+        buttonRow_ = new QHBoxLayout;
+        buttonRow_->addStretch();
+        buttonRow_->addStretch();
+        auto* box = static_cast<QVBoxLayout*>(layout());
+        box->insertLayout(box->count() - 1, buttonRow_);
+    }
+    auto* button = new QPushButton(text, this);
+    buttonRow_->insertWidget(buttonRow_->count() - 1, button);
     return button;
 }
 

@@ -6,6 +6,7 @@
 class QLabel;
 class QPushButton;
 class QMimeData;
+class QHBoxLayout;
 
 namespace norvane::gui {
 
@@ -23,6 +24,8 @@ class DropArea : public QFrame {
 
     // Adds a button below the texts that emits browseRequested().
     QPushButton* addBrowseButton(const QString& text);
+    // Adds another button to the same row (the caller connects it).
+    QPushButton* addButton(const QString& text);
 
     void setTitle(const QString& title);
     void setSubtitle(const QString& subtitle);
@@ -49,6 +52,7 @@ class DropArea : public QFrame {
 
     QLabel* title_;
     QLabel* subtitle_;
+    QHBoxLayout* buttonRow_ = nullptr;
     bool dropTargeted_ = false;
 };
 

@@ -1,0 +1,184 @@
+#include "app/gui/poly_split_screen.h"
+
+#include <QCheckBox>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QShortcut>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "app/gui/property_binding.h"
+#include "app/gui/style.h"
+#include "app/gui/ui_hooks.h"
+#include "app/gui/widgets/drop_area.h"
+#include "app/gui/widgets/log_pane.h"
+#include "app/gui/widgets/path_field.h"
+#include "app/viewmodels/poly_split_workflow.h"
+
+namespace norvane::gui {
+
+PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
+    : QWidget(parent),
+      workflow_(workflow),
+      dropArea_(new DropArea("Drag multi-channel WAV files or folders here",
+                             "Linear PCM and 32-bit float WAVs are supported.")),
+      inputList_(new QListWidget),
+      clear_(new QPushButton("Clear list")),
+      outputFolder_(new PathField(PathField::Kind::folder, "Split output folder")),
+      reveal_(new QPushButton("Show in file manager")),
+      overwrite_(new QCheckBox("Overwrite existing files")),
+      start_(new QPushButton("Start split")),
+      cancel_(new QPushButton("Cancel")),
+      progress_(new QProgressBar),
+      status_(new QLabel),
+      log_(new LogPane) {
+    setObjectName("polySplitScreen");
+    auto* addFiles = dropArea_->addBrowseButton("Add files…");
+    addFiles->setToolTip("Choose WAV files (Ctrl+O)");
+    auto* addFolder = dropArea_->addButton("Add folder…");
+    addFolder->setObjectName("dropAreaAddFolder");
+    addFolder->setToolTip("Choose a folder of WAV files (Ctrl+Shift+O)");
+    connect(dropArea_, &DropArea::browseRequested, this, &PolySplitScreen::addFilesFromPicker);
+    connect(addFolder, &QPushButton::clicked, this, &PolySplitScreen::addFolderFromPicker);
+    connect(dropArea_, &DropArea::pathsDropped, &workflow_, &PolySplitWorkflow::addFiles);
+
+    inputList_->setObjectName("polySplitInputList");
+    inputList_->setAlternatingRowColors(true);
+    inputList_->setMinimumHeight(120);
+    inputList_->setSelectionMode(QAbstractItemView::NoSelection);
+    clear_->setObjectName("polySplitClear");
+    connect(clear_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::clearList);
+    watchProperty(&workflow_, "polySplitInputURLs", inputList_, [this] {
+        inputList_->clear();
+        for (const QString& path : workflow_.polySplitInputURLs()) {
+            auto* item = new QListWidgetItem(QFileInfo(path).fileName(), inputList_);
+            item->setToolTip(path);
+        }
+        refreshState();
+    });
+
+    outputFolder_->setObjectName("polySplitOutputFolder");
+    bindPathField(outputFolder_, &workflow_, "polySplitOutputFolder");
+    reveal_->setObjectName("polySplitReveal");
+    connect(reveal_, &QPushButton::clicked, this,
+            [this] { uiHooks().openUrl(QUrl::fromLocalFile(workflow_.polySplitOutputFolder())); });
+    overwrite_->setObjectName("polySplitOverwrite");
+    bindCheckBox(overwrite_, &workflow_, "polySplitOverwriteExisting");
+
+    start_->setObjectName("polySplitStart");
+    start_->setDefault(true);
+    start_->setToolTip("Start the split (Ctrl+Return)");
+    cancel_->setObjectName("polySplitCancel");
+    cancel_->setToolTip("Cancel the split (Esc)");
+    connect(start_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::startSplit);
+    connect(cancel_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::cancelSplit);
+
+    progress_->setObjectName("polySplitProgress");
+    progress_->setRange(0, 1000);
+    progress_->setTextVisible(true);
+    watchProperty(&workflow_, "polySplitProgress", progress_, [this] {
+        progress_->setValue(static_cast<int>(workflow_.polySplitProgress() * 1000.0 + 0.5));
+        progress_->setFormat(
+            QString("%1%").arg(static_cast<int>(workflow_.polySplitProgress() * 100.0 + 0.5)));
+    });
+    status_->setObjectName("statusLine");
+    status_->setWordWrap(true);
+    watchProperty(&workflow_, "polySplitStatusMessage", status_,
+                  [this] { status_->setText(workflow_.polySplitStatusMessage()); });
+    log_->setMinimumHeight(100);
+    watchProperty(&workflow_, "polySplitLogLines", log_,
+                  [this] { log_->setLines(workflow_.polySplitLogLines()); });
+    watchProperty(&workflow_, "polySplitIsProcessing", this, [this] { refreshState(); });
+
+    auto* listHeader = new QHBoxLayout;
+    listHeader->addWidget(makeSectionTitle("Files"));
+    listHeader->addStretch();
+    listHeader->addWidget(clear_);
+
+    auto* options = new QGridLayout;
+    options->addWidget(new QLabel("Output folder"), 0, 0);
+    options->addWidget(outputFolder_, 0, 1);
+    options->addWidget(reveal_, 0, 2);
+    options->addWidget(overwrite_, 1, 1);
+    options->setColumnStretch(1, 1);
+
+    auto* actions = new QHBoxLayout;
+    actions->addWidget(start_);
+    actions->addWidget(cancel_);
+    actions->addWidget(progress_, 1);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 12, 16, 12);
+    layout->setSpacing(8);
+    layout->addWidget(dropArea_);
+    layout->addLayout(listHeader);
+    layout->addWidget(inputList_, 2);
+    layout->addLayout(options);
+    layout->addLayout(actions);
+    layout->addWidget(status_);
+    layout->addWidget(makeSectionTitle("Log"));
+    layout->addWidget(log_, 1);
+
+    auto* openShortcut = new QShortcut(QKeySequence::Open, this);
+    openShortcut->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(openShortcut, &QShortcut::activated, this, &PolySplitScreen::addFilesFromPicker);
+    auto* folderShortcut = new QShortcut(QKeySequence("Ctrl+Shift+O"), this);
+    folderShortcut->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(folderShortcut, &QShortcut::activated, this, &PolySplitScreen::addFolderFromPicker);
+    auto* startShortcut = new QShortcut(QKeySequence("Ctrl+Return"), this);
+    startShortcut->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(startShortcut, &QShortcut::activated, start_, &QPushButton::click);
+    auto* cancelShortcut = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    cancelShortcut->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(cancelShortcut, &QShortcut::activated, cancel_, &QPushButton::click);
+
+    setTabOrder(addFiles, addFolder);
+    setTabOrder(addFolder, clear_);
+    setTabOrder(clear_, inputList_);
+    setTabOrder(inputList_, outputFolder_->lineEdit());
+    setTabOrder(outputFolder_->lineEdit(), outputFolder_->chooseButton());
+    setTabOrder(outputFolder_->chooseButton(), reveal_);
+    setTabOrder(reveal_, overwrite_);
+    setTabOrder(overwrite_, start_);
+    setTabOrder(start_, cancel_);
+    setTabOrder(cancel_, log_);
+    refreshState();
+}
+
+void PolySplitScreen::addFilesFromPicker() {
+    const QStringList files =
+        uiHooks().chooseFiles(this, "Add WAV files", lastBrowseFolder(), "WAV files (*.wav *.WAV)");
+    if (files.isEmpty()) {
+        return;
+    }
+    rememberBrowseFolder(files.front());
+    workflow_.addFiles(files);
+}
+
+void PolySplitScreen::addFolderFromPicker() {
+    const QString folder =
+        uiHooks().chooseFolder(this, "Add a folder of WAV files", lastBrowseFolder());
+    if (folder.isEmpty()) {
+        return;
+    }
+    rememberBrowseFolder(folder);
+    workflow_.addFiles({folder});
+}
+
+void PolySplitScreen::refreshState() {
+    const bool running = workflow_.polySplitIsProcessing();
+    start_->setEnabled(!running);
+    cancel_->setEnabled(running);
+    clear_->setEnabled(!running && !workflow_.polySplitInputURLs().isEmpty());
+    dropArea_->setEnabled(!running);
+    outputFolder_->setEnabled(!running);
+    overwrite_->setEnabled(!running);
+}
+
+}  // namespace norvane::gui

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QWidget>
+
+class QCheckBox;
+class QLabel;
+class QListWidget;
+class QProgressBar;
+class QPushButton;
+
+namespace norvane {
+class PolySplitWorkflow;
+}
+
+namespace norvane::gui {
+
+class DropArea;
+class LogPane;
+class PathField;
+
+// Poly WAV split: queue multichannel WAVs (drop or pick files and folders),
+// choose the output folder and the overwrite switch, start and cancel, and
+// follow progress, status and log.
+class PolySplitScreen : public QWidget {
+    Q_OBJECT
+
+  public:
+    explicit PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent = nullptr);
+
+    DropArea* dropArea() const { return dropArea_; }
+    QListWidget* inputList() const { return inputList_; }
+    PathField* outputFolderField() const { return outputFolder_; }
+    QCheckBox* overwriteSwitch() const { return overwrite_; }
+    QPushButton* startButton() const { return start_; }
+    QPushButton* cancelButton() const { return cancel_; }
+    QProgressBar* progressBar() const { return progress_; }
+    QLabel* statusLabel() const { return status_; }
+    LogPane* logPane() const { return log_; }
+
+    // The screen's file pickers (the drop area's buttons and Ctrl+O).
+    void addFilesFromPicker();
+    void addFolderFromPicker();
+
+  private:
+    void refreshState();
+
+    PolySplitWorkflow& workflow_;
+    DropArea* dropArea_;
+    QListWidget* inputList_;
+    QPushButton* clear_;
+    PathField* outputFolder_;
+    QPushButton* reveal_;
+    QCheckBox* overwrite_;
+    QPushButton* start_;
+    QPushButton* cancel_;
+    QProgressBar* progress_;
+    QLabel* status_;
+    LogPane* log_;
+};
+
+}  // namespace norvane::gui

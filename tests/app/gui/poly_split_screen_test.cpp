@@ -1,0 +1,135 @@
+#include "app/gui/poly_split_screen.h"
+
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <algorithm>
+#include <filesystem>
+
+#include "app/gui/ui_hooks.h"
+#include "app/gui/widgets/drop_area.h"
+#include "app/gui/widgets/log_pane.h"
+#include "app/gui/widgets/path_field.h"
+#include "app/viewmodels/poly_split_workflow.h"
+#include "tests/app/gui/gui_test_support.h"
+#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane::gui {
+namespace {
+
+namespace fs = std::filesystem;
+
+class PolySplitScreenTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        testing::ensureGuiApp();
+        resetUiHooks();
+        fs::create_directories(dir.path() / "in");
+        fs::create_directories(dir.path() / "out");
+        const std::vector<float> ramp = {0.0f, 0.25f, 0.5f, -0.5f};
+        testing::writeBytes(dir / "in/take10.wav",
+                            testing::makePcm16(48000, {ramp, {0.1f, 0.1f, 0.1f, 0.1f}}));
+        testing::writeBytes(dir / "in/take2.wav", testing::makePcm16(48000, {ramp}));
+        testing::writeBytes(dir / "in/notes.txt", ByteBuffer{'h', 'i'});
+    }
+    void TearDown() override { resetUiHooks(); }
+
+    QString path(const std::string& name) const {
+        return QString::fromStdString((dir / name).string());
+    }
+
+    QStringList listed() const {
+        QStringList names;
+        for (int i = 0; i < screen.inputList()->count(); ++i) {
+            names.append(screen.inputList()->item(i)->text());
+        }
+        return names;
+    }
+
+    testing::TempDir dir;
+    AppSettingsStore store{dir.path() / "settings.json"};
+    PolySplitWorkflow workflow{store};
+    PolySplitScreen screen{workflow};
+};
+
+TEST_F(PolySplitScreenTest, ShowsItsDropTextsAndTakesFilesFromThePickerAndDrops) {
+    EXPECT_EQ(screen.dropArea()->title(), "Drag multi-channel WAV files or folders here");
+    EXPECT_EQ(screen.dropArea()->subtitle(), "Linear PCM and 32-bit float WAVs are supported.");
+
+    uiHooks().chooseFolder = [&](QWidget*, const QString&, const QString&) { return path("in"); };
+    screen.dropArea()->findChild<QPushButton*>("dropAreaAddFolder")->click();
+    // Numeric order: take2 before take10; the text file is left out.
+    EXPECT_EQ(listed(), QStringList({"take2.wav", "take10.wav"}));
+    EXPECT_EQ(screen.statusLabel()->text(), "Loaded 2 file(s).");
+
+    emit screen.dropArea()->pathsDropped({path("in/notes.txt")});
+    EXPECT_EQ(listed().size(), 2);
+    screen.findChild<QPushButton*>("polySplitClear")->click();
+    EXPECT_TRUE(listed().isEmpty());
+    emit screen.dropArea()->pathsDropped({path("in/notes.txt")});
+    EXPECT_EQ(screen.statusLabel()->text(), "No WAV files in selection.");
+}
+
+TEST_F(PolySplitScreenTest, StartingWithoutFilesOnlyExplains) {
+    screen.startButton()->click();
+    EXPECT_EQ(screen.statusLabel()->text(), "Add at least one WAV file.");
+    ASSERT_FALSE(screen.logPane()->lines().isEmpty());
+    EXPECT_TRUE(screen.logPane()->lines().last().endsWith("Split aborted: no input files."));
+    EXPECT_EQ(screen.progressBar()->value(), 0);
+}
+
+TEST_F(PolySplitScreenTest, SplitsToTheChosenFolderAndReportsEachFile) {
+    uiHooks().chooseFiles = [&](QWidget*, const QString&, const QString&, const QString&) {
+        return QStringList{path("in/take10.wav"), path("in/take2.wav")};
+    };
+    uiHooks().chooseFolder = [&](QWidget*, const QString&, const QString&) { return path("out"); };
+    screen.dropArea()->findChild<QPushButton*>("dropAreaBrowse")->click();
+    screen.outputFolderField()->chooseButton()->click();
+    EXPECT_EQ(workflow.polySplitOutputFolder(), path("out"));
+    screen.overwriteSwitch()->click();
+    EXPECT_TRUE(workflow.polySplitOverwriteExisting());
+
+    screen.startButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !workflow.polySplitIsProcessing(); }, 10000));
+    EXPECT_EQ(screen.statusLabel()->text(), "Done. 2 file(s) written.");
+    EXPECT_EQ(screen.progressBar()->value(), 1000);
+    EXPECT_TRUE(screen.startButton()->isEnabled());
+    EXPECT_FALSE(screen.cancelButton()->isEnabled());
+    const QString log = screen.logPane()->toPlainText();
+    EXPECT_TRUE(log.contains("Wrote 2 channel file(s) for take10.wav.")) << log.toStdString();
+    EXPECT_TRUE(log.contains("Skipped take2.wav: File has one channel; nothing to split."))
+        << log.toStdString();
+
+    // What was written is mono WAV that an independent reader opens.
+    int outputs = 0;
+    for (const auto& entry : fs::directory_iterator(dir.path() / "out")) {
+        const testing::SndfileView view = testing::openWithSndfile(entry.path());
+        ASSERT_TRUE(view.opened) << entry.path();
+        EXPECT_EQ(view.channels, 1);
+        EXPECT_EQ(view.frames, 4);
+        ++outputs;
+    }
+    EXPECT_EQ(outputs, 2);
+}
+
+TEST_F(PolySplitScreenTest, RevealOpensTheOutputFolder) {
+    QUrl opened;
+    uiHooks().openUrl = [&](const QUrl& url) {
+        opened = url;
+        return true;
+    };
+    workflow.setOutputFolder(path("out"));
+    screen.findChild<QPushButton*>("polySplitReveal")->click();
+    EXPECT_EQ(opened, QUrl::fromLocalFile(path("out")));
+}
+
+}  // namespace
+}  // namespace norvane::gui

@@ -1,0 +1,120 @@
+#include "app/gui/settings_screen.h"
+
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTest>
+#include <nlohmann/json.hpp>
+
+#include "app/gui/ui_hooks.h"
+#include "app/gui/widgets/help_button.h"
+#include "app/gui/widgets/path_field.h"
+#include "app/viewmodels/settings_view_model.h"
+#include "core/common/file_output.h"
+#include "tests/app/gui/gui_test_support.h"
+#include "tests/support/test_support.h"
+
+namespace norvane::gui {
+namespace {
+
+class SettingsScreenTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        testing::ensureGuiApp();
+        resetUiHooks();
+    }
+    void TearDown() override { resetUiHooks(); }
+
+    // What the settings file holds, read as plain JSON.
+    nlohmann::json saved() const {
+        const auto bytes = readWholeFile(dir.path() / "settings.json");
+        return nlohmann::json::parse(bytes.begin(), bytes.end());
+    }
+
+    testing::TempDir dir;
+    AppSettingsStore store{dir.path() / "settings.json"};
+    SettingsViewModel settings{store};
+    SettingsScreen screen{settings};
+};
+
+TEST_F(SettingsScreenTest, EverySettingHasAnEditorShowingItsValue) {
+    for (const std::string& key : AppSettingsStore::keys()) {
+        const QString name = QString::fromStdString(key).mid(QString("settings.").size());
+        EXPECT_NE(screen.editorFor(name), nullptr) << key;
+    }
+    auto* frameRate = qobject_cast<QComboBox*>(screen.editorFor("defaultFrameRatePreset"));
+    ASSERT_NE(frameRate, nullptr);
+    EXPECT_EQ(frameRate->currentText(), "Auto");
+    EXPECT_EQ(frameRate->count(), 7);
+    EXPECT_EQ(qobject_cast<QLineEdit*>(screen.editorFor("outputFilenameSuffix"))->text(), "_tc");
+    EXPECT_EQ(
+        qobject_cast<PathField*>(screen.editorFor("polySplitDefaultOutputFolderPath"))->path(),
+        QString::fromStdString(store.polySplitDefaultOutputFolderPath()));
+}
+
+TEST_F(SettingsScreenTest, EditsAreSavedAtOnceAndOutsideChangesAreShown) {
+    auto* collision = qobject_cast<QComboBox*>(screen.editorFor("outputCollisionBehavior"));
+    collision->setCurrentText("Keep Both");
+    emit collision->textActivated("Keep Both");
+    auto* channel = qobject_cast<QSpinBox*>(screen.editorFor("defaultGroupedLTCChannel"));
+    channel->setValue(4);
+    auto* csv = qobject_cast<QCheckBox*>(screen.editorFor("defaultSaveCSVReport"));
+    csv->click();
+    auto* suffix = qobject_cast<QLineEdit*>(screen.editorFor("outputFilenameSuffix"));
+    suffix->clear();
+    QTest::keyClicks(suffix, "_stamped");
+
+    const nlohmann::json file = saved();
+    EXPECT_EQ(file.at("settings.outputCollisionBehavior"), "Keep Both");
+    EXPECT_EQ(file.at("settings.defaultGroupedLTCChannel"), 4);
+    EXPECT_EQ(file.at("settings.defaultSaveCSVReport"), false);
+    EXPECT_EQ(file.at("settings.outputFilenameSuffix"), "_stamped");
+
+    store.setTimelineRebuildDefaultVideoFrameRateMode(VideoFrameRateMode::doubleLTC);
+    EXPECT_EQ(qobject_cast<QComboBox*>(screen.editorFor("timelineRebuildDefaultVideoFrameRateMode"))
+                  ->currentText(),
+              "Double LTC (50/60 fps video)");
+}
+
+TEST_F(SettingsScreenTest, ResetAsksFirstThenRestoresTheDefaults) {
+    store.setOutputFilenameSuffix("_x");
+    store.setTimelineRebuildRecentSyncedFolderPath("/media/synced");
+    QString asked;
+    bool answer = false;
+    uiHooks().confirm = [&](QWidget*, const QString& title, const QString&, const QString&) {
+        asked = title;
+        return answer;
+    };
+    screen.resetButton()->click();
+    EXPECT_EQ(asked, "Reset to System Defaults");
+    EXPECT_EQ(store.outputFilenameSuffix(), "_x");
+
+    answer = true;
+    screen.resetButton()->click();
+    EXPECT_EQ(store.outputFilenameSuffix(), "_tc");
+    EXPECT_EQ(qobject_cast<QLineEdit*>(screen.editorFor("outputFilenameSuffix"))->text(), "_tc");
+    EXPECT_EQ(
+        qobject_cast<PathField*>(screen.editorFor("timelineRebuildRecentSyncedFolderPath"))->path(),
+        "");
+    EXPECT_EQ(saved().at("settings.outputFilenameSuffix"), "_tc");
+}
+
+TEST_F(SettingsScreenTest, DoubleLTCIsExplainedInAPopover) {
+    auto* help = screen.findChild<HelpButton*>("help_timelineRebuildDefaultVideoFrameRateMode");
+    ASSERT_NE(help, nullptr);
+    EXPECT_EQ(help->helpText(),
+              "Use Double LTC when 50/60 fps picture was stamped from 25/30 fps LTC, including "
+              "59.94 DF from 29.97 DF LTC.");
+    screen.show();
+    help->click();
+    ASSERT_NE(help->popover(), nullptr);
+    EXPECT_TRUE(help->popover()->isVisible());
+    help->popover()->close();
+}
+
+}  // namespace
+}  // namespace norvane::gui
