@@ -1,0 +1,341 @@
+// Whole stamp runs over generated recordings: grouped batches by every
+// grouping method, LTC cut detection, and the failure paths of a batch.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/audio/bwf_reader.h"
+#include "core/stamp/stamp_processor.h"
+#include "tests/core/stamp/stamp_fixtures.h"
+#include "tests/support/test_support.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempDir;
+
+std::vector<FileDescriptor> describeAll(const std::vector<fs::path>& paths) {
+    std::vector<FileDescriptor> files;
+    for (const fs::path& p : paths) {
+        files.push_back(StampProcessor::describeFile(p));
+    }
+    return files;
+}
+
+ProcessingOptions optionsFor(ProcessingMode mode, FrameRatePreset preset, const fs::path& out) {
+    ProcessingOptions options;
+    options.mode = mode;
+    options.frameRatePreset = preset;
+    options.outputFolder = out;
+    return options;
+}
+
+// Every output of a stem carries the start of its group and the stem's audio.
+void expectStamped(const fs::path& output, const fs::path& source, const FrameRateConfig& rate,
+                   const testing::ExpectedStart& expected) {
+    SCOPED_TRACE(output.string());
+    EXPECT_EQ(testing::sndfileTimeReference(output), expected.timeReference);
+    EXPECT_EQ(testing::audioBytes(output), testing::audioBytes(source));
+    EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)),
+              testing::ixmlFor(rate, expected.timecode.description()));
+}
+
+struct GroupCase {
+    const char* name;
+    GroupingConfig grouping;
+    std::vector<std::string> ltcNames;   // one per scene
+    std::vector<std::string> stemNames;  // one per scene
+    std::vector<double> seconds;         // per scene
+    FrameRatePreset preset;
+};
+
+class GroupedRunTest : public ::testing::TestWithParam<GroupCase> {};
+
+TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
+    const GroupCase& c = GetParam();
+    // The recordings of the Auto case run at 25 fps.
+    const FrameRatePreset recorded =
+        c.preset == FrameRatePreset::auto_ ? FrameRatePreset::fps25 : c.preset;
+    TempDir in, out;
+    const std::vector<Timecode> starts = {{10, 0, 0, 0, false}, {11, 30, 0, 12, false}};
+    const std::int64_t leadIn = 1000;
+    std::vector<fs::path> paths;
+    std::vector<fs::path> stems;
+    for (std::size_t scene = 0; scene < 2; ++scene) {
+        Timecode start = starts[scene];
+        start.dropFrame = testing::rateOf(recorded).dropFrame;
+        // The LTC rides on the second of two tracks.
+        paths.push_back(testing::writeLTCFile(in / c.ltcNames[scene], recorded, start, leadIn,
+                                              c.seconds[scene], 2, 2));
+        stems.push_back(testing::writeStem(in / c.stemNames[scene], c.seconds[scene]));
+        paths.push_back(stems.back());
+    }
+    ProcessingOptions options = optionsFor(ProcessingMode::groupedBatch, c.preset, out.path());
+    options.groupingConfig = c.grouping;
+    const auto before = readWholeFile(paths[0]);
+
+    const StampProcessor processor;
+    const auto files = describeAll(paths);
+    const auto jobs = processor.buildJobs(files, std::nullopt, options);
+    ASSERT_EQ(jobs.size(), 2u);
+    const ProcessingReport report = processor.run(files, std::nullopt, options);
+    ASSERT_EQ(report.summary, (RunSummary{2, 2, 0, 0})) << reportText(report);
+
+    // Auto with two jobs votes one rate for the batch: 25 here.
+    const FrameRateConfig rate = testing::rateOf(recorded);
+    EXPECT_EQ(report.detectedFrameRate, rate.label);
+    const auto rows = testing::csvRows(report.csvLogURL);
+    ASSERT_EQ(rows.size(), 3u);
+    for (std::size_t scene = 0; scene < 2; ++scene) {
+        Timecode start = starts[scene];
+        start.dropFrame = rate.dropFrame;
+        const auto expected = testing::expectedStart(start, leadIn, rate);
+        const std::string outputName = stems[scene].stem().string() + "_tc.wav";
+        expectStamped(out / outputName, stems[scene], rate, expected);
+        const auto row = std::find_if(rows.begin(), rows.end(),
+                                      [&](const auto& r) { return r[1] == outputName; });
+        ASSERT_NE(row, rows.end());
+        EXPECT_EQ((*row)[2], c.ltcNames[scene]);
+        EXPECT_EQ((*row)[7], expected.timecode.description());
+        EXPECT_EQ((*row)[10], "Grouped Batch");
+        EXPECT_EQ((*row)[15], std::to_string(expected.timeReference));
+    }
+    EXPECT_EQ(readWholeFile(paths[0]), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Methods, GroupedRunTest,
+    ::testing::Values(GroupCase{"token",
+                                GroupingConfig(GroupingMethod::token, "-", 1, "", 50),
+                                {"A001-SC1-ltc.wav", "A001-SC2-ltc.wav"},
+                                {"A002-SC1-boom.wav", "A002-SC2-boom.wav"},
+                                {2, 2},
+                                FrameRatePreset::fps29_97DF},
+                      GroupCase{"regex",
+                                GroupingConfig(GroupingMethod::regex, "-", 1, "^(SC\\d+)_", 50),
+                                {"SC1_T1_a.wav", "SC2_T1_a.wav"},
+                                {"SC1_T1_b.wav", "SC2_T1_b.wav"},
+                                {2, 2},
+                                FrameRatePreset::fps23_976},
+                      GroupCase{"duration",
+                                GroupingConfig(GroupingMethod::durationExact, "-", 1, "", 50),
+                                {"take one recorder.wav", "take two recorder.wav"},
+                                {"take one boom.wav", "take two boom.wav"},
+                                {2, 3},
+                                FrameRatePreset::auto_}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+TEST(GroupedRunTest, AFailingGroupAmongThreeIsReportedAndTheOthersAreStamped) {
+    TempDir in, out;
+    std::vector<fs::path> paths;
+    for (const std::string scene : {"SC1", "SC2", "SC3"}) {
+        paths.push_back(testing::writeLTCFile(in / ("A-" + scene + "-ltc.wav"),
+                                              FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0, 2));
+        paths.push_back(testing::writeStem(in / ("A-" + scene + "-boom.wav"), 2, 1,
+                                           scene == "SC2" ? 44100 : 48000));
+    }
+    auto options = optionsFor(ProcessingMode::groupedBatch, FrameRatePreset::fps25, out.path());
+    const auto report = StampProcessor().run(describeAll(paths), std::nullopt, options);
+    EXPECT_EQ(report.summary, (RunSummary{3, 2, 1, 1}));
+    EXPECT_EQ(report.warnings[0].message,
+              "Job failed: All WAV files in a job must have matching sample rates.");
+    ASSERT_EQ(report.jobs.size(), 3u);
+    EXPECT_EQ(report.jobs[1].groupID, "SC2");
+    EXPECT_EQ(report.jobs[1].error, "All WAV files in a job must have matching sample rates.");
+    EXPECT_THAT(reportText(report),
+                ::testing::HasSubstr("Jobs: 3, Success: 2, Failed: 1, Warnings: 1\n"));
+    EXPECT_THAT(reportText(report),
+                ::testing::HasSubstr("- [failed] Grouped Batch | SC2 | outputs: 0 | error: All WAV "
+                                     "files in a job must have matching sample rates.\n"));
+    const auto rows = testing::csvRows(report.csvLogURL);
+    ASSERT_EQ(rows.size(), 4u);
+    EXPECT_EQ(rows[2][8], "failed");
+    EXPECT_EQ(rows[2][10], "LTC Cut Detect");
+    EXPECT_EQ(rows[2][11], "cut-detect");
+    EXPECT_EQ(rows[2][2], "A-SC2-ltc.wav");
+    EXPECT_EQ(rows[3][1], "A-SC3-boom_tc.wav");
+}
+
+TEST(GroupedRunTest, GroupingErrorsEndTheRunBeforeWriting) {
+    TempDir in, out;
+    const auto files =
+        describeAll({testing::writeStem(in / "a.wav", 1), testing::writeStem(in / "b.wav", 1)});
+    auto options = optionsFor(ProcessingMode::groupedBatch, FrameRatePreset::fps25, out.path());
+    options.groupingConfig = GroupingConfig(GroupingMethod::regex, "-", 1, "(a+)+", 50);
+    try {
+        StampProcessor().run(files, std::nullopt, options);
+        ADD_FAILURE();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(), "Invalid grouping regex: Nested quantifiers are not allowed.");
+    }
+    // No LTC anywhere and no name hint: the group cannot be resolved.
+    options.groupingConfig = GroupingConfig(GroupingMethod::token, "-", 1, "", 50);
+    try {
+        StampProcessor().run(files, std::nullopt, options);
+        ADD_FAILURE();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(), "Could not resolve a single LTC file for group: auto");
+    }
+    // Auto rate over two undecodable groups: the batch vote fails.
+    options.frameRatePreset = FrameRatePreset::auto_;
+    options.manualLTCByGroup = {{"ungrouped", in / "a.wav"}};
+    const auto more =
+        describeAll({in / "a.wav", in / "b.wav", testing::writeStem(in / "x-k-1.wav", 1),
+                     testing::writeStem(in / "x-k-2.wav", 1)});
+    options.manualLTCByGroup["k"] = in / "x-k-1.wav";
+    try {
+        StampProcessor().run(more, std::nullopt, options);
+        ADD_FAILURE();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(),
+                  "Auto frame-rate batch vote failed: no decodable LTC source in this run.");
+    }
+    EXPECT_TRUE(fs::is_empty(out.path()));
+}
+
+struct CutCase {
+    FrameRatePreset preset;
+    Timecode first, second, third;
+};
+
+class CutRunTest : public ::testing::TestWithParam<CutCase> {};
+
+// The truth of the generated recording: the code at sample s.
+Timecode codeAt(std::int64_t s, const std::vector<std::pair<std::int64_t, Timecode>>& program,
+                const FrameRateConfig& rate) {
+    auto segment = program.front();
+    for (const auto& p : program) {
+        if (p.first <= s) {
+            segment = p;
+        }
+    }
+    const double perFrame =
+        48000.0 * static_cast<double>(rate.denominator) / static_cast<double>(rate.numerator);
+    const auto frames = std::llround(static_cast<double>(s - segment.first) / perFrame);
+    return TimecodeMath::timecodeFromFrameCount(
+        TimecodeMath::frameCount(segment.second, rate) + frames, rate);
+}
+
+TEST_P(CutRunTest, SegmentsAtTheJumpsCarryTheirOwnStart) {
+    const CutCase& c = GetParam();
+    const FrameRateConfig rate = testing::rateOf(c.preset);
+    TempDir in, out;
+    const fs::path ltc = testing::writeLTCFile(in / "roll.wav", c.preset, c.first, 0, 6, 1, 1,
+                                               {{2.0, c.second}, {4.0, c.third}});
+    const fs::path stem = testing::writeStem(in / "roll boom.wav", 6);
+    const auto stemAudio = testing::audioBytes(stem);
+    auto options = optionsFor(ProcessingMode::cutDetect, c.preset, out.path());
+    options.includeLTCOutputs = true;
+    std::vector<std::string> messages;
+    const auto report = StampProcessor().run(
+        describeAll({ltc, stem}), ltc, options,
+        [&](const ProcessingProgress& p) { messages.push_back(p.phase + ": " + p.message); });
+    ASSERT_EQ(report.summary, (RunSummary{3, 3, 0, 0})) << reportText(report);
+    EXPECT_EQ(report.outputFiles,
+              (std::vector<std::string>{"roll boom_seg001_tc.wav", "roll_seg001_tc.wav",
+                                        "roll boom_seg002_tc.wav", "roll_seg002_tc.wav",
+                                        "roll boom_seg003_tc.wav", "roll_seg003_tc.wav"}));
+    EXPECT_THAT(messages, ::testing::Contains("Analyzing: Scanning LTC timeline..."));
+    EXPECT_THAT(messages,
+                ::testing::Contains("Processing: Building LTC anchors for segment timestamps..."));
+    EXPECT_THAT(messages, ::testing::Contains("Processing: Rendering segment 2"));
+
+    const std::vector<std::pair<std::int64_t, Timecode>> program = {
+        {0, c.first}, {96000, c.second}, {192000, c.third}};
+    const auto rows = testing::csvRows(report.csvLogURL);
+    ASSERT_EQ(rows.size(), 7u);
+    std::int64_t previousEnd = 0;
+    for (std::size_t i = 1; i < rows.size(); i += 2) {
+        const auto& row = rows[i];
+        SCOPED_TRACE(row[1]);
+        EXPECT_EQ(row[10], "LTC Cut Detect");
+        EXPECT_EQ(row[11], "cut-detect");
+        EXPECT_EQ(row[12], std::to_string(i / 2 + 1));
+        const std::int64_t start = std::stoll(row[13]);
+        const std::int64_t end = std::stoll(row[14]);
+        EXPECT_EQ(start, previousEnd);
+        previousEnd = end;
+        // Each cut lies within the hop of the scan after its jump.
+        if (i == 3) {
+            EXPECT_GE(start, 96000);
+            EXPECT_LT(start, 96000 + 12000);
+        }
+        const Timecode expected = codeAt(start, program, rate);
+        const double perFrame =
+            48000.0 * static_cast<double>(rate.denominator) / static_cast<double>(rate.numerator);
+        const auto timeReference = static_cast<std::uint64_t>(
+            std::llround(static_cast<double>(TimecodeMath::frameCount(expected, rate)) * perFrame));
+        EXPECT_EQ(row[7], expected.description());
+        EXPECT_EQ(row[15], std::to_string(timeReference));
+        const fs::path output = out / row[1];
+        EXPECT_EQ(testing::sndfileTimeReference(output), timeReference);
+        EXPECT_EQ(testing::sndfileFrames(output), end - start);
+        const auto audio = testing::audioBytes(output);
+        const std::size_t block = 6;  // 24-bit stereo
+        EXPECT_TRUE(std::equal(audio.begin(), audio.end(),
+                               stemAudio.begin() + static_cast<std::ptrdiff_t>(start * block)));
+        EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)), testing::ixmlFor(rate, row[7]));
+    }
+    EXPECT_EQ(previousEnd, 288000);
+    EXPECT_TRUE(report.warnings.empty()) << reportText(report);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, CutRunTest,
+                         ::testing::Values(CutCase{FrameRatePreset::fps25,
+                                                   {10, 0, 0, 0, false},
+                                                   {10, 5, 0, 0, false},
+                                                   {12, 0, 0, 0, false}},
+                                           CutCase{FrameRatePreset::fps29_97DF,
+                                                   {1, 0, 0, 0, true},
+                                                   {1, 9, 59, 20, true},
+                                                   {2, 0, 0, 0, true}},
+                                           CutCase{FrameRatePreset::fps23_976,
+                                                   {0, 0, 1, 0, false},
+                                                   {3, 0, 0, 0, false},
+                                                   {0, 30, 0, 0, false}}));
+
+TEST(CutRunTest, ContinuousCodeIsOneSegmentAndScanCancellationStopsTheRun) {
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "roll.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0, 3);
+    const fs::path stem = testing::writeStem(in / "boom.wav", 3);
+    const auto options = optionsFor(ProcessingMode::cutDetect, FrameRatePreset::auto_, out.path());
+    const auto analysis = StampProcessor::analyzeCuts(ltc, options);
+    ASSERT_EQ(analysis.segments.size(), 1u);
+    EXPECT_EQ(analysis.segments[0], (SegmentBoundary{0, 144000, 1, 90000}));
+    EXPECT_GE(analysis.points.size(), 10u);
+
+    const auto report = StampProcessor().run(describeAll({ltc, stem}), ltc, options);
+    EXPECT_EQ(report.outputFiles, (std::vector<std::string>{"boom_seg001_tc.wav"}));
+    EXPECT_EQ(testing::sndfileFrames(out / "boom_seg001_tc.wav"), 144000);
+    EXPECT_EQ(testing::sndfileTimeReference(out / "boom_seg001_tc.wav"), 90000u * 1920u);
+
+    TempDir out2;
+    bool scanning = false;
+    try {
+        StampProcessor().run(
+            describeAll({ltc, stem}), ltc,
+            optionsFor(ProcessingMode::cutDetect, FrameRatePreset::fps25, out2.path()),
+            [&](const ProcessingProgress& p) {
+                scanning = scanning || (p.phase == "Analyzing" && p.completedUnits == 3);
+            },
+            [&] { return scanning; });
+        ADD_FAILURE();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(), "Operation cancelled.");
+    }
+    EXPECT_TRUE(fs::is_empty(out2.path()));
+
+    // Shorter than one analysis window: no points, no segments.
+    const fs::path shortRoll = testing::writeLTCFile(in / "short.wav", FrameRatePreset::fps25,
+                                                     {1, 0, 0, 0, false}, 0, 0.7);
+    try {
+        StampProcessor().run(describeAll({shortRoll, stem}), shortRoll, options);
+        ADD_FAILURE();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(), "No cut boundaries were detected from LTC discontinuities.");
+    }
+}
+
+}  // namespace
+}  // namespace norvane
