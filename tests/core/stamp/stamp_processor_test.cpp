@@ -1,7 +1,5 @@
 #include "core/stamp/stamp_processor.h"
 
-#include <sys/stat.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -283,20 +281,21 @@ TEST(StampProcessorTest, CollisionBehaviours) {
         << reportText(replaced);
 }
 
-TEST(StampProcessorTest, UnwritableOutputFolderLeavesNoPartialFiles) {
-    if (geteuid() == 0) {
-        GTEST_SKIP() << "permissions do not bind root";
-    }
+TEST(StampProcessorTest, UnwritableOutputFolderFailsTheJobsAndTheLog) {
     TempDir in, out;
     const fs::path ltc =
         testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
     const fs::path stem = testing::writeStem(in / "A.wav");
-    fs::permissions(out.path(), fs::perms::owner_read | fs::perms::owner_exec);
-    const auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path());
-    EXPECT_THROW(StampProcessor().run(describeAll({ltc, stem}), ltc, options),
-                 fs::filesystem_error);  // the CSV log cannot be written either
-    fs::permissions(out.path(), fs::perms::owner_all);
-    EXPECT_TRUE(fs::is_empty(out.path()));
+    // A plain file where the folder should be: nothing can be created inside.
+    const fs::path notAFolder = out / "folder";
+    writeFile(notAFolder, ByteBuffer{1, 2, 3}, WriteMode::createNew);
+    const auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, notAFolder);
+    EXPECT_THAT(runError([&] {
+                    StampProcessor().run(describeAll({ltc, stem}), ltc, options);
+                }),
+                ::testing::HasSubstr("Not a directory"));
+    EXPECT_EQ(readWholeFile(notAFolder), (ByteBuffer{1, 2, 3}));
+    EXPECT_EQ(std::distance(fs::directory_iterator(out.path()), fs::directory_iterator()), 1);
 }
 
 TEST(StampProcessorTest, VanishingOutputFolderFailsTheJobCleanly) {
