@@ -363,3 +363,33 @@ TEST(StampWorkflowTest, CancelStopsARunningAnalysis) {
 
 }  // namespace
 }  // namespace norvane
+
+namespace norvane {
+namespace {
+
+TEST(StampWorkflowTest, CancelStopsARunningProcess) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "long_ltc.wav", 120);
+    writeStem(f.dir / "in" / "long_mix.wav", 1);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setMode("LTC Cut Detect");
+    stamp.setFrameRatePreset("25");
+    // The cut scan reports its windows; cancel at the first one.
+    QObject::connect(&stamp, &StampWorkflow::progressMessageChanged, &stamp, [&] {
+        if (stamp.progressMessage() == "Scanning LTC timeline...") {
+            stamp.cancel();
+        }
+    });
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Stopped by user");
+    EXPECT_EQ(stamp.progressMessage(), "Stopped");
+    EXPECT_FALSE(stamp.isProcessing());
+    EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(),
+              "[warn] Operation cancelled by user.");
+    EXPECT_EQ(f.outputCount(), 0u);
+}
+
+}  // namespace
+}  // namespace norvane
