@@ -158,6 +158,28 @@ TEST(LTCDecoderTest, TooFewCellsFailEveryCandidate) {
     EXPECT_FALSE(LTCDecoder::evaluateCandidate(dense, 48000, rate(FrameRatePreset::fps25)));
 }
 
+TEST(LTCDecoderTest, FilmRateGridUsesItsToleranceAndPhaseStep) {
+    DiagnosticsCapture quiet;
+    // 23.976 at 48 kHz: 25.025 samples a cell, tolerance 5, phase step 3.
+    // Code from sample 7 puts its boundaries 5 samples after phase 3 and 2
+    // before phase 6; both score alike and the earlier phase wins, so the
+    // frame is reported at 3. A tolerance of 4 or another step would not.
+    const FrameRateConfig r = rate(FrameRatePreset::fps23_976);
+    LTCEncoderOptions options;
+    options.rate = r;
+    options.riseTimeMicroseconds = 0;
+    LTCProgram program;
+    program.leadInSamples = 7;
+    program.totalSamples = 48000;
+    program.segments = {{7, tc(0, 0, 10, 0)}};
+    const auto evaluation =
+        LTCDecoder::evaluateCandidate(encodeLTCProgram(program, options), 48000, r);
+    ASSERT_TRUE(evaluation.has_value());
+    EXPECT_EQ(evaluation->result->timecode, tc(0, 0, 10, 0));
+    EXPECT_EQ(evaluation->result->firstValidSample, 3);
+    EXPECT_DOUBLE_EQ(*evaluation->bestScore, 199.0 / 200);
+}
+
 TEST(LTCDecoderTest, InvalidBCDFramesAreSkipped) {
     DiagnosticsCapture quiet;
     const FrameRateConfig r = rate(FrameRatePreset::fps25);

@@ -1,0 +1,77 @@
+#include "core/timecode/ltc_encoder.h"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+namespace norvane {
+namespace {
+
+FrameRateConfig rate(FrameRatePreset p) {
+    return *frameRateConfig(p);
+}
+
+TEST(LTCEncoderShapeTest, LevelPolarityAndRiseTime) {
+    LTCEncoderOptions options;
+    options.rate = rate(FrameRatePreset::fps25);
+    options.sampleRate = 192000;
+    options.levelDBFS = -6;
+    options.riseTimeMicroseconds = 40;
+    const std::vector<float> code = encodeLTC(Timecode{1, 0, 0, 0}, 2, options);
+    const double amplitude = std::pow(10.0, -6.0 / 20);
+    float peak = 0;
+    for (float s : code) {
+        peak = std::max(peak, std::fabs(s));
+    }
+    EXPECT_NEAR(peak, amplitude, 1e-6);
+    // Starts on the rising edge (falling when inverted).
+    EXPECT_GT(code[20], 0.0f);
+
+    // 10-90 % rise time of each edge, interpolated between samples.
+    const double low = -0.8 * amplitude;
+    const double high = 0.8 * amplitude;
+    int edges = 0;
+    for (std::size_t i = 1; i + 20 < code.size(); ++i) {
+        if (code[i - 1] < low && code[i] >= low) {
+            const double start =
+                static_cast<double>(i - 1) + (low - code[i - 1]) / (code[i] - code[i - 1]);
+            std::size_t j = i;
+            while (code[j] < high) {
+                ++j;
+            }
+            const double end =
+                static_cast<double>(j - 1) + (high - code[j - 1]) / (code[j] - code[j - 1]);
+            const double micros = (end - start) / 192000.0 * 1e6;
+            EXPECT_GT(micros, 25.0);
+            EXPECT_LT(micros, 50.0);
+            ++edges;
+        }
+    }
+    EXPECT_GT(edges, 80);
+
+    options.invertPolarity = true;
+    EXPECT_LT(encodeLTC(Timecode{1, 0, 0, 0}, 1, options)[20], 0.0f);
+}
+
+TEST(LTCEncoderProgramTest, LeadInAndJumpsPlaceFramesOnTheirOwnGrids) {
+    LTCEncoderOptions options;
+    options.rate = rate(FrameRatePreset::fps24);  // 2000 samples a frame at 48 kHz
+    LTCProgram program;
+    program.leadInSamples = 1000;
+    program.totalSamples = 20000;
+    program.segments = {{1000, Timecode{1, 0, 0, 0}}, {12500, Timecode{5, 0, 0, 0}}};
+    std::vector<std::int64_t> starts;
+    const std::vector<float> samples = encodeLTCProgram(program, options, &starts);
+    ASSERT_EQ(samples.size(), 20000u);
+    for (std::size_t i = 0; i < 1000; ++i) {
+        ASSERT_EQ(samples[i], 0.0f);
+    }
+    // Frames at 1000, 3000, ... 11000 (cut at 12500), then 12500, 14500 ...
+    EXPECT_EQ(starts, (std::vector<std::int64_t>{1000, 3000, 5000, 7000, 9000, 11000, 12500, 14500,
+                                                 16500, 18500}));
+    // The first segment runs right up to the cut.
+    EXPECT_NE(samples[12499], 0.0f);
+}
+
+}  // namespace
+}  // namespace norvane
