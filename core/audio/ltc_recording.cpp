@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "core/audio/riff_writer.h"
+#include "core/audio/riff_writer.h"  // RIFFWriteError
 #include "core/common/file_output.h"
 #include "core/timecode/ltc_encoder.h"
 
@@ -124,28 +124,39 @@ std::optional<LTCRecordingFormat> ltcRecordingFormatFromLabel(std::string_view t
     return std::nullopt;
 }
 
-ByteBuffer buildLTCRecording(const LTCRecordingOptions& options, LTCRecordingSummary* summary) {
+namespace {
+
+// Everything a recording needs before its bytes are produced: the LTC
+// channel's samples and the sizes.
+struct PreparedRecording {
+    std::int64_t frames = 0;
+    int width = 0;
+    std::uint64_t dataBytes = 0;
+    std::uint64_t byteRate = 0;
+    std::vector<float> code;
+};
+
+PreparedRecording prepare(const LTCRecordingOptions& options, LTCRecordingSummary* summary) {
     validate(options);
-    const std::int64_t frames =
-        std::max<std::int64_t>(toSample(options.seconds, options.sampleRate), 1);
-    const int width = bytesPerSample(options.format);
-    const std::uint64_t dataBytes = static_cast<std::uint64_t>(frames) *
-                                    static_cast<std::uint64_t>(options.channels) *
-                                    static_cast<std::uint64_t>(width);
-    // RIFF header, fmt chunk and data chunk header: 44 bytes.
-    if (dataBytes + 44 - 8 > 0xFFFFFFFFull) {
+    PreparedRecording r;
+    r.frames = std::max<std::int64_t>(toSample(options.seconds, options.sampleRate), 1);
+    r.width = bytesPerSample(options.format);
+    r.dataBytes = static_cast<std::uint64_t>(r.frames) *
+                  static_cast<std::uint64_t>(options.channels) *
+                  static_cast<std::uint64_t>(r.width);
+    // RIFF size: "WAVE", the fmt chunk (8 + 16), the data chunk header and its pad.
+    if (4 + 24 + 8 + r.dataBytes + (r.dataBytes & 1) > 0xFFFFFFFFull) {
         throw RIFFWriteError::outputTooLarge();
     }
-    const std::uint64_t byteRate = static_cast<std::uint64_t>(options.sampleRate) *
-                                   static_cast<std::uint64_t>(options.channels) *
-                                   static_cast<std::uint64_t>(width);
-    if (byteRate > 0xFFFFFFFFull) {
+    r.byteRate = static_cast<std::uint64_t>(options.sampleRate) *
+                 static_cast<std::uint64_t>(options.channels) * static_cast<std::uint64_t>(r.width);
+    if (r.byteRate > 0xFFFFFFFFull) {
         throw RIFFWriteError::byteRateTooLarge();
     }
 
     LTCProgram program;
-    program.leadInSamples = std::min(options.leadInSamples, frames);
-    program.totalSamples = frames;
+    program.leadInSamples = std::min(options.leadInSamples, r.frames);
+    program.totalSamples = r.frames;
     program.segments.push_back({program.leadInSamples, options.start});
     for (const LTCRecordingJump& jump : options.jumps) {
         program.segments.push_back({toSample(jump.atSeconds, options.sampleRate), jump.start});
@@ -157,10 +168,10 @@ ByteBuffer buildLTCRecording(const LTCRecordingOptions& options, LTCRecordingSum
     encoder.sampleRate = options.sampleRate;
     encoder.levelDBFS = options.levelDBFS;
     std::vector<std::int64_t> starts;
-    const std::vector<float> code = encodeLTCProgram(program, encoder, &starts);
+    r.code = encodeLTCProgram(program, encoder, &starts);
 
     if (summary) {
-        summary->frameCount = frames;
+        summary->frameCount = r.frames;
         summary->frames.clear();
         const double samplesPerFrame = static_cast<double>(options.sampleRate) *
                                        static_cast<double>(options.rate.denominator) /
@@ -182,23 +193,37 @@ ByteBuffer buildLTCRecording(const LTCRecordingOptions& options, LTCRecordingSum
                         options.rate)});
         }
     }
+    return r;
+}
 
-    ByteBuffer fmtChunk;
-    appendLE16(fmtChunk, options.format == LTCRecordingFormat::float32 ? 3 : 1);
-    appendLE16(fmtChunk, static_cast<std::uint16_t>(options.channels));
-    appendLE32(fmtChunk, static_cast<std::uint32_t>(options.sampleRate));
-    appendLE32(fmtChunk, static_cast<std::uint32_t>(byteRate));
-    appendLE16(fmtChunk, static_cast<std::uint16_t>(options.channels * width));
-    appendLE16(fmtChunk, static_cast<std::uint16_t>(width * 8));
+// "RIFF", its size, "WAVE", a plain 16-byte fmt chunk and the data chunk header.
+ByteBuffer header(const LTCRecordingOptions& options, const PreparedRecording& r) {
+    ByteBuffer out;
+    out.reserve(44);
+    appendText(out, "RIFF");
+    appendLE32(out, static_cast<std::uint32_t>(4 + 24 + 8 + r.dataBytes + (r.dataBytes & 1)));
+    appendText(out, "WAVEfmt ");
+    appendLE32(out, 16);
+    appendLE16(out, options.format == LTCRecordingFormat::float32 ? 3 : 1);
+    appendLE16(out, static_cast<std::uint16_t>(options.channels));
+    appendLE32(out, static_cast<std::uint32_t>(options.sampleRate));
+    appendLE32(out, static_cast<std::uint32_t>(r.byteRate));
+    appendLE16(out, static_cast<std::uint16_t>(options.channels * r.width));
+    appendLE16(out, static_cast<std::uint16_t>(r.width * 8));
+    appendText(out, "data");
+    appendLE32(out, static_cast<std::uint32_t>(r.dataBytes));
+    return out;
+}
 
-    ByteBuffer data;
-    data.reserve(static_cast<std::size_t>(dataBytes));
+// Interleaved sample bytes of frames [first, last).
+void appendFrames(ByteBuffer& out, const LTCRecordingOptions& options, const PreparedRecording& r,
+                  std::int64_t first, std::int64_t last) {
     const double toneAmplitude = std::pow(10.0, kToneDBFS / 20.0);
-    for (std::int64_t i = 0; i < frames; ++i) {
+    for (std::int64_t i = first; i < last; ++i) {
         for (int c = 0; c < options.channels; ++c) {
             float value = 0;
             if (c + 1 == options.ltcChannel) {
-                value = code[static_cast<std::size_t>(i)];
+                value = r.code[static_cast<std::size_t>(i)];
             } else {
                 const double frequency = 300.0 + 110.0 * c;
                 value = static_cast<float>(
@@ -206,18 +231,43 @@ ByteBuffer buildLTCRecording(const LTCRecordingOptions& options, LTCRecordingSum
                     std::sin(2 * std::numbers::pi * frequency * static_cast<double>(i) /
                              static_cast<double>(options.sampleRate)));
             }
-            appendSample(data, value, options.format);
+            appendSample(out, value, options.format);
         }
     }
-    const RIFFChunk chunks[] = {{"fmt ", fmtChunk}, {"data", data}};
-    return serializeRIFF(chunks);
+}
+
+}  // namespace
+
+ByteBuffer buildLTCRecording(const LTCRecordingOptions& options, LTCRecordingSummary* summary) {
+    const PreparedRecording r = prepare(options, summary);
+    ByteBuffer out = header(options, r);
+    out.reserve(out.size() + static_cast<std::size_t>(r.dataBytes) + 1);
+    appendFrames(out, options, r, 0, r.frames);
+    if (r.dataBytes & 1) {
+        out.push_back(0);
+    }
+    return out;
 }
 
 LTCRecordingSummary writeLTCRecording(const std::filesystem::path& path,
                                       const LTCRecordingOptions& options, bool overwrite) {
     LTCRecordingSummary summary;
-    const ByteBuffer bytes = buildLTCRecording(options, &summary);
-    writeFile(path, bytes, overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
+    const PreparedRecording r = prepare(options, &summary);
+    // Streamed in blocks so that long recordings are never held twice.
+    OutputFile file(path, overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
+    file.write(header(options, r));
+    constexpr std::int64_t kBlockFrames = 1 << 16;
+    ByteBuffer block;
+    for (std::int64_t first = 0; first < r.frames; first += kBlockFrames) {
+        block.clear();
+        appendFrames(block, options, r, first, std::min(r.frames, first + kBlockFrames));
+        file.write(block);
+    }
+    if (r.dataBytes & 1) {
+        const std::uint8_t pad[1] = {0};
+        file.write(pad);
+    }
+    file.commit();
     return summary;
 }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "core/audio/riff_writer.h"
+#include "core/common/file_output.h"
 #include "core/timecode/ltc_decoder.h"
 #include "tests/support/test_support.h"
 
@@ -59,6 +60,8 @@ TEST_P(LTCRecordingFormatTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
     const auto path = dir / "take.wav";
     const LTCRecordingSummary summary = writeLTCRecording(path, options);
 
+    // The streamed file and the in-memory build are the same bytes.
+    EXPECT_EQ(readWholeFile(path), buildLTCRecording(options));
     const ReadBack r = readWithSndfile(path);
     EXPECT_EQ(r.info.channels, 3);
     EXPECT_EQ(r.info.samplerate, 44100);
@@ -117,6 +120,18 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, LTCRecordingFormatTest,
                          ::testing::Values(LTCRecordingFormat::pcm16, LTCRecordingFormat::pcm24,
                                            LTCRecordingFormat::pcm32, LTCRecordingFormat::float32),
                          [](const auto& p) { return label(p.param); });
+
+TEST(LTCRecordingTest, OddDataGetsItsPadByte) {
+    testing::TempDir dir;
+    LTCRecordingOptions options;
+    options.rate = *frameRateConfig(FrameRatePreset::fps25);
+    options.seconds = 24001.0 / 48000;
+    options.format = LTCRecordingFormat::pcm24;
+    const auto path = dir / "odd.wav";
+    writeLTCRecording(path, options);
+    EXPECT_EQ(std::filesystem::file_size(path), 44u + 72003u + 1u);
+    EXPECT_EQ(readWithSndfile(path).info.frames, 24001);
+}
 
 TEST(LTCRecordingTest, BadOptionsAndExistingFilesAreRefused) {
     testing::TempDir dir;
