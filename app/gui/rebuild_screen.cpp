@@ -1,0 +1,613 @@
+#include "app/gui/rebuild_screen.h"
+
+#include <QButtonGroup>
+#include <QComboBox>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QShortcut>
+#include <QStackedWidget>
+#include <QTabWidget>
+#include <QTableWidget>
+#include <QToolButton>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <cmath>
+
+#include "app/gui/property_binding.h"
+#include "app/gui/style.h"
+#include "app/gui/ui_hooks.h"
+#include "app/gui/view_model_access.h"
+#include "app/gui/widgets/coverage_grid.h"
+#include "app/gui/widgets/drop_area.h"
+#include "app/gui/widgets/help_button.h"
+#include "app/gui/widgets/path_field.h"
+#include "core/settings/settings_enums.h"
+
+namespace norvane::gui {
+
+namespace {
+
+// An input the user has not chosen yet holds this marker location.
+const QString kUnsetInput = "/tmp/.norvane-unset-timeline-input";
+
+const char* const kDoubleLTCHelp =
+    "Use Double LTC when 50/60 fps picture was stamped from 25/30 fps LTC, including 59.94 DF "
+    "from 29.97 DF LTC.";
+
+QStringList labelsOf(const auto& values) {
+    QStringList labels;
+    for (const auto& value : values) {
+        labels.append(QString::fromStdString(label(value)));
+    }
+    return labels;
+}
+
+QTableWidget* makeTable(const QString& name, const QStringList& headers) {
+    auto* table = new QTableWidget(0, static_cast<int>(headers.size()));
+    table->setObjectName(name);
+    table->setHorizontalHeaderLabels(headers);
+    table->verticalHeader()->hide();
+    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table->setAlternatingRowColors(true);
+    table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    table->horizontalHeader()->setStretchLastSection(true);
+    return table;
+}
+
+void setRow(QTableWidget* table, int row, const QStringList& cells) {
+    for (int column = 0; column < cells.size(); ++column) {
+        auto* item = new QTableWidgetItem(cells[column]);
+        item->setToolTip(cells[column]);
+        table->setItem(row, column, item);
+    }
+}
+
+QString seconds(const QVariant& value) {
+    const double s = value.toDouble();
+    if (!std::isfinite(s)) {
+        return "–";
+    }
+    return QString::number(s, 'f', 2) + " s";
+}
+
+QString yesNo(const QVariant& value) {
+    return value.toBool() ? "yes" : "";
+}
+
+QString text(const QVariantMap& row, std::initializer_list<const char*> keys) {
+    for (const char* key : keys) {
+        if (row.contains(key)) {
+            return row.value(key).toString();
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+const QStringList& RebuildScreen::stepNames() {
+    static const QStringList names = {"inputs", "mapping", "validate", "build", "report"};
+    return names;
+}
+
+RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
+    : QWidget(parent),
+      workflow_(workflow),
+      stepButtons_(new QButtonGroup(this)),
+      pages_(new QStackedWidget),
+      dropArea_(new DropArea("Drop the source timeline, stereo mix and synced audio folder here",
+                             "FCPXML or XML timeline · stereo mix WAV · folder of synced WAVs")),
+      sourceXML_(new PathField(PathField::Kind::file, "Source timeline XML")),
+      stereoMix_(new PathField(PathField::Kind::file, "Stereo mix WAV")),
+      syncedFolder_(new PathField(PathField::Kind::folder, "Synced audio folder")),
+      outputFolder_(new PathField(PathField::Kind::folder, "Output folder")),
+      outputFilename_(new QLineEdit),
+      missingCamera_(new QComboBox),
+      timecodeSource_(new QComboBox),
+      videoFrameRate_(new QComboBox),
+      readiness_(new QListWidget),
+      autoScan_(new QPushButton("Auto-scan")),
+      continue_(new QPushButton("Continue to mapping")),
+      clear_(new QPushButton("Clear")),
+      mappingTabs_(new QTabWidget),
+      files_(makeTable("rebuildFiles", {"File", "Event", "Timecode", "Duration", "Track",
+                                        "Timecode from", "Track from", "Fallback"})),
+      events_(makeTable("rebuildEvents",
+                        {"Order", "Event", "Timecode", "Duration", "Tracks", "Fallback"})),
+      lanes_(makeTable("rebuildLanes", {"Camera lane", "Candidate clips"})),
+      preview_(makeTable("rebuildPreview", {"Event timecode", "Audio clip", "Clips"})),
+      coverage_(new CoverageGrid),
+      validate_(new QPushButton("Validate")),
+      validation_(new QListWidget),
+      build_(new QPushButton("Build")),
+      progress_(new QProgressBar),
+      phase_(new QLabel),
+      stats_(new QLabel),
+      cancel_(new QPushButton("Cancel")),
+      report_(new QPlainTextEdit),
+      revealOutput_(new QPushButton("Show in file manager")),
+      startOver_(new QPushButton("Start over")),
+      status_(new QLabel) {
+    setObjectName("rebuildScreen");
+
+    auto* stepBar = new QHBoxLayout;
+    stepBar->setSpacing(4);
+    const QStringList titles = {"1 Inputs", "2 Mapping", "3 Validate", "4 Build", "5 Report"};
+    for (int i = 0; i < titles.size(); ++i) {
+        auto* button = new QToolButton;
+        button->setObjectName("step_" + stepNames()[i]);
+        button->setText(titles[i]);
+        button->setCheckable(true);
+        button->setAutoRaise(true);
+        button->setToolButtonStyle(Qt::ToolButtonTextOnly);
+        stepButtons_->addButton(button, i);
+        stepBar->addWidget(button);
+        if (i + 1 < titles.size()) {
+            stepBar->addWidget(new QLabel("›"));
+        }
+    }
+    stepBar->addStretch();
+    stepButtons_->setExclusive(true);
+    connect(stepButtons_, &QButtonGroup::idClicked, this,
+            [this](int id) { showStep(stepNames()[id]); });
+
+    pages_->addWidget(buildInputsPage());
+    pages_->addWidget(buildMappingPage());
+    pages_->addWidget(buildValidatePage());
+    pages_->addWidget(buildBuildPage());
+    pages_->addWidget(buildReportPage());
+
+    status_->setObjectName("statusLine");
+    status_->setWordWrap(true);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 8, 16, 12);
+    layout->addLayout(stepBar);
+    layout->addWidget(pages_, 1);
+    layout->addWidget(status_);
+
+    auto shortcut = [this](const QKeySequence& keys, QPushButton* button) {
+        auto* s = new QShortcut(keys, this);
+        s->setContext(Qt::WidgetWithChildrenShortcut);
+        connect(s, &QShortcut::activated, button, [button] {
+            if (button->isEnabled()) {
+                button->click();
+            }
+        });
+    };
+    shortcut(QKeySequence("Ctrl+Shift+S"), autoScan_);
+    shortcut(QKeySequence("Ctrl+Shift+V"), validate_);
+    shortcut(QKeySequence("Ctrl+B"), build_);
+    shortcut(QKeySequence(Qt::Key_Escape), cancel_);
+
+    bindState();
+}
+
+QWidget* RebuildScreen::buildInputsPage() {
+    connect(dropArea_, &DropArea::pathsDropped, this, &RebuildScreen::routeDroppedPaths);
+    dropArea_->setMinimumHeight(72);
+    sourceXML_->setObjectName("rebuildSourceXML");
+    sourceXML_->setExtensions({"xml", "fcpxml"}, "Timelines (*.fcpxml *.xml *.FCPXML *.XML)");
+    stereoMix_->setObjectName("rebuildStereoMix");
+    stereoMix_->setExtensions({"wav"}, "WAV files (*.wav *.WAV)");
+    syncedFolder_->setObjectName("rebuildSyncedFolder");
+    outputFolder_->setObjectName("rebuildOutputFolder");
+    outputFilename_->setObjectName("rebuildOutputFilename");
+    for (auto [field, property] :
+         {std::pair{sourceXML_, "sourceXMLURL"}, std::pair{stereoMix_, "stereoMixURL"},
+          std::pair{syncedFolder_, "syncedAudioFolderURL"},
+          std::pair{outputFolder_, "outputFolderURL"}}) {
+        const char* name = property;
+        field->setPlaceholderText("Not chosen");
+        watchProperty(&workflow_, name, field,
+                      [this, field, name] { field->setPath(pathValue(name)); });
+        connect(field, &PathField::pathChosen, this,
+                [this, name](const QString& path) { setInput(name, path); });
+    }
+    bindLineEdit(outputFilename_, &workflow_, "outputFilename");
+    missingCamera_->setObjectName("rebuildMissingCamera");
+    timecodeSource_->setObjectName("rebuildTimecodeSource");
+    videoFrameRate_->setObjectName("rebuildVideoFrameRate");
+    bindComboBox(missingCamera_, &workflow_, "missingCameraBehavior",
+                 labelsOf(allMissingCameraBehaviors()));
+    bindComboBox(timecodeSource_, &workflow_, "timecodeSourcePriority",
+                 labelsOf(allTimecodeSourcePriorities()));
+    bindComboBox(videoFrameRate_, &workflow_, "videoFrameRateMode",
+                 labelsOf(allVideoFrameRateModes()));
+
+    auto* inputs = new QGroupBox("Inputs");
+    auto* form = new QFormLayout(inputs);
+    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+    form->addRow("Source timeline XML", sourceXML_);
+    form->addRow("Stereo mix WAV", stereoMix_);
+    form->addRow("Synced audio folder", syncedFolder_);
+    form->addRow("Output folder", outputFolder_);
+    form->addRow("Output file name", outputFilename_);
+
+    auto* options = new QGroupBox("Options");
+    auto* optionsForm = new QFormLayout(options);
+    optionsForm->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+    auto withHelp = [](QWidget* editor, const QString& help) {
+        auto* row = new QWidget;
+        auto* layout = new QHBoxLayout(row);
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->addWidget(editor, 1);
+        layout->addWidget(new HelpButton(help));
+        return row;
+    };
+    optionsForm->addRow("Missing camera",
+                        withHelp(missingCamera_,
+                                 "What to do where a camera lane has no clip at an event: insert "
+                                 "a gap, skip the clip, or stop the export."));
+    optionsForm->addRow(
+        "Timecode source",
+        withHelp(timecodeSource_,
+                 "Where each synced file's event timecode comes from: its iXML / BWF metadata "
+                 "with the file name as fallback, the file name only, or the input XML only."));
+    auto* doubleLTC = withHelp(videoFrameRate_, kDoubleLTCHelp);
+    doubleLTC->findChild<HelpButton*>()->setObjectName("help_videoFrameRateMode");
+    optionsForm->addRow("Video frame rate", doubleLTC);
+
+    readiness_->setObjectName("rebuildReadiness");
+    readiness_->setSelectionMode(QAbstractItemView::NoSelection);
+    readiness_->setFocusPolicy(Qt::NoFocus);
+    readiness_->setMaximumHeight(96);
+
+    autoScan_->setObjectName("rebuildAutoScan");
+    autoScan_->setToolTip("Read the synced folder and the timeline (Ctrl+Shift+S)");
+    continue_->setObjectName("rebuildContinue");
+    clear_->setObjectName("rebuildClear");
+    connect(autoScan_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "autoScan"); });
+    connect(continue_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "continueToMapping"); });
+    connect(clear_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "clear"); });
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(clear_);
+    buttons->addStretch();
+    buttons->addWidget(autoScan_);
+    buttons->addWidget(continue_);
+
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 4, 0, 0);
+    layout->addWidget(dropArea_);
+    layout->addWidget(inputs);
+    layout->addWidget(options);
+    layout->addWidget(makeSectionTitle("Ready to build"));
+    layout->addWidget(readiness_);
+    layout->addLayout(buttons);
+    layout->addStretch();
+    auto* scroll = new QScrollArea;
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidget(page);
+    return scroll;
+}
+
+QWidget* RebuildScreen::buildMappingPage() {
+    mappingTabs_->setObjectName("rebuildMappingTabs");
+    mappingTabs_->addTab(files_, "Synced files");
+    mappingTabs_->addTab(events_, "Events");
+    mappingTabs_->addTab(lanes_, "Camera lanes");
+    mappingTabs_->addTab(preview_, "Preview");
+    auto* coverageScroll = new QScrollArea;
+    coverageScroll->setWidget(coverage_);
+    coverageScroll->setWidgetResizable(false);
+    coverageScroll->setFrameShape(QFrame::NoFrame);
+    mappingTabs_->addTab(coverageScroll, "Coverage");
+    validate_->setObjectName("rebuildValidate");
+    validate_->setToolTip("Check the inputs against the timeline (Ctrl+Shift+V)");
+    connect(validate_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "validate"); });
+    auto* rescan = new QPushButton("Scan again");
+    rescan->setObjectName("rebuildRescan");
+    connect(rescan, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "autoScan"); });
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(rescan);
+    buttons->addStretch();
+    buttons->addWidget(validate_);
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 4, 0, 0);
+    layout->addWidget(mappingTabs_, 1);
+    layout->addLayout(buttons);
+    return page;
+}
+
+QWidget* RebuildScreen::buildValidatePage() {
+    validation_->setObjectName("rebuildValidation");
+    validation_->setWordWrap(true);
+    validation_->setAlternatingRowColors(true);
+    build_->setObjectName("rebuildBuild");
+    build_->setToolTip("Write the rebuilt timeline (Ctrl+B)");
+    connect(build_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "build"); });
+    auto* again = new QPushButton("Validate again");
+    again->setObjectName("rebuildValidateAgain");
+    connect(again, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "validate"); });
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(again);
+    buttons->addStretch();
+    buttons->addWidget(build_);
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 4, 0, 0);
+    layout->addWidget(makeSectionTitle("Validation"));
+    layout->addWidget(validation_, 1);
+    layout->addLayout(buttons);
+    return page;
+}
+
+QWidget* RebuildScreen::buildBuildPage() {
+    progress_->setObjectName("rebuildProgress");
+    progress_->setRange(0, 1000);
+    phase_->setObjectName("rebuildPhase");
+    stats_->setObjectName("rebuildStats");
+    stats_->setWordWrap(true);
+    cancel_->setObjectName("rebuildCancel");
+    connect(cancel_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "cancel"); });
+    auto* row = new QHBoxLayout;
+    row->addWidget(progress_, 1);
+    row->addWidget(cancel_);
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 4, 0, 0);
+    layout->addWidget(makeSectionTitle("Build"));
+    layout->addWidget(phase_);
+    layout->addLayout(row);
+    layout->addWidget(stats_);
+    layout->addStretch();
+    return page;
+}
+
+QWidget* RebuildScreen::buildReportPage() {
+    report_->setObjectName("reportPane");
+    report_->setReadOnly(true);
+    report_->setTabChangesFocus(true);
+    revealOutput_->setObjectName("rebuildReveal");
+    startOver_->setObjectName("rebuildStartOver");
+    connect(revealOutput_, &QPushButton::clicked, this,
+            [this] { uiHooks().openUrl(QUrl::fromLocalFile(pathValue("outputFolderURL"))); });
+    connect(startOver_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "reset"); });
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(startOver_);
+    buttons->addStretch();
+    buttons->addWidget(revealOutput_);
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 4, 0, 0);
+    layout->addWidget(makeSectionTitle("Report"));
+    layout->addWidget(report_, 1);
+    layout->addLayout(buttons);
+    return page;
+}
+
+void RebuildScreen::bindState() {
+    watchProperty(&workflow_, "step", pages_, [this] { showStep(value("step").toString()); });
+    watchProperty(&workflow_, "readinessItems", readiness_, [this] { refreshReadiness(); });
+    for (const char* name :
+         {"detectedAudioInputs", "detectedEvents", "videoTracks", "previewRows"}) {
+        watchProperty(&workflow_, name, mappingTabs_, [this] { refreshMapping(); });
+    }
+    watchProperty(&workflow_, "validationItems", validation_, [this] { refreshValidation(); });
+    for (const char* name : {"progressPhase", "progressPercent", "buildStats"}) {
+        watchProperty(&workflow_, name, progress_, [this] { refreshBuild(); });
+    }
+    watchProperty(&workflow_, "report", report_, [this] { refreshReport(); });
+    watchProperty(&workflow_, "isBuilding", this, [this] { refreshBusy(); });
+    watchProperty(&workflow_, "isBusy", this, [this] { refreshBusy(); });
+    watchProperty(&workflow_, "statusMessage", status_,
+                  [this] { status_->setText(value("statusMessage").toString()); });
+}
+
+QString RebuildScreen::pathValue(const char* name) const {
+    const QString path = value(name).toString();
+    return path == kUnsetInput ? QString() : path;
+}
+
+void RebuildScreen::setInput(const char* property, const QString& path) {
+    workflow_.setProperty(property, path);
+    rememberBrowseFolder(path);
+}
+
+void RebuildScreen::routeDroppedPaths(const QStringList& paths) {
+    bool syncedTaken = false;
+    for (const QString& path : paths) {
+        const QFileInfo info(path);
+        const QString suffix = info.suffix().toLower();
+        if (info.isDir()) {
+            setInput(syncedTaken ? "outputFolderURL" : "syncedAudioFolderURL", path);
+            syncedTaken = true;
+        } else if (suffix == "fcpxml" || suffix == "xml") {
+            setInput("sourceXMLURL", path);
+        } else if (suffix == "wav") {
+            setInput("stereoMixURL", path);
+        }
+    }
+}
+
+QString RebuildScreen::shownStep() const {
+    return stepNames().value(pages_->currentIndex());
+}
+
+void RebuildScreen::showStep(const QString& step) {
+    const int index = std::max(0, static_cast<int>(stepNames().indexOf(step)));
+    pages_->setCurrentIndex(index);
+    if (QAbstractButton* button = stepButtons_->button(index)) {
+        button->setChecked(true);
+    }
+}
+
+void RebuildScreen::refreshReadiness() {
+    readiness_->clear();
+    for (const QVariant& entry : toVariantList(value("readinessItems"))) {
+        const QVariantMap item = toVariantMap(entry);
+        const bool ready = item.value("isReady").toBool();
+        auto* row = new QListWidgetItem((ready ? "✓  " : "✗  ") + item.value("title").toString(),
+                                        readiness_);
+        row->setForeground(ready ? QColor(0x1E, 0x7B, 0x3A) : QColor(0xB3, 0x26, 0x1E));
+        row->setData(Qt::UserRole, ready);
+    }
+}
+
+void RebuildScreen::refreshMapping() {
+    const QVariantList inputs = toVariantList(value("detectedAudioInputs"));
+    files_->setRowCount(static_cast<int>(inputs.size()));
+    for (int row = 0; row < inputs.size(); ++row) {
+        const QVariantMap input = toVariantMap(inputs[row]);
+        setRow(files_, row,
+               {text(input, {"name", "fileName"}), text(input, {"eventOrder", "eventIndex"}),
+                text(input, {"timecode", "eventTimecode"}), seconds(input.value("durationSeconds")),
+                text(input, {"trackKey"}), text(input, {"timecodeProvenance"}),
+                text(input, {"trackProvenance"}), yesNo(input.value("usedFallback"))});
+    }
+
+    const QVariantList events = toVariantList(value("detectedEvents"));
+    events_->setRowCount(static_cast<int>(events.size()));
+    QStringList eventLabels;
+    for (int row = 0; row < events.size(); ++row) {
+        const QVariantMap event = toVariantMap(events[row]);
+        setRow(events_, row,
+               {text(event, {"order"}), text(event, {"name"}), text(event, {"timecode"}),
+                seconds(event.value("durationSeconds")), text(event, {"audioTrackCount"}),
+                yesNo(event.value("usedFallback"))});
+    }
+
+    const QVariantList tracks = toVariantList(value("videoTracks"));
+    lanes_->setRowCount(static_cast<int>(tracks.size()));
+    for (int row = 0; row < tracks.size(); ++row) {
+        const QVariantMap track = toVariantMap(tracks[row]);
+        setRow(lanes_, row, {text(track, {"name"}), text(track, {"candidateClipCount"})});
+    }
+
+    // Preview: one column per camera lane, in the order the lanes were found.
+    const QVariantList rows = toVariantList(value("previewRows"));
+    QStringList laneLabels;
+    for (const QVariant& entry : rows) {
+        const QVariantMap matches = toVariantMap(toVariantMap(entry).value("trackMatches"));
+        for (auto it = matches.begin(); it != matches.end(); ++it) {
+            if (!laneLabels.contains(it.key())) {
+                laneLabels.append(it.key());
+            }
+        }
+    }
+    std::sort(laneLabels.begin(), laneLabels.end(),
+              [](const QString& a, const QString& b) { return a.localeAwareCompare(b) < 0; });
+    QStringList headers = {"Event timecode", "Audio clip", "Clips"};
+    headers.append(laneLabels);
+    preview_->setColumnCount(static_cast<int>(headers.size()));
+    preview_->setHorizontalHeaderLabels(headers);
+    preview_->setRowCount(static_cast<int>(rows.size()));
+    QVector<QVector<bool>> covered;
+    for (int row = 0; row < rows.size(); ++row) {
+        const QVariantMap entry = toVariantMap(rows[row]);
+        const QVariantMap matches = toVariantMap(entry.value("trackMatches"));
+        QStringList cells = {text(entry, {"eventTimecode"}), text(entry, {"audioClipName"}),
+                             text(entry, {"audioClipCount"})};
+        QVector<bool> line;
+        for (const QString& lane : laneLabels) {
+            const bool found = matches.value(lane).toBool();
+            cells.append(found ? "✓" : "–");
+            line.append(found);
+        }
+        setRow(preview_, row, cells);
+        for (int lane = 0; lane < laneLabels.size(); ++lane) {
+            preview_->item(row, 3 + lane)
+                ->setForeground(line[lane] ? QColor(0x1E, 0x7B, 0x3A) : QColor(0xB3, 0x26, 0x1E));
+            preview_->item(row, 3 + lane)->setTextAlignment(Qt::AlignCenter);
+        }
+        covered.append(line);
+        eventLabels.append(text(entry, {"eventTimecode"}) + "  " + text(entry, {"audioClipName"}));
+    }
+    coverage_->setData(eventLabels, laneLabels, covered);
+    coverage_->resize(coverage_->sizeHint());
+}
+
+void RebuildScreen::refreshValidation() {
+    validation_->clear();
+    for (const QVariant& entry : toVariantList(value("validationItems"))) {
+        const QVariantMap item = toVariantMap(entry);
+        const QString severity = item.value("severity").toString();
+        auto* row = new QListWidgetItem(
+            severity.toUpper() + "  " + item.value("message").toString(), validation_);
+        row->setForeground(colorForSeverity(severity));
+        row->setData(Qt::UserRole, severity);
+    }
+}
+
+void RebuildScreen::refreshBuild() {
+    const double fraction = std::clamp(value("progressPercent").toDouble(), 0.0, 1.0);
+    progress_->setValue(static_cast<int>(std::lround(fraction * 1000.0)));
+    progress_->setFormat(QString("%1%").arg(std::lround(fraction * 100.0)));
+    phase_->setText(value("progressPhase").toString());
+    const QVariantMap stats = toVariantMap(value("buildStats"));
+    stats_->setText(QString("Events processed: %1 · Camera matches: %2 · Gaps inserted: %3 · "
+                            "Fallback timecodes: %4")
+                        .arg(stats.value("eventsProcessed").toInt())
+                        .arg(stats.value("cameraMatches").toInt())
+                        .arg(stats.value("gapsInserted").toInt())
+                        .arg(stats.value("fallbackTimecodesUsed").toInt()));
+}
+
+void RebuildScreen::refreshReport() {
+    const QVariantMap report = toVariantMap(value("report"));
+    revealOutput_->setEnabled(!report.isEmpty());
+    if (report.isEmpty()) {
+        report_->clear();
+        return;
+    }
+    QStringList lines;
+    lines << "Output: " + report.value("outputXMLURL").toString();
+    lines << "Sequence duration: " + seconds(report.value("sequenceDurationSeconds"));
+    lines << "Track layout: " + report.value("trackLayoutSummary").toString();
+    lines << "Duration: " + report.value("durationBoundarySummary").toString();
+    lines << "Validation: " + report.value("fcpxmlValidationSummary").toString();
+    lines << "Provenance: " + report.value("provenanceSummary").toString();
+    const QVariantList gaps = toVariantList(report.value("gapsByTrack"));
+    if (!gaps.isEmpty()) {
+        lines << ""
+              << "Gaps by track:";
+        for (const QVariant& gap : gaps) {
+            lines << "  " + gap.toString();
+        }
+    }
+    const QVariantList notes = toVariantList(report.value("notes"));
+    if (!notes.isEmpty()) {
+        lines << ""
+              << "Notes:";
+        for (const QVariant& note : notes) {
+            lines << "  " + note.toString();
+        }
+    }
+    report_->setPlainText(lines.join("\n"));
+}
+
+void RebuildScreen::refreshBusy() {
+    const bool busy = value("isBuilding").toBool() || value("isBusy").toBool();
+    for (QWidget* widget : std::initializer_list<QWidget*>{
+             dropArea_, sourceXML_, stereoMix_, syncedFolder_, outputFolder_, outputFilename_,
+             missingCamera_, timecodeSource_, videoFrameRate_, autoScan_, continue_, clear_,
+             validate_, build_}) {
+        widget->setEnabled(!busy);
+    }
+    cancel_->setEnabled(busy);
+}
+
+}  // namespace norvane::gui
