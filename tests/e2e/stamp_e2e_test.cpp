@@ -337,5 +337,37 @@ TEST(CutRunTest, ContinuousCodeIsOneSegmentAndScanCancellationStopsTheRun) {
     }
 }
 
+TEST(CutRunTest, ExistingSegmentOutputsAndCancellationWhileRendering) {
+    TempDir in, out;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "roll.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0, 4, 1,
+                              1, {{2.0, {5, 0, 0, 0, false}}});
+    const fs::path stem = testing::writeStem(in / "boom.wav", 4);
+    const auto files = describeAll({ltc, stem});
+    const auto options = optionsFor(ProcessingMode::cutDetect, FrameRatePreset::fps25, out.path());
+    const StampProcessor processor;
+    const auto jobs = processor.buildJobs(files, ltc, options);
+    ASSERT_EQ(jobs.size(), 2u);
+    EXPECT_TRUE(processor.existingOutputs(jobs, options).empty());
+
+    bool rendering = false;
+    try {
+        processor.run(
+            files, ltc, options,
+            [&](const ProcessingProgress& p) {
+                rendering = rendering || p.message == "Rendering segment 1";
+            },
+            [&] { return rendering; });
+        ADD_FAILURE();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(), "Operation cancelled.");
+    }
+    // The first segment is complete; nothing else was written, not even the log.
+    EXPECT_EQ(testing::sndfileFrames(out / "boom_seg001_tc.wav"), jobs[0].segment->endSample);
+    EXPECT_EQ(std::distance(fs::directory_iterator(out.path()), fs::directory_iterator()), 1);
+    EXPECT_EQ(processor.existingOutputs(jobs, options),
+              (std::vector<fs::path>{out / "boom_seg001_tc.wav"}));
+}
+
 }  // namespace
 }  // namespace norvane
