@@ -1,5 +1,7 @@
 // Whole stamp runs over generated recordings: grouped batches by every
 // grouping method, LTC cut detection, and the failure paths of a batch.
+#include <cctype>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -292,7 +294,17 @@ INSTANTIATE_TEST_SUITE_P(Rates, CutRunTest,
                                            CutCase{FrameRatePreset::fps23_976,
                                                    {0, 0, 1, 0, false},
                                                    {3, 0, 0, 0, false},
-                                                   {0, 30, 0, 0, false}}));
+                                                   {0, 30, 0, 0, false}}),
+                         [](const auto& testInfo) {
+                             std::string name = label(testInfo.param.preset) + "_" +
+                                                std::to_string(testInfo.index);
+                             for (char& ch : name) {
+                                 if (!std::isalnum(static_cast<unsigned char>(ch))) {
+                                     ch = '_';
+                                 }
+                             }
+                             return name;
+                         });
 
 TEST(CutRunTest, ContinuousCodeIsOneSegmentAndScanCancellationStopsTheRun) {
     TempDir in, out;

@@ -1,5 +1,7 @@
 #include "core/stamp/stamp_processor.h"
 
+#include <cctype>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -142,7 +144,16 @@ INSTANTIATE_TEST_SUITE_P(
         RateCase{FrameRatePreset::fps29_97DF, {1, 0, 0, 0, true}, 1000, "00:59:59;29"},
         RateCase{FrameRatePreset::fps23_976, {10, 0, 0, 0, false}, 500, "10:00:00:00"},
         RateCase{FrameRatePreset::fps24, {0, 0, 0, 0, false}, 2500, "23:59:59:23"},
-        RateCase{FrameRatePreset::fps30, {12, 30, 15, 10, false}, 0, "12:30:15:10"}));
+        RateCase{FrameRatePreset::fps30, {12, 30, 15, 10, false}, 0, "12:30:15:10"}),
+    [](const auto& testInfo) {
+        std::string name = label(testInfo.param.preset) + "_" + std::to_string(testInfo.index);
+        for (char& ch : name) {
+            if (!std::isalnum(static_cast<unsigned char>(ch))) {
+                ch = '_';
+            }
+        }
+        return name;
+    });
 
 TEST(StampProcessorTest, AutoRateOfASingleJobIsTheDecodersOwnChoice) {
     TempDir in, out;
