@@ -457,20 +457,28 @@ void StampScreen::bindState() {
     });
     watchProperty(&workflow_, "progressMessage", progressMessage_,
                   [this] { progressMessage_->setText(value("progressMessage").toString()); });
-    watchProperty(&workflow_, "isProcessing", this, [this] { refreshBusy(); });
     watchProperty(&workflow_, "isAnalyzingCuts", this, [this] { refreshBusy(); });
-    watchProperty(&workflow_, "pendingLowConfidence", this, [this] {
+    // A run that ends waiting for the user asks at once; so does a pending
+    // state that is set again by a later run.
+    auto askIfPending = [this] {
+        if (value("isProcessing").toBool()) {
+            return;
+        }
         if (value("pendingLowConfidence").toBool() && !askingLowConfidence_) {
             askingLowConfidence_ = true;
             QTimer::singleShot(0, this, &StampScreen::askLowConfidence);
         }
-    });
-    watchProperty(&workflow_, "pendingOutputConflicts", this, [this] {
         if (!toVariantList(value("pendingOutputConflicts")).isEmpty() && !askingConflicts_) {
             askingConflicts_ = true;
             QTimer::singleShot(0, this, &StampScreen::askOutputConflicts);
         }
+    };
+    watchProperty(&workflow_, "isProcessing", this, [this, askIfPending] {
+        refreshBusy();
+        askIfPending();
     });
+    watchProperty(&workflow_, "pendingLowConfidence", this, askIfPending);
+    watchProperty(&workflow_, "pendingOutputConflicts", this, askIfPending);
 }
 
 void StampScreen::refreshFiles() {

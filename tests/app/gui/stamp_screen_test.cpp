@@ -1,0 +1,213 @@
+#include "app/gui/stamp_screen.h"
+
+#include <gtest/gtest.h>
+
+#include <QComboBox>
+#include <QLabel>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTest>
+#include <filesystem>
+
+#include "app/gui/screenshot_mode.h"
+#include "app/gui/ui_hooks.h"
+#include "app/gui/widgets/cut_timeline_strip.h"
+#include "app/gui/widgets/drop_area.h"
+#include "app/gui/widgets/log_pane.h"
+#include "app/gui/widgets/path_field.h"
+#include "app/viewmodels/cancellation_token.h"
+#include "app/viewmodels/stamp_workflow.h"
+#include "tests/app/gui/gui_test_support.h"
+#include "tests/core/stamp/stamp_fixtures.h"
+#include "tests/support/test_support.h"
+
+namespace norvane::gui {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Through the screen only: the demo inputs hold an LTC track with two stems
+// (LTC from 10:14:32:05 at 25 fps after a 2400-sample lead-in) and a long
+// take whose code jumps at 8 s and 16 s.
+class StampScreenTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        testing::ensureGuiApp();
+        inputs = new testing::TempDir;
+        ASSERT_EQ(writeDemoInputs(q(inputs->path())), "");
+    }
+    static void TearDownTestSuite() { delete inputs; }
+    void SetUp() override {
+        resetUiHooks();
+        fs::create_directories(dir.path() / "out");
+    }
+    void TearDown() override { resetUiHooks(); }
+
+    static QString q(const fs::path& path) { return QString::fromStdString(path.string()); }
+    static fs::path input(const std::string& name) { return inputs->path() / name; }
+
+    void addStampTakeAndChooseOutput() {
+        uiHooks().chooseFiles = [](QWidget*, const QString&, const QString&, const QString&) {
+            return QStringList{q(input("stamp/Sc12_T03_Boom.wav")),
+                               q(input("stamp/Sc12_T03_LTC.wav")),
+                               q(input("stamp/Sc12_T03_Lavs.wav"))};
+        };
+        uiHooks().chooseFolder = [this](QWidget*, const QString&, const QString&) {
+            return q(dir.path() / "out");
+        };
+        screen.dropArea()->findChild<QPushButton*>("dropAreaBrowse")->click();
+        screen.outputFolderField()->chooseButton()->click();
+        QComboBox* ltc = screen.ltcFilePicker();
+        const int index = ltc->findData(q(input("stamp/Sc12_T03_LTC.wav")));
+        ASSERT_GT(index, 0);
+        ltc->setCurrentIndex(index);
+        emit ltc->activated(index);
+    }
+
+    bool finished() {
+        return QTest::qWaitFor([this] { return !stamp.isProcessing(); }, 30000) &&
+               QTest::qWaitFor([this] { return !stamp.isProcessing(); }, 30000);
+    }
+
+    std::vector<fs::path> outputs() const {
+        std::vector<fs::path> wavs;
+        for (const auto& entry : fs::directory_iterator(dir.path() / "out")) {
+            if (entry.path().extension() == ".wav") {
+                wavs.push_back(entry.path());
+            }
+        }
+        std::sort(wavs.begin(), wavs.end());
+        return wavs;
+    }
+
+    static inline testing::TempDir* inputs = nullptr;
+    testing::TempDir dir;
+    AppSettingsStore store{dir.path() / "settings.json"};
+    CancellationToken token;
+    StampWorkflow stamp{store, token};
+    StampScreen screen{stamp};
+};
+
+TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
+    addStampTakeAndChooseOutput();
+    QTableWidget* table = screen.fileTable();
+    ASSERT_EQ(table->rowCount(), 3);
+    EXPECT_EQ(table->item(0, 0)->text(), "Sc12_T03_Boom.wav");
+    EXPECT_EQ(table->item(2, 1)->text(), "48000 Hz, 4 ch, 24-bit PCM");
+    EXPECT_EQ(table->item(1, 2)->text(), "0:04.0");
+    EXPECT_EQ(table->item(1, 4)->text(), "LTC");
+    EXPECT_EQ(screen.statusLabel()->text(), "Loaded 3 WAV file(s).");
+    EXPECT_EQ(stamp.selectedLTCFile(), q(input("stamp/Sc12_T03_LTC.wav")));
+
+    screen.processButton()->click();
+    ASSERT_TRUE(finished());
+    EXPECT_EQ(screen.statusLabel()->text(), "Success");
+    EXPECT_EQ(screen.progressLabel()->text(), "Completed");
+    EXPECT_TRUE(screen.reportPane()->toPlainText().contains("Sc12_T03_Lavs_tc.wav"));
+    EXPECT_TRUE(screen.logPane()->lines().last().endsWith(
+        "[success] Processing finished. Wrote 2 output file(s)."));
+
+    // libsndfile reads a bext time reference at the file's first sample:
+    // 10:14:32:05 less the 2400-sample lead-in, within one frame.
+    const double expected = (10 * 3600 + 14 * 60 + 32 + 5.0 / 25) * 48000 - 2400;
+    const std::vector<fs::path> written = outputs();
+    ASSERT_EQ(written.size(), 2u);
+    for (const fs::path& path : written) {
+        const auto reference = testing::sndfileTimeReference(path);
+        ASSERT_TRUE(reference.has_value()) << path;
+        EXPECT_NEAR(static_cast<double>(*reference), expected, 1920.0) << path;
+    }
+}
+
+TEST_F(StampScreenTest, ExistingOutputsAreResolvedThroughTheChoiceDialog) {
+    addStampTakeAndChooseOutput();
+    screen.processButton()->click();
+    ASSERT_TRUE(finished());
+    ASSERT_EQ(outputs().size(), 2u);
+
+    QString question;
+    uiHooks().choose = [&](QWidget*, const QString&, const QString& text,
+                           const QStringList& choices) {
+        question = text;
+        EXPECT_EQ(choices, QStringList({"Overwrite", "Keep Both"}));
+        return QString("Keep Both");
+    };
+    screen.processButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !question.isEmpty(); }, 30000));
+    EXPECT_TRUE(question.startsWith("2 output file(s) already exist:")) << question.toStdString();
+    EXPECT_TRUE(question.contains("Sc12_T03_Boom_tc.wav"));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return stamp.statusMessage() == "Success" && !stamp.isProcessing(); }, 30000));
+    EXPECT_EQ(outputs().size(), 4u);
+}
+
+TEST_F(StampScreenTest, LowConfidenceAsksAndOnlyAConfirmationWrites) {
+    stamp.setLTCPrecheckForTesting([](const std::vector<ProcessingJob>&, const ProcessingOptions&) {
+        LTCPrecheck precheck;
+        precheck.detectedRates = {*frameRateConfig(FrameRatePreset::fps25)};
+        precheck.lowestConfidence = 0.42;
+        return precheck;
+    });
+    addStampTakeAndChooseOutput();
+    int asked = 0;
+    bool answer = false;
+    uiHooks().confirm = [&](QWidget*, const QString& title, const QString&, const QString&) {
+        EXPECT_EQ(title, "Low LTC confidence");
+        ++asked;
+        return answer;
+    };
+    screen.processButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return asked == 1; }, 30000));
+    QTest::qWait(50);
+    EXPECT_EQ(screen.statusLabel()->text(), "Confirmation required");
+    EXPECT_TRUE(outputs().empty());
+
+    answer = true;
+    screen.processButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return asked == 2; }, 30000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return stamp.statusMessage() == "Success" && !stamp.isProcessing(); }, 30000));
+    EXPECT_EQ(outputs().size(), 2u);
+}
+
+TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
+    emit screen.dropArea()->pathsDropped({q(input("cut/Day2_Roll4.wav"))});
+    QComboBox* mode = screen.modePicker();
+    mode->setCurrentText("LTC Cut Detect");
+    emit mode->textActivated("LTC Cut Detect");
+    EXPECT_EQ(stamp.mode(), "LTC Cut Detect");
+    EXPECT_TRUE(screen.analyzeButton()->isVisibleTo(&screen));
+    screen.frameRatePicker()->setCurrentText("25");
+    emit screen.frameRatePicker()->textActivated("25");
+    const int ltc = screen.ltcFilePicker()->findData(q(input("cut/Day2_Roll4.wav")));
+    emit screen.ltcFilePicker()->activated(ltc);
+    const int channel = screen.ltcChannelPicker()->findData(2);
+    ASSERT_GE(channel, 0);
+    emit screen.ltcChannelPicker()->activated(channel);
+    EXPECT_EQ(stamp.designatedLTCChannel(), 2);
+
+    screen.analyzeButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !stamp.isAnalyzingCuts(); }, 30000));
+    EXPECT_EQ(screen.statusLabel()->text(), "Cut analysis complete");
+    EXPECT_EQ(screen.segmentPreview()->count(), 3);
+    const QVector<std::int64_t> cuts = screen.cutStrip()->cutSamples();
+    ASSERT_EQ(cuts.size(), 2);
+    EXPECT_NEAR(static_cast<double>(cuts[0]), 8 * 48000.0, 1920.0);
+    EXPECT_NEAR(static_cast<double>(cuts[1]), 16 * 48000.0, 1920.0);
+}
+
+TEST_F(StampScreenTest, DroppingNothingUsableSaysSoAndKeepsTheList) {
+    emit screen.dropArea()->pathsDropped({q(input("rebuild/source.fcpxml"))});
+    EXPECT_EQ(screen.statusLabel()->text(), "No WAV files found in dropped items.");
+    EXPECT_EQ(screen.fileTable()->rowCount(), 0);
+    testing::writeBytes(dir / "broken.wav", ByteBuffer{'R', 'I', 'F', 'F', 1, 0});
+    emit screen.dropArea()->pathsDropped({q(dir / "broken.wav")});
+    EXPECT_EQ(screen.statusLabel()->text(),
+              "No readable WAV files found. Some files may be truncated or invalid.");
+    EXPECT_EQ(screen.fileTable()->rowCount(), 0);
+}
+
+}  // namespace
+}  // namespace norvane::gui
