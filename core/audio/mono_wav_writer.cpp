@@ -1,6 +1,7 @@
 #include "core/audio/mono_wav_writer.h"
 
 #include <array>
+#include <cstring>
 #include <limits>
 
 #include "core/audio/riff_writer.h"
@@ -87,12 +88,12 @@ ByteBuffer build(const WAVFile& file, int channelIndex) {
     writeLE16(fmtPayload.data() + 12, static_cast<std::uint16_t>(bytesPerSample));
     writeLE16(fmtPayload.data() + 14, static_cast<std::uint16_t>(bytesPerSample * 8));
 
-    ByteBuffer data;
-    data.reserve(static_cast<std::size_t>(dataSize));
+    ByteBuffer data(static_cast<std::size_t>(dataSize));
     const std::uint8_t* at =
         source.data() + static_cast<std::size_t>(channelIndex) * bytesPerSample;
-    for (std::size_t f = 0; f < frames; ++f, at += block) {
-        data.insert(data.end(), at, at + bytesPerSample);
+    std::uint8_t* to = data.data();
+    for (std::size_t f = 0; f < frames; ++f, at += block, to += bytesPerSample) {
+        std::memcpy(to, at, bytesPerSample);
     }
 
     const std::array<RIFFChunk, 2> chunks = {RIFFChunk{"fmt ", fmtPayload},

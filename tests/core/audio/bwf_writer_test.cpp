@@ -99,6 +99,13 @@ TEST(BWFWriterTest, ChunkPlacement) {
     twoFmt.beforeData.push_back({"fmt ", testing::makeFmtPayload(WavSpec{})});
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(twoFmt)), noIxml);
     EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
+
+    // A chunk whose id is not ASCII cannot be written back with a valid id.
+    WavSpec oddId;
+    oddId.frames = 1;
+    oddId.afterData = {{"\xFFxyz", bytesOf("abc")}};
+    out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(oddId)), noIxml);
+    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "data"}));
 }
 
 TEST(BWFWriterTest, RoundTripKeepsAudioAndReadsBack) {

@@ -5,28 +5,8 @@
 
 #include <vector>
 
-#include "tests/support/wav_builder.h"
-
 namespace norvane {
 namespace {
-
-TEST(RIFFWriterTest, SizesComeFromTheSerializedChunks) {
-    const ByteBuffer odd = {1, 2, 3};
-    const ByteBuffer even = {4, 5};
-    const std::vector<RIFFChunk> chunks = {{"abcd", odd}, {"efgh", even}, {"none", {}}};
-    const ByteBuffer out = serializeRIFF(chunks);
-    // 12 header + (8 + 3 + pad) + (8 + 2) + 8
-    ASSERT_EQ(out.size(), 42u);
-    EXPECT_EQ(serializedRIFFSize(chunks), 42u);
-    EXPECT_EQ(readLE32(out, 4), 34u);
-    EXPECT_EQ(readLE32(out, 16), 3u);  // the pad byte is not in the chunk size
-    EXPECT_EQ(out[23], 0);             // ... but it is written
-    EXPECT_EQ(std::string(out.begin() + 24, out.begin() + 28), "efgh");
-    const auto listed = testing::listChunks(out);
-    ASSERT_EQ(listed.size(), 3u);
-    EXPECT_EQ(listed[0].payload, odd);
-    EXPECT_EQ(listed[2].id, "none");
-}
 
 TEST(RIFFWriterTest, RefusesSizesBeyond32BitsBeforeAllocating) {
     // Reserved, never touched address space stands in for a 4 GiB payload.

@@ -261,15 +261,6 @@ TEST(PolyWavSplitTest, CancellationBetweenChannels) {
         PolyWavSplitError);
 }
 
-TEST(PolyWavSplitTest, ChannelLabels) {
-    using PolyWavSplitProcessor::channelLabel;
-    EXPECT_EQ(channelLabel(1, 2), "CH01");
-    EXPECT_EQ(channelLabel(10, 10), "CH10");
-    EXPECT_EQ(channelLabel(1, 100), "CH001");
-    EXPECT_EQ(channelLabel(128, 128), "CH128");
-    EXPECT_EQ(channelLabel(7, 1000), "CH0007");
-}
-
 TEST(PolyWavSplitTest, ExpandWavInputs) {
     testing::TempDir dir;
     fs::create_directories(dir / "day1" / ".hidden");
