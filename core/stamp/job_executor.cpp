@@ -195,14 +195,17 @@ std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceL
 JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
                      const std::optional<FrameRateConfig>& votedRate) {
     const WAVFile ltc(job.ltcFileURL);
-    std::vector<WAVFile> targets;
-    targets.reserve(job.targetFileURLs.size());
-    for (const fs::path& url : job.targetFileURLs) {
-        targets.emplace_back(url);
-    }
+    // Every file is read before anything is written, but only one target is
+    // held at a time (a poly recording can be gigabytes): the first stays for
+    // its write, the others are read again when their turn comes.
+    std::optional<WAVFile> firstTarget;
     std::set<std::uint32_t> rates = {ltc.fmt().sampleRate};
-    for (const WAVFile& target : targets) {
+    for (const fs::path& url : job.targetFileURLs) {
+        WAVFile target(url);
         rates.insert(target.fmt().sampleRate);
+        if (!firstTarget) {
+            firstTarget = std::move(target);
+        }
     }
     if (rates.size() != 1) {
         throw ProcessingError::sampleRateMismatch();
@@ -232,7 +235,17 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
     stamp.warnings = execution.warnings;
     stampOriginationNow(stamp);
 
-    for (const WAVFile& target : targets) {
+    for (std::size_t i = 0; i < job.targetFileURLs.size(); ++i) {
+        if (i == 0) {
+            writeOutput(*firstTarget, stamp, execution.ltcFile, execution.records,
+                        execution.outputs);
+            firstTarget.reset();
+            continue;
+        }
+        const WAVFile target(job.targetFileURLs[i]);
+        if (target.fmt().sampleRate != ltc.fmt().sampleRate) {
+            throw ProcessingError::sampleRateMismatch();  // changed since it was checked
+        }
         writeOutput(target, stamp, execution.ltcFile, execution.records, execution.outputs);
     }
     if (job.includeLTCOutput && options.includeLTCOutputs) {
