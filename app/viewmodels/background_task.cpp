@@ -64,6 +64,13 @@ void BackgroundTask::cancel() {
     }
 }
 
+void BackgroundTask::discard() {
+    cancel();
+    ++generation_;
+    running_ = false;
+    timer_->stop();
+}
+
 void BackgroundTask::enqueue(std::uint64_t generation, std::function<void()> action) {
     std::lock_guard lock(mutex_);
     queue_.push_back(Posted{generation, std::move(action)});

@@ -55,6 +55,9 @@ class BackgroundTask {
     void start(std::function<void(const Context&)> work);
     // Asks the current run to stop; its posts still arrive. Main thread only.
     void cancel();
+    // Asks the current run to stop and drops whatever it still posts (the
+    // state it would update was reset). Main thread only.
+    void discard();
     // A run was started and its thread has not yet delivered everything.
     bool isRunning() const { return running_; }
 

@@ -198,7 +198,7 @@ void TimelineRebuildWorkflow::clearResults() {
 }
 
 void TimelineRebuildWorkflow::reset() {
-    timelineRebuildTask_.cancel();
+    timelineRebuildTask_.discard();
     setBusy(false);
     assign(isBuilding_, false, &TimelineRebuildWorkflow::isBuildingChanged);
     setStep("inputs");
@@ -224,7 +224,7 @@ void TimelineRebuildWorkflow::reset() {
 }
 
 void TimelineRebuildWorkflow::clear() {
-    timelineRebuildTask_.cancel();
+    timelineRebuildTask_.discard();
     setBusy(false);
     assign(isBuilding_, false, &TimelineRebuildWorkflow::isBuildingChanged);
     assign(sourceXMLURL_, unsetInputPath(), &TimelineRebuildWorkflow::sourceXMLURLChanged);
