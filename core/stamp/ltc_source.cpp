@@ -9,6 +9,9 @@ namespace norvane {
 
 namespace {
 
+// Length of the stretch on which the channels of a long recording are compared.
+constexpr std::size_t kChannelChoiceSeconds = 60;
+
 struct Attempt {
     std::optional<LTCDecodeResult> result;
     std::vector<LTCDecoder::AutoCandidateEvaluation> evaluations;  // automatic rate only
@@ -20,9 +23,13 @@ struct Attempt {
 // evaluations instead of writing the diagnostic, so that only the chosen
 // channel's is written.
 Attempt decodeChannel(const WAVFile& file, std::int64_t channel,
-                      const std::optional<FrameRateConfig>& rate) {
+                      const std::optional<FrameRateConfig>& rate,
+                      std::optional<std::size_t> maxSamples = std::nullopt) {
     Attempt attempt;
-    const std::vector<float> samples = file.samples(static_cast<int>(channel));
+    std::vector<float> samples = file.samples(static_cast<int>(channel));
+    if (maxSamples && samples.size() > *maxSamples) {
+        samples.resize(*maxSamples);
+    }
     const std::int64_t sampleRate = file.fmt().sampleRate;
     if (rate) {
         try {
@@ -72,22 +79,49 @@ struct Best {
 
 Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
                  const std::optional<FrameRateConfig>& rate) {
-    Best best;
-    const std::int64_t first = channelIndex ? clampChannel(file, *channelIndex) : 0;
-    const std::int64_t last =
-        channelIndex ? first : std::max<std::int64_t>(file.fmt().channelCount, 1) - 1;
-    for (std::int64_t channel = first; channel <= last; ++channel) {
-        Attempt attempt = decodeChannel(file, channel, rate);
-        best.anySignal = best.anySignal || attempt.hadSignal;
-        if (!attempt.result) {
-            continue;
-        }
-        if (!best.attempt || attempt.result->confidence > best.attempt->result->confidence) {
+    if (channelIndex) {
+        Best best;
+        best.channel = clampChannel(file, *channelIndex);
+        Attempt attempt = decodeChannel(file, best.channel, rate);
+        best.anySignal = attempt.hadSignal;
+        if (attempt.result) {
             best.attempt = std::move(attempt);
-            best.channel = channel;
+        }
+        return best;
+    }
+    const std::int64_t channels = std::max<std::int64_t>(file.fmt().channelCount, 1);
+    const auto compareChannels = [&](std::optional<std::size_t> maxSamples) {
+        Best best;
+        for (std::int64_t channel = 0; channel < channels; ++channel) {
+            Attempt attempt = decodeChannel(file, channel, rate, maxSamples);
+            best.anySignal = best.anySignal || attempt.hadSignal;
+            if (!attempt.result) {
+                continue;
+            }
+            if (!best.attempt || attempt.result->confidence > best.attempt->result->confidence) {
+                best.attempt = std::move(attempt);
+                best.channel = channel;
+            }
+        }
+        return best;
+    };
+    const auto prefix = static_cast<std::size_t>(file.fmt().sampleRate) * kChannelChoiceSeconds;
+    if (channels > 1 && static_cast<std::size_t>(file.frameCount()) > prefix) {
+        // Long poly recordings: the channels are compared on their first
+        // minute, and only the winner is decoded whole.
+        const Best chosen = compareChannels(prefix);
+        if (chosen.attempt) {
+            Best best;
+            best.channel = chosen.channel;
+            Attempt attempt = decodeChannel(file, chosen.channel, rate);
+            best.anySignal = true;
+            if (attempt.result) {
+                best.attempt = std::move(attempt);
+            }
+            return best;
         }
     }
-    return best;
+    return compareChannels(std::nullopt);
 }
 
 }  // namespace
