@@ -140,6 +140,18 @@ TEST(SplitCommandTest, SplitsFoldersAndReports) {
     EXPECT_EQ(j["outputPaths"].size(), 2u);
 }
 
+TEST(SplitCommandTest, OutputFolderDefaultsToTheSavedSetting) {
+    testing::TempDir dir;
+    testing::writeBytes(dir / "t.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}}));
+    const std::string settings =
+        R"({"settings.polySplitDefaultOutputFolderPath": ")" + (dir / "saved").string() + "\"}";
+    testing::writeBytes(dir / "settings.json", ByteBuffer(settings.begin(), settings.end()));
+    auto r = runCommand("NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " " + cli() +
+                        " split " + quoted(dir / "t.wav"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(fs::exists(dir / "saved" / "t_CH02.wav"));
+}
+
 TEST(SplitCommandTest, FailuresAndUsage) {
     testing::TempDir dir;
     testing::writeBytes(dir / "notes.txt", {});
