@@ -122,6 +122,17 @@ TEST_F(RebuildCLITest, ValidationErrorsBlockAndWriteNothing) {
     EXPECT_TRUE(fs::is_empty(dir / "out"));
 }
 
+TEST_F(RebuildCLITest, AnEmptyTimelineIsStoppedByTheGeneratedDocumentCheck) {
+    fs::remove(dir / "synced" / "evt1_trk1.wav");
+    fs::remove(dir / "synced" / "evt2_trk1.wav");
+    auto result = rebuild("");
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.out, HasSubstr("Error: Generated FCPXML contains invalid durations: "
+                                      "sequence duration=0/1s.\n"));
+    EXPECT_EQ(result.err, "error: Build blocked by generated FCPXML validation errors.\n");
+    EXPECT_TRUE(fs::is_empty(dir / "out"));
+}
+
 TEST_F(RebuildCLITest, InputChecksFailuresAndUsage) {
     auto wrongSource = rebuild("", "source.txt");
     EXPECT_EQ(wrongSource.exitCode, 2);
