@@ -311,6 +311,26 @@ TEST(FCPXMLGenerator, DoubleLTCCountsTimecodeAtHalfTheSequenceRate) {
     EXPECT_EQ(half.label, "LTC 29.97 DF");
 }
 
+TEST(FCPXMLGenerator, ClipElementsKeepTheirVideoChild) {
+    std::string source =
+        "<fcpxml version=\"1.9\"><resources><format id=\"r1\" frameDuration=\"1/25s\"/>"
+        "<asset id=\"v\" hasVideo=\"1\" name=\"V\"><media-rep src=\"file:///v.mov\"/></asset>"
+        "</resources><library><event><project><sequence format=\"r1\"><spine><clip lane=\"1\" "
+        "name=\"Wrapped\" start=\"0/1s\" duration=\"100/1s\" format=\"r1\"><video ref=\"v\" "
+        "start=\"3600/1s\"/></clip></spine></sequence></project></event></library></fcpxml>";
+    SourceContext context = readSourceTimeline(source);
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 48000, "01:00:05:00", RationalTime(3605, 1))};
+    auto output = generateFCPXML(context, inputs, mix(48000), {});
+    expectValid(output.xml);
+    EXPECT_THAT(output.xml,
+                HasSubstr("              <clip lane=\"1\" name=\"Wrapped\" start=\"3605/1s\" "
+                          "offset=\"3605/1s\" duration=\"1/1s\" format=\"r1\">\n"
+                          "                <video start=\"3605/1s\" ref=\"v\" "
+                          "duration=\"1/1s\" offset=\"3605/1s\"/>\n"
+                          "              </clip>\n"));
+}
+
 TEST(FCPXMLGenerator, RealExportResourcesAreCopiedAsValidFCPXML) {
     ByteBuffer bytes = readWholeFile(testing::dataDir() / "fcpxml" / "24.fcpxml");
     SourceContext context = readSourceTimeline(std::string(bytes.begin(), bytes.end()));
