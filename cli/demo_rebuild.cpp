@@ -85,11 +85,11 @@ int runRebuildDemo(const fs::path& folder) {
         WriteMode::replaceAtomically);
 
     // Camera A covers every take; camera B missed the second one.
-    DemoTimelineSpec spec;
-    spec.lanes.push_back({"CamA", {{"09:59:58:00"}, {"10:05:10:00"}, {"10:11:38:00"}}});
-    spec.lanes.push_back({"CamB", {{"09:59:59:00"}, {"10:11:39:00"}}});
+    DemoTimelineSpec cameras;
+    cameras.lanes.push_back({"CamA", {{"09:59:58:00"}, {"10:05:10:00"}, {"10:11:38:00"}}});
+    cameras.lanes.push_back({"CamB", {{"09:59:59:00"}, {"10:11:39:00"}}});
     const fs::path source = folder / "source_timeline.fcpxml";
-    const std::string sourceText = makeDemoSourceTimeline(spec);
+    const std::string sourceText = makeDemoSourceTimeline(cameras);
     writeFile(source,
               ByteView(reinterpret_cast<const std::uint8_t*>(sourceText.data()), sourceText.size()),
               WriteMode::replaceAtomically);
