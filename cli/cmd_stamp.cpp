@@ -294,12 +294,12 @@ int runStamp(const StampArguments& args) {
         // Before anything is written, the two questions the desktop app asks:
         // existing outputs under "Ask", and low decode confidence.
         const bool ask = options.outputNaming.collisionBehavior == OutputCollisionBehavior::ask;
+        std::optional<std::vector<ProcessingJob>> jobs;
         if (files.size() >= 2 && (ask || !options.forceLowConfidence ||
                                   options.frameRatePreset == FrameRatePreset::auto_)) {
-            const std::vector<ProcessingJob> jobs =
-                processor.buildJobs(files, ltcFile, options, progress);
+            jobs = processor.buildJobs(files, ltcFile, options, progress);
             if (ask) {
-                const auto existing = processor.existingOutputs(jobs, options);
+                const auto existing = processor.existingOutputs(*jobs, options);
                 if (!existing.empty()) {
                     bar.finish();
                     std::cerr << "Output files already exist (use --collision keep-both or "
@@ -311,7 +311,7 @@ int runStamp(const StampArguments& args) {
                     return kExitNeedsConfirmation;
                 }
             }
-            const LTCPrecheck precheck = processor.precheckLTC(jobs, options);
+            const LTCPrecheck precheck = processor.precheckLTC(*jobs, options);
             if (options.frameRatePreset == FrameRatePreset::auto_) {
                 std::vector<std::string> labels;
                 for (const FrameRateConfig& rate : precheck.detectedRates) {
@@ -339,7 +339,9 @@ int runStamp(const StampArguments& args) {
             }
         }
 
-        const ProcessingReport report = processor.run(files, ltcFile, options, progress);
+        // Jobs built for the checks are run as they are (a cut scan is not repeated).
+        const ProcessingReport report = jobs ? processor.runJobs(*jobs, files, options, progress)
+                                             : processor.run(files, ltcFile, options, progress);
         bar.finish();
         if (args.json) {
             std::cout << reportJSON(report).dump(2) << std::endl;

@@ -143,10 +143,22 @@ ProcessingReport StampProcessor::run(const std::vector<FileDescriptor>& files,
         throw ProcessingError::cancelled();
     }
     report("Preparing", "Inspecting input...", 0, 1);
-    const std::vector<ProcessingJob> jobs =
-        buildJobs(files, selectedLTCFile, options, progress, isCancelled);
+    return runJobs(buildJobs(files, selectedLTCFile, options, progress, isCancelled), files,
+                   options, progress, isCancelled);
+}
 
-    // ---- the job loop ----
+ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
+                                         const std::vector<FileDescriptor>& files,
+                                         const ProcessingOptions& options,
+                                         const ProgressCallback& progress,
+                                         const CancellationQuery& isCancelled) const {
+    const auto cancelled = [&] { return isCancelled && isCancelled(); };
+    const auto report = [&](const std::string& phase, const std::string& message, std::int64_t done,
+                            std::int64_t total) {
+        if (progress) {
+            progress(ProcessingProgress{phase, message, done, total});
+        }
+    };
     if (cancelled()) {
         throw ProcessingError::cancelled();
     }

@@ -42,6 +42,14 @@ class StampProcessor {
                          const ProcessingOptions& options, const ProgressCallback& progress = {},
                          const CancellationQuery& isCancelled = {}) const;
 
+    // The job loop of a run over jobs already built (by buildJobs, after the
+    // checks a caller makes before writing): the same outputs, log and report.
+    ProcessingReport runJobs(const std::vector<ProcessingJob>& jobs,
+                             const std::vector<FileDescriptor>& files,
+                             const ProcessingOptions& options,
+                             const ProgressCallback& progress = {},
+                             const CancellationQuery& isCancelled = {}) const;
+
     // The jobs the run would execute for these inputs (grouping, LTC resolution
     // and the cut scan included). Throws what the run throws while preparing.
     std::vector<ProcessingJob> buildJobs(
