@@ -118,7 +118,7 @@ QString writeDemoInputs(const QString& folder) {
         const std::string xml = makeDemoSourceTimeline(spec);
         writeFile(root / "rebuild/source.fcpxml", ByteBuffer(xml.begin(), xml.end()),
                   WriteMode::replaceAtomically);
-        writeSilence(root / "rebuild/stereo_mix.wav", 2, 50);
+        writeSilence(root / "rebuild/stereo_mix.wav", 2, 24);
         const int starts[3] = {0, 20, 40};
         const int tracks[3] = {3, 2, 3};
         for (int event = 0; event < 3; ++event) {

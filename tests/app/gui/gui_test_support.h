@@ -12,6 +12,10 @@ namespace norvane::testing {
 // The process's QApplication on the offscreen platform, made on first use,
 // with NORVANE_SETTINGS pointing at a fresh file in a temporary folder.
 void ensureGuiApp();
+// As the first member of a fixture whose other members are widgets.
+struct GuiApp {
+    GuiApp() { ensureGuiApp(); }
+};
 
 // What the widget shows, painted into an image at its current size.
 QImage renderWidget(QWidget& widget);

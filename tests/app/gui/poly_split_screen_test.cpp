@@ -54,6 +54,7 @@ class PolySplitScreenTest : public ::testing::Test {
         return names;
     }
 
+    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     PolySplitWorkflow workflow{store};

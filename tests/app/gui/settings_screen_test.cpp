@@ -35,6 +35,7 @@ class SettingsScreenTest : public ::testing::Test {
         return nlohmann::json::parse(bytes.begin(), bytes.end());
     }
 
+    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     SettingsViewModel settings{store};

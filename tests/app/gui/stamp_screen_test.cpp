@@ -83,6 +83,7 @@ class StampScreenTest : public ::testing::Test {
     }
 
     static inline testing::TempDir* inputs = nullptr;
+    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     CancellationToken token;

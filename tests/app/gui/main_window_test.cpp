@@ -1,0 +1,76 @@
+#include "app/gui/main_window.h"
+
+#include <gtest/gtest.h>
+
+#include <QLabel>
+#include <QPushButton>
+#include <QSettings>
+#include <QTest>
+#include <QToolButton>
+
+#include "app/gui/home_screen.h"
+#include "app/viewmodels/app_view_model.h"
+#include "tests/app/gui/gui_test_support.h"
+#include "tests/support/test_support.h"
+
+namespace norvane::gui {
+namespace {
+
+class MainWindowTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        testing::ensureGuiApp();
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    }
+
+    testing::GuiApp app;
+    testing::TempDir dir;
+    AppViewModel viewModel{dir.path() / "settings.json"};
+    MainWindow window{viewModel};
+};
+
+TEST_F(MainWindowTest, HomeCardsOpenTheToolsAndTheBackButtonReturns) {
+    EXPECT_EQ(window.currentPage(), "home");
+    EXPECT_FALSE(window.backButton()->isVisible());
+    for (const QString area : {"ltcStamp", "polyWavSplit", "timelineRebuild"}) {
+        window.homeScreen()->card(area)->click();
+        EXPECT_EQ(viewModel.featureArea(), area);
+        EXPECT_EQ(window.currentPage(), area);
+        EXPECT_TRUE(window.backButton()->isVisible());
+        window.backButton()->click();
+        EXPECT_EQ(viewModel.featureArea(), "home");
+        EXPECT_EQ(window.currentPage(), "home");
+    }
+    // The view model can move the window too.
+    viewModel.setFeatureArea("polyWavSplit");
+    EXPECT_EQ(window.currentPage(), "polyWavSplit");
+    EXPECT_EQ(window.findChild<QLabel*>("screenTitle")->text(), "Poly WAV split");
+}
+
+TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndSettingsReturnsWhereItCameFrom) {
+    QTest::keyClick(&window, Qt::Key_3, Qt::ControlModifier);
+    EXPECT_EQ(window.currentPage(), "timelineRebuild");
+    QTest::keyClick(&window, Qt::Key_Comma, Qt::ControlModifier);
+    EXPECT_EQ(window.currentPage(), "settings");
+    EXPECT_EQ(window.backButton()->text(), "‹ Timeline rebuild");
+    window.backButton()->click();
+    EXPECT_EQ(window.currentPage(), "timelineRebuild");
+    QTest::keyClick(&window, Qt::Key_1, Qt::ControlModifier);
+    EXPECT_EQ(window.currentPage(), "ltcStamp");
+    QTest::keyClick(&window, Qt::Key_Left, Qt::AltModifier);
+    EXPECT_EQ(window.currentPage(), "home");
+}
+
+TEST_F(MainWindowTest, WindowGeometryIsKeptForTheNextSession) {
+    window.resize(900, 640);
+    window.close();
+    AppViewModel otherModel{dir.path() / "settings.json"};
+    MainWindow next{otherModel};
+    next.restoreWindowState();
+    EXPECT_EQ(next.size(), QSize(900, 640));
+    QSettings().clear();
+}
+
+}  // namespace
+}  // namespace norvane::gui

@@ -1,0 +1,147 @@
+#include "app/gui/rebuild_screen.h"
+
+#include <gtest/gtest.h>
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTest>
+#include <filesystem>
+
+#include "app/gui/screenshot_mode.h"
+#include "app/gui/style.h"
+#include "app/gui/ui_hooks.h"
+#include "app/gui/widgets/coverage_grid.h"
+#include "app/gui/widgets/path_field.h"
+#include "app/viewmodels/timeline_rebuild_workflow.h"
+#include "tests/app/gui/gui_test_support.h"
+#include "tests/support/test_support.h"
+
+namespace norvane::gui {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The demo project: cameras CamA (events 1-3) and CamB (events 1 and 3),
+// three events of synced takes (3, 2 and 3 tracks) with iXML timecodes.
+class RebuildScreenTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        testing::ensureGuiApp();
+        resetUiHooks();
+        ASSERT_EQ(writeDemoInputs(q(dir.path())), "");
+    }
+    void TearDown() override { resetUiHooks(); }
+
+    static QString q(const fs::path& path) { return QString::fromStdString(path.string()); }
+    bool idle() {
+        return QTest::qWaitFor([this] { return !rebuild.isBusy(); }, 30000);
+    }
+    void dropInputs() {
+        screen.routeDroppedPaths({q(dir / "rebuild/source.fcpxml"),
+                                  q(dir / "rebuild/stereo_mix.wav"), q(dir / "rebuild/synced"),
+                                  q(dir / "out/rebuild")});
+    }
+    QStringList readiness() const {
+        QStringList items;
+        for (int i = 0; i < screen.readinessList()->count(); ++i) {
+            items.append(screen.readinessList()->item(i)->text());
+        }
+        return items;
+    }
+
+    testing::GuiApp app;
+    testing::TempDir dir;
+    AppSettingsStore store{dir.path() / "settings.json"};
+    TimelineRebuildWorkflow rebuild{store};
+    RebuildScreen screen{rebuild};
+};
+
+TEST_F(RebuildScreenTest, DroppedInputsAreSortedIntoTheirFieldsAndMarkedReady) {
+    EXPECT_EQ(screen.shownStep(), "inputs");
+    EXPECT_EQ(screen.sourceXMLField()->path(), "");
+    EXPECT_EQ(readiness().first(), "✗  Source timeline XML");
+    dropInputs();
+    EXPECT_EQ(screen.sourceXMLField()->path(), q(dir / "rebuild/source.fcpxml"));
+    EXPECT_EQ(screen.stereoMixField()->path(), q(dir / "rebuild/stereo_mix.wav"));
+    EXPECT_EQ(screen.syncedFolderField()->path(), q(dir / "rebuild/synced"));
+    EXPECT_EQ(screen.outputFolderField()->path(), q(dir / "out/rebuild"));
+    EXPECT_EQ(readiness(), QStringList({"✓  Source timeline XML", "✓  Stereo mix WAV",
+                                        "✓  Synced audio folder", "✓  Output folder + filename"}));
+    // A file name with a folder part is refused at "Continue".
+    screen.outputFilenameEdit()->clear();
+    QTest::keyClicks(screen.outputFilenameEdit(), "../x");
+    EXPECT_EQ(readiness().last(), "✗  Output folder + filename");
+    screen.continueButton()->click();
+    EXPECT_EQ(screen.statusLabel()->text(), "Complete required inputs first.");
+    EXPECT_EQ(screen.shownStep(), "inputs");
+}
+
+TEST_F(RebuildScreenTest, WalksFromScanToReportAndWritesAValidTimeline) {
+    dropInputs();
+    screen.outputFilenameEdit()->clear();
+    QTest::keyClicks(screen.outputFilenameEdit(), "cut");
+    screen.videoFrameRatePicker()->setCurrentText("Same as LTC");
+    emit screen.missingCameraPicker()->textActivated("Insert Gap");
+
+    screen.autoScanButton()->click();
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(screen.statusLabel()->text(), "Auto-scan complete (3 events)");
+    screen.continueButton()->click();
+    EXPECT_EQ(screen.shownStep(), "mapping");
+    EXPECT_EQ(screen.filesTable()->rowCount(), 8);
+    EXPECT_EQ(screen.eventsTable()->rowCount(), 3);
+    EXPECT_EQ(screen.lanesTable()->rowCount(), 2);
+    ASSERT_EQ(screen.previewTable()->rowCount(), 3);
+    ASSERT_EQ(screen.previewTable()->columnCount(), 5);  // timecode, clip, count + two lanes
+    // Camera B has nothing at the second event, in the table and in the grid.
+    EXPECT_EQ(screen.previewTable()->item(1, 4)->text(), "–");
+    EXPECT_EQ(screen.previewTable()->item(1, 3)->text(), "✓");
+    EXPECT_EQ(screen.coverageGrid()->rowCount(), 3);
+    EXPECT_EQ(screen.coverageGrid()->missingCount(), 1);
+    EXPECT_FALSE(screen.coverageGrid()->isCovered(1, 1));
+
+    screen.validateButton()->click();
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(screen.shownStep(), "validate");
+    EXPECT_EQ(screen.statusLabel()->text(), "Validation complete.");
+    bool warned = false;
+    for (int i = 0; i < screen.validationList()->count(); ++i) {
+        const QListWidgetItem* item = screen.validationList()->item(i);
+        if (item->text().startsWith("WARNING") && item->text().contains("lane V2")) {
+            warned = true;
+            EXPECT_EQ(item->foreground().color(), colorForSeverity("Warning"));
+        }
+    }
+    EXPECT_TRUE(warned);
+
+    screen.buildButton()->click();
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(screen.shownStep(), "report");
+    const fs::path written = dir / "out/rebuild/cut.fcpxml";
+    ASSERT_TRUE(fs::exists(written));
+    EXPECT_TRUE(screen.reportView()->toPlainText().startsWith("Output: " + q(written)));
+    EXPECT_TRUE(screen.reportView()->toPlainText().contains("Generated FCPXML valid ("));
+    // The written document passes the FCPXML 1.9 DTD.
+    const auto check = testing::runCommand("xmllint --noout --dtdvalid '" +
+                                           (testing::dataDir() / "fcpxml/fcpxml-1.9.dtd").string() +
+                                           "' '" + written.string() + "'");
+    EXPECT_EQ(check.exitCode, 0) << check.err;
+
+    QUrl opened;
+    uiHooks().openUrl = [&](const QUrl& url) {
+        opened = url;
+        return true;
+    };
+    screen.findChild<QPushButton*>("rebuildReveal")->click();
+    EXPECT_EQ(opened, QUrl::fromLocalFile(q(dir / "out/rebuild")));
+    screen.findChild<QPushButton*>("rebuildStartOver")->click();
+    EXPECT_EQ(screen.shownStep(), "inputs");
+}
+
+}  // namespace
+}  // namespace norvane::gui
