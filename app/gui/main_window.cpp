@@ -124,7 +124,8 @@ void MainWindow::showPage(const QString& name) {
     back_->setText(key == "settings" && pageBeforeSettings_ != "home"
                        ? "‹ " + titles_.value(pageBeforeSettings_)
                        : QString("‹ Home"));
-    title_->setText(home ? QString("Norvane") : titles_.value(key));
+    // The home screen carries its own heading.
+    title_->setText(home ? QString() : titles_.value(key));
     settingsButton_->setVisible(key != "settings");
     setWindowTitle(home ? QString("Norvane") : titles_.value(key) + " — Norvane");
     if (!home) {
@@ -169,6 +170,10 @@ void MainWindow::restoreWindowState() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
+    if (!savesWindowState_) {
+        QMainWindow::closeEvent(event);
+        return;
+    }
     QSettings state;
     state.setValue("window/geometry", saveGeometry());
     state.setValue("window/state", saveState());

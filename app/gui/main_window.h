@@ -41,8 +41,10 @@ class MainWindow : public QMainWindow {
     SettingsScreen* settingsScreen() const { return settings_; }
     QToolButton* backButton() const { return back_; }
 
-    // Window geometry and state from the last session (QSettings).
+    // Window geometry and state from the last session (QSettings); saved on
+    // close unless turned off (the screenshot mode leaves them alone).
     void restoreWindowState();
+    void setSavesWindowState(bool saves) { savesWindowState_ = saves; }
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -60,6 +62,7 @@ class MainWindow : public QMainWindow {
     QMap<QString, QWidget*> pages_;
     QMap<QString, QString> titles_;
     QString pageBeforeSettings_ = "home";
+    bool savesWindowState_ = true;
     HomeScreen* home_ = nullptr;
     StampScreen* stamp_ = nullptr;
     PolySplitScreen* polySplit_ = nullptr;

@@ -128,6 +128,7 @@ RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
       lanes_(makeTable("rebuildLanes", {"Camera lane", "Candidate clips"})),
       preview_(makeTable("rebuildPreview", {"Event timecode", "Audio clip", "Clips"})),
       coverage_(new CoverageGrid),
+      coverageSummary_(new QLabel),
       validate_(new QPushButton("Validate")),
       validation_(new QListWidget),
       build_(new QPushButton("Build")),
@@ -307,7 +308,13 @@ QWidget* RebuildScreen::buildMappingPage() {
     coverageScroll->setWidget(coverage_);
     coverageScroll->setWidgetResizable(false);
     coverageScroll->setFrameShape(QFrame::NoFrame);
-    mappingTabs_->addTab(coverageScroll, "Coverage");
+    coverageSummary_->setObjectName("rebuildCoverageSummary");
+    coverageSummary_->setWordWrap(true);
+    auto* coveragePage = new QWidget;
+    auto* coverageLayout = new QVBoxLayout(coveragePage);
+    coverageLayout->addWidget(coverageSummary_);
+    coverageLayout->addWidget(coverageScroll, 1);
+    mappingTabs_->addTab(coveragePage, "Coverage");
     validate_->setObjectName("rebuildValidate");
     validate_->setToolTip("Check the inputs against the timeline (Ctrl+Shift+V)");
     connect(validate_, &QPushButton::clicked, this,
@@ -515,6 +522,9 @@ void RebuildScreen::refreshMapping() {
     preview_->setColumnCount(static_cast<int>(headers.size()));
     preview_->setHorizontalHeaderLabels(headers);
     preview_->setRowCount(static_cast<int>(rows.size()));
+    // The clip name takes the spare width; lane columns stay narrow.
+    preview_->horizontalHeader()->setStretchLastSection(false);
+    preview_->horizontalHeader()->setSectionResizeMode(1, QHeaderView::Stretch);
     QVector<QVector<bool>> covered;
     for (int row = 0; row < rows.size(); ++row) {
         const QVariantMap entry = toVariantMap(rows[row]);
@@ -538,6 +548,16 @@ void RebuildScreen::refreshMapping() {
     }
     coverage_->setData(eventLabels, laneLabels, covered);
     coverage_->resize(coverage_->sizeHint());
+    const int missing = coverage_->missingCount();
+    coverageSummary_->setText(
+        rows.isEmpty()
+            ? QString("Auto-scan to see which camera lane covers which event.")
+            : QString("%1 event(s) × %2 camera lane(s): %3 covered, %4 without a camera clip "
+                      "(hatched).")
+                  .arg(rows.size())
+                  .arg(laneLabels.size())
+                  .arg(coverage_->coveredCount())
+                  .arg(missing));
 }
 
 void RebuildScreen::refreshValidation() {

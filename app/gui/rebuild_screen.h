@@ -110,6 +110,7 @@ class RebuildScreen : public QWidget {
     QTableWidget* lanes_;
     QTableWidget* preview_;
     CoverageGrid* coverage_;
+    QLabel* coverageSummary_;
     QPushButton* validate_;
     QListWidget* validation_;
     QPushButton* build_;

@@ -151,6 +151,7 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     };
     uiHooks().openUrl = [](const QUrl&) { return true; };
 
+    window.setSavesWindowState(false);
     window.resize(1120, 840);
     window.show();
     int failures = 0;

@@ -139,7 +139,7 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     for (int column = 1; column < 5; ++column) {
         fileTable_->horizontalHeader()->setSectionResizeMode(column, QHeaderView::ResizeToContents);
     }
-    fileTable_->setMinimumHeight(130);
+    fileTable_->setMinimumHeight(110);
     ignored_->setObjectName("stampIgnored");
 
     auto* filesHeader = new QHBoxLayout;
@@ -194,7 +194,7 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
 
     report_->setObjectName("reportPane");
     report_->setReadOnly(true);
-    report_->setLineWrapMode(QPlainTextEdit::NoWrap);
+    report_->setLineWrapMode(QPlainTextEdit::WidgetWidth);
     report_->setTabChangesFocus(true);
     auto* reportBox = new QWidget;
     auto* reportLayout = new QVBoxLayout(reportBox);
