@@ -420,6 +420,13 @@ void StampScreen::bindState() {
     watchProperty(&workflow_, "mode", modePages_, [this] {
         const QString mode = value("mode").toString();
         modePages_->setCurrentIndex(mode == "Grouped Batch" ? 1 : mode == "LTC Cut Detect" ? 2 : 0);
+        // Only the page on show claims room, so short pages leave no gap.
+        for (int i = 0; i < modePages_->count(); ++i) {
+            const auto policy =
+                i == modePages_->currentIndex() ? QSizePolicy::Preferred : QSizePolicy::Ignored;
+            modePages_->widget(i)->setSizePolicy(policy, policy);
+        }
+        modePages_->adjustSize();
         // Single and LTC Cut Detect take their LTC from one chosen file.
         ltcSource_->setVisible(mode != "Grouped Batch");
         modePages_->setVisible(mode != "Single");
