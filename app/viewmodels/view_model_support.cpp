@@ -1,5 +1,6 @@
 #include "app/viewmodels/view_model_support.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include <QTime>
@@ -28,6 +29,7 @@ std::vector<std::filesystem::path> expandDroppedWavFiles(const QStringList& path
         const fs::path path = toPath(text);
         std::error_code error;
         if (fs::is_directory(path, error)) {
+            const std::size_t first = found.size();
             fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied,
                                                 error);
             for (; !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
@@ -36,6 +38,11 @@ std::vector<std::filesystem::path> expandDroppedWavFiles(const QStringList& path
                     found.push_back(it->path());
                 }
             }
+            // Listing order is the file system's; show a folder as a file browser would.
+            std::sort(found.begin() + static_cast<std::ptrdiff_t>(first), found.end(),
+                      [](const fs::path& a, const fs::path& b) {
+                          return fileBrowserLess(a.string(), b.string());
+                      });
         } else if (hasWavExtension(path)) {
             found.push_back(path);
         }

@@ -25,8 +25,8 @@ inline QString toQString(const std::filesystem::path& path) {
     return QString::fromStdString(path.string());
 }
 
-// Folders are walked recursively (hidden entries included) and every regular
-// file found is taken; other paths are taken as given. Then only names whose
+// Folders are walked recursively (hidden entries included) and every file
+// found is taken, in file-browser order; other paths are taken as given. Then only names whose
 // extension is "wav", compared without case, are kept. Unreadable folders give
 // what could be listed.
 std::vector<std::filesystem::path> expandDroppedWavFiles(const QStringList& paths);

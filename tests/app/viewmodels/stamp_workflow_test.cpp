@@ -129,6 +129,7 @@ TEST(StampWorkflowTest, IngestListsFilesOnceWithFormatAndTimecode) {
     writeStem(f.dir / "in" / "day1_mix.wav", 2);
     stamp.ingest({q(f.dir / "in")});
     ASSERT_EQ(stamp.files().size(), 2);
+    EXPECT_EQ(stamp.files()[0].toMap().value("fileName"), "day1_LTC.wav");  // browser order
     EXPECT_EQ(stamp.statusMessage(), "Loaded 2 WAV file(s).");
     EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(),
               "[info] Loaded 2 WAV files from drop event.");
