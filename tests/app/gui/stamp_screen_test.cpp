@@ -4,6 +4,7 @@
 
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -67,8 +68,7 @@ class StampScreenTest : public ::testing::Test {
     }
 
     bool finished() {
-        return QTest::qWaitFor([this] { return !stamp.isProcessing(); }, 30000) &&
-               QTest::qWaitFor([this] { return !stamp.isProcessing(); }, 30000);
+        return QTest::qWaitFor([this] { return !stamp.isProcessing(); }, 30000);
     }
 
     std::vector<fs::path> outputs() const {
@@ -197,6 +197,45 @@ TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
     ASSERT_EQ(cuts.size(), 2);
     EXPECT_NEAR(static_cast<double>(cuts[0]), 8 * 48000.0, 1920.0);
     EXPECT_NEAR(static_cast<double>(cuts[1]), 16 * 48000.0, 1920.0);
+}
+
+TEST_F(StampScreenTest, GroupedBatchShowsItsGroupsAndTakesAPerGroupLTCFile) {
+    uiHooks().chooseFolder = [this](QWidget*, const QString&, const QString& start) {
+        return start.isEmpty() ? QString() : q(dir.path() / "out");
+    };
+    emit screen.dropArea()->pathsDropped({q(input("stamp"))});
+    screen.outputFolderField()->chooseButton()->click();
+    emit screen.modePicker()->textActivated("Grouped Batch");
+    screen.modePicker()->setCurrentText("Grouped Batch");
+    EXPECT_EQ(stamp.mode(), "Grouped Batch");
+    EXPECT_FALSE(screen.ltcFilePicker()->isVisibleTo(&screen));
+    EXPECT_TRUE(screen.groupTable()->isVisibleTo(&screen));
+
+    // The three takes share their duration: one group.
+    ASSERT_EQ(screen.groupTable()->rowCount(), 1);
+    EXPECT_EQ(screen.groupTable()->item(0, 1)->text(), "3");
+    ASSERT_EQ(screen.groupPreview()->count(), 1);
+    EXPECT_TRUE(screen.groupPreview()->item(0)->text().contains(" | Files: 3 | "));
+    const QString group = screen.groupTable()->item(0, 0)->text();
+    auto* ltc = qobject_cast<QComboBox*>(screen.groupTable()->cellWidget(0, 2));
+    ASSERT_NE(ltc, nullptr);
+    const int index = ltc->findData(q(input("stamp/Sc12_T03_LTC.wav")));
+    ASSERT_GT(index, 0);
+    emit ltc->activated(index);
+    EXPECT_EQ(stamp.groupResolvedLTCByID().value(group).toString(),
+              q(input("stamp/Sc12_T03_LTC.wav")));
+
+    // Token grouping shows its own controls.
+    emit screen.groupingMethodPicker()->textActivated("Token");
+    EXPECT_TRUE(screen.groupingDelimiterEdit()->isVisibleTo(&screen));
+    EXPECT_FALSE(screen.groupingRegexEdit()->isVisibleTo(&screen));
+    emit screen.groupingMethodPicker()->textActivated("Duration Exact");
+
+    emit screen.frameRatePicker()->textActivated("25");
+    screen.processButton()->click();
+    ASSERT_TRUE(finished());
+    EXPECT_EQ(screen.statusLabel()->text(), "Success") << stamp.reportText().toStdString();
+    EXPECT_EQ(outputs().size(), 2u);
 }
 
 TEST_F(StampScreenTest, DroppingNothingUsableSaysSoAndKeepsTheList) {
