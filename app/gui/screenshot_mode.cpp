@@ -200,6 +200,9 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
                stamp.pendingOutputConflicts().isEmpty();
     });
     shoot("02-ltc-stamp");
+    stamp.setMode("Grouped Batch");
+    stamp.refreshGroupingPreview();
+    shoot("02b-ltc-grouped-batch");
 
     // Poly split.
     PolySplitWorkflow& split = *viewModel.polySplit();

@@ -565,6 +565,8 @@ void StampScreen::refreshGroups() {
     const QVariantMap overrides = toVariantMap(value("groupLTCChannelOverrides"));
     const QVariantMap maxChannels = toVariantMap(value("groupCommonMaxChannelsByID"));
     const int designated = value("designatedLTCChannel").toInt();
+    // Removing the rows also takes the old pickers out of the view at once.
+    groupTable_->setRowCount(0);
     groupTable_->setRowCount(static_cast<int>(ids.size()));
     for (int row = 0; row < ids.size(); ++row) {
         const QString id = ids[row].toString();
