@@ -175,6 +175,28 @@ std::uint64_t timeReference(const Timecode& start, const FrameRateConfig& rate,
     return samples < 0 ? 0 : static_cast<std::uint64_t>(samples);
 }
 
+std::optional<std::int64_t> anchoredFrameCount(const std::vector<LTCTimelinePoint>& anchors,
+                                               std::int64_t sample, std::int64_t sampleRate,
+                                               const FrameRateConfig& rate) {
+    if (anchors.empty()) {
+        return std::nullopt;
+    }
+    const LTCTimelinePoint* nearest = &anchors.front();
+    for (const LTCTimelinePoint& a : anchors) {
+        if (std::llabs(a.sample - sample) < std::llabs(nearest->sample - sample)) {
+            nearest = &a;
+        }
+    }
+    // Anchors step by the exact rate's frame length taken as denominator /
+    // numerator x sampleRate, the same product the cut scan places segments
+    // with (at 29.97 it differs in the last bit from sampleRate x denominator
+    // / numerator, enough to turn a half-frame distance the other way).
+    const double perFrame = static_cast<double>(rate.denominator) /
+                            static_cast<double>(rate.numerator) * static_cast<double>(sampleRate);
+    return nearest->frameCount +
+           roundHalfAwayFromZero(static_cast<double>(sample - nearest->sample) / perFrame);
+}
+
 std::string ixmlDocument(const FrameRateConfig& rate, const Timecode& start) {
     return "<BWFXML>\n  <IXML_VERSION>1.5</IXML_VERSION>\n  <TIMECODE_RATE>" + rate.label +
            "</TIMECODE_RATE>\n  <TIMECODE_FLAG>" + (rate.dropFrame ? "DF" : "NDF") +
@@ -308,7 +330,6 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
     const std::vector<LTCTimelinePoint> anchors =
         CutDetection::scanTimeline(ltc.samples(static_cast<int>(decoded.channelIndex)),
                                    execution.sampleRate, execution.decode.frameRate, isCancelled);
-    const double perFrame = samplesPerFrame(execution.sampleRate, execution.decode.frameRate);
 
     // The targets are the same for every segment: read each once.
     std::vector<std::optional<WAVFile>> targets;
@@ -341,18 +362,10 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
         try {
             const SegmentBoundary segment = job.segment.value_or(SegmentBoundary{});
             std::int64_t startFrames = 0;
-            if (!anchors.empty()) {
-                const LTCTimelinePoint* nearest = &anchors.front();
-                for (const LTCTimelinePoint& a : anchors) {
-                    if (std::llabs(a.sample - segment.startSample) <
-                        std::llabs(nearest->sample - segment.startSample)) {
-                        nearest = &a;
-                    }
-                }
-                startFrames =
-                    nearest->frameCount +
-                    roundHalfAwayFromZero(
-                        static_cast<double>(segment.startSample - nearest->sample) / perFrame);
+            if (const auto anchored =
+                    anchoredFrameCount(anchors, segment.startSample, execution.sampleRate,
+                                       execution.decode.frameRate)) {
+                startFrames = *anchored;
             } else if (segment.startFrameCount) {
                 startFrames = *segment.startFrameCount;
             } else {

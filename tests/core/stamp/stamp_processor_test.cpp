@@ -374,5 +374,22 @@ TEST(StampProcessorTest, StartBeforeMidnightWrapsAndTimeReferenceFollowsTheTimec
               static_cast<std::uint64_t>(86400 * 25 - 2) * 1920);
 }
 
+TEST(StampProcessorTest, SegmentStartsStepFromTheNearestAnchor) {
+    const FrameRateConfig ndf = testing::rateOf(FrameRatePreset::fps29_97NDF);
+    const std::vector<LTCTimelinePoint> anchors = {{0, {}, 1000}, {20000, {}, 2000}};
+    EXPECT_EQ(JobExecutor::anchoredFrameCount({}, 500, 48000, ndf), std::nullopt);
+    // 12,012 samples is 7.5 frames of 1,601.6 samples, but taken as 1001 / 30000
+    // x 48000 the frame is a hair longer and the distance rounds down to 7.
+    EXPECT_EQ(JobExecutor::anchoredFrameCount(anchors, 12012, 48000, ndf), 2000 - 5);
+    EXPECT_EQ(JobExecutor::anchoredFrameCount({anchors[0]}, 12012, 48000, ndf), 1007);
+    // Equal distance to both anchors: the earlier one.
+    EXPECT_EQ(JobExecutor::anchoredFrameCount(anchors, 10000, 48000, ndf),
+              1000 + 6);  // 10,000 / 1,601.6 = 6.24
+    // Before the first anchor the count steps back, halves away from zero.
+    const FrameRateConfig fps25 = testing::rateOf(FrameRatePreset::fps25);
+    EXPECT_EQ(JobExecutor::anchoredFrameCount({{1920, {}, 50}}, 960, 48000, fps25), 50 - 1);
+    EXPECT_EQ(JobExecutor::anchoredFrameCount({{1920, {}, 50}}, 961, 48000, fps25), 50);
+}
+
 }  // namespace
 }  // namespace norvane
