@@ -2,8 +2,13 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <numeric>
 #include <set>
+
+#include <unicode/brkiter.h>
+#include <unicode/locid.h>
+#include <unicode/unistr.h>
 
 #include "core/audio/wav_file.h"
 #include "core/common/regex.h"
@@ -34,6 +39,25 @@ std::string regexKey(const std::string& baseName, const Regex& regex) {
     return *(*match)[1];
 }
 
+// The length of a pattern as its user sees it: user-perceived characters
+// (grapheme clusters), so "é" typed as e + combining accent counts once.
+std::size_t characterCount(const std::string& text) {
+    const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::BreakIterator> characters(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (U_FAILURE(status) || !characters) {
+        return static_cast<std::size_t>(unicode.countChar32());
+    }
+    characters->setText(unicode);
+    std::size_t count = 0;
+    characters->first();
+    while (characters->next() != icu::BreakIterator::DONE) {
+        ++count;
+    }
+    return count;
+}
+
 std::string baseNameOf(const FileDescriptor& file) {
     return file.url.stem().string();
 }
@@ -48,7 +72,7 @@ void validateRule(const GroupingConfig& config) {
     if (pattern.empty()) {
         return;
     }
-    if (pattern.size() > kMaxPatternLength) {
+    if (pattern.size() > kMaxPatternLength && characterCount(pattern) > kMaxPatternLength) {
         throw ProcessingError::invalidRegex("Pattern must be 256 characters or fewer.");
     }
     if (nestedQuantifierGuard().matches(pattern)) {

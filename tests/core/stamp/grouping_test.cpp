@@ -41,6 +41,18 @@ TEST(GroupingTest, RuleValidation) {
     EXPECT_EQ(ruleError(regexConfig(std::string(256, 'a'))), "ok");
     EXPECT_EQ(ruleError(regexConfig(std::string(257, 'a'))),
               "Invalid grouping regex: Pattern must be 256 characters or fewer.");
+    // The limit counts characters, not UTF-8 bytes: 256 accented letters pass,
+    // also when each is a letter with a combining accent.
+    std::string accented;
+    std::string combining;
+    for (int i = 0; i < 256; ++i) {
+        accented += "\u00e9";
+        combining += "e\u0301";
+    }
+    EXPECT_EQ(ruleError(regexConfig(accented)), "ok");
+    EXPECT_EQ(ruleError(regexConfig(combining)), "ok");
+    EXPECT_EQ(ruleError(regexConfig(combining + "e")),
+              "Invalid grouping regex: Pattern must be 256 characters or fewer.");
     // Whitespace around the pattern does not count toward the limit.
     EXPECT_EQ(ruleError(regexConfig(" " + std::string(256, 'a') + " ")), "ok");
     EXPECT_NE(ruleError(regexConfig("(unclosed")), "ok");
