@@ -181,10 +181,13 @@ std::vector<TimelineRebuildValidationItem> validationItems(
             "Input XML only mode provides no synced WAV event timecodes in this release; "
             "validation may fail unless filenames include parseable TC.");
     }
+    // The file checks alone decide whether the set passed; the analysis
+    // issues follow them unchanged either way.
+    const bool filesPassed = items.empty();
     for (const ResolveRebuildIssue& issue : analysis.issues) {
         add(validationSeverity(issue.severity), issue.message);
     }
-    if (items.empty()) {
+    if (filesPassed) {
         add(TimelineValidationSeverity::info, "Validation passed with no issues.");
     }
     return items;

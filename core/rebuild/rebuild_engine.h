@@ -62,8 +62,9 @@ DurationBoundary durationBoundary(double stereoSeconds,
                                   const std::vector<TimelineRebuildDetectedAudioInput>& rows,
                                   const FrameRateConfig& sequenceRate);
 
-// The checks over the scanned files, then the analysis issues; a single Info
-// "Validation passed with no issues." when there is nothing at all.
+// The checks over the scanned files, then the analysis issues, then the Info
+// "Validation passed with no issues." when the file checks found nothing
+// (whatever the analysis raised).
 std::vector<TimelineRebuildValidationItem> validationItems(
     const std::vector<TimelineRebuildDetectedAudioInput>& rows,
     const ResolveRebuildAnalysis& analysis, TimecodeSourcePriority priority);

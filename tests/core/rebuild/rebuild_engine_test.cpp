@@ -114,6 +114,23 @@ TEST(RebuildValidation, MissingIndicesListEightThenEllipsis) {
     EXPECT_THAT(texts(clean), ElementsAre("Info: Validation passed with no issues."));
 }
 
+TEST(RebuildValidation, PassedFollowsTheFileChecksWhateverTheAnalysisRaised) {
+    ResolveRebuildAnalysis analysis = oneLane();
+    analysis.issues.push_back({ResolveRebuildIssueSeverity::warning, "Camera gap."});
+    analysis.issues.push_back({ResolveRebuildIssueSeverity::error, "Unparseable."});
+    auto clean = validationItems({row(1, "Trk1"), row(2, "Trk1")}, analysis,
+                                 TimecodeSourcePriority::bwfIXMLThenFilename);
+    EXPECT_THAT(texts(clean), ElementsAre("Warning: Camera gap.", "Error: Unparseable.",
+                                          "Info: Validation passed with no issues."));
+    // One finding over the files withholds it.
+    auto implicit = std::vector{row(1, "Trk1")};
+    implicit[0].trackProvenance = TimelineTrackProvenance::implicit;
+    EXPECT_THAT(
+        texts(validationItems(implicit, analysis, TimecodeSourcePriority::bwfIXMLThenFilename)),
+        ElementsAre("Warning: 1 clips used implicit track mapping from sorted file order.",
+                    "Warning: Camera gap.", "Error: Unparseable."));
+}
+
 TEST(RebuildValidation, DurationBoundaryAndTolerance) {
     FrameRateConfig pal = *frameRateConfig(FrameRatePreset::fps25);
     auto rows = std::vector{row(1, "Trk1"), row(1, "Trk2"), row(2, "Trk1")};
@@ -178,6 +195,9 @@ TEST_F(RebuildRunTest, BuildsAndWritesAValidTimelineWithExactPlacement) {
                 ElementsAre("Warning: Missing camera clip for lane V2 at event 2 (01:01:00:12); "
                             "emitting lane gap.",
                             "Info: Track Trk2 missing at event 2; emitting lane gap.",
+                            // The files themselves are clean: the analysis findings
+                            // do not hide that.
+                            "Info: Validation passed with no issues.",
                             "Info: Duration boundary: stereo 3.020s, rebuilt 3.020s, delta "
                             "+0.000s (tolerance 0.050s)."));
     EXPECT_EQ(run.validation.detectedAudioInputs[0].timecodeProvenance,
