@@ -210,24 +210,11 @@ struct Reader {
         candidate.laneRaw = *lane;
         candidate.multicam = media->second;
         candidate.clipName = attrOr(clip, "name", "");
-        // The angle that supplies the picture: the first mc-source enabling
-        // video, else the first mc-source, else the multicam's first angle.
-        const XMLNode* chosen = nullptr;
-        for (const auto& child : clip.children) {
-            if (child->name != "mc-source") {
-                continue;
-            }
-            if (chosen == nullptr) {
-                chosen = child.get();
-            }
-            std::string enable = attrOr(*child, "srcEnable", "all");
-            if (enable == "video" || enable == "all") {
-                chosen = child.get();
-                break;
-            }
-        }
+        // The angle of the clip's first mc-source (editors write the video
+        // source first); the multicam's first angle when the clip has none.
+        const XMLNode* source = clip.firstChild("mc-source");
         candidate.angleID =
-            chosen != nullptr ? attrOr(*chosen, "angleID", "") : media->second.defaultAngleID;
+            source != nullptr ? attrOr(*source, "angleID", "") : media->second.defaultAngleID;
         candidate.start = *start;
         candidate.duration = *duration;
         candidate.startFrame = start->frames(context.frameRate);
