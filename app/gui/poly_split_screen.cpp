@@ -54,6 +54,7 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     inputList_->setSelectionMode(QAbstractItemView::NoSelection);
     clear_->setObjectName("polySplitClear");
     connect(clear_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::clearList);
+    forwardDrops(inputList_, [this](const QStringList& paths) { workflow_.addFiles(paths); });
     watchProperty(&workflow_, "polySplitInputURLs", inputList_, [this] {
         inputList_->clear();
         for (const QString& path : workflow_.polySplitInputURLs()) {

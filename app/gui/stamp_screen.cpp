@@ -126,6 +126,7 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     connect(addFolder, &QPushButton::clicked, this, &StampScreen::addFolderFromPicker);
     connect(dropArea_, &DropArea::pathsDropped, this,
             [this](const QStringList& paths) { invoke("ingest", paths); });
+    forwardDrops(fileTable_, [this](const QStringList& paths) { invoke("ingest", paths); });
     clear_->setObjectName("stampClear");
     connect(clear_, &QPushButton::clicked, this, [this] { invoke("clearFiles"); });
 
@@ -230,6 +231,33 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     connect(screenShortcut(QKeySequence(Qt::Key_Escape), this), &QShortcut::activated, cancel_,
             &QPushButton::click);
 
+    QWidget* order[] = {addFiles,
+                        addFolder,
+                        clear_,
+                        fileTable_,
+                        mode_,
+                        frameRate_,
+                        includeLTC_,
+                        ltcFile_,
+                        ltcChannel_,
+                        groupingMethod_,
+                        groupingDelimiter_,
+                        groupingTokenIndex_,
+                        groupingRegex_,
+                        groupTable_,
+                        cutMinSegmentFrames_,
+                        cutThreshold_,
+                        analyze_,
+                        outputFolder_->lineEdit(),
+                        outputFolder_->chooseButton(),
+                        reveal_,
+                        process_,
+                        cancel_,
+                        report_,
+                        log_};
+    for (std::size_t i = 1; i < std::size(order); ++i) {
+        setTabOrder(order[i - 1], order[i]);
+    }
     bindState();
 }
 

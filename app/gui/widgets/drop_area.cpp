@@ -1,5 +1,6 @@
 #include "app/gui/widgets/drop_area.h"
 
+#include <QAbstractScrollArea>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QLabel>
@@ -128,6 +129,58 @@ void DropArea::setDropTargeted(bool targeted) {
     style()->polish(this);
     update();
     emit dropTargetedChanged(targeted);
+}
+
+namespace {
+
+class DropForwarder : public QObject {
+  public:
+    DropForwarder(std::function<void(const QStringList&)> onDrop, QObject* parent)
+        : QObject(parent), onDrop_(std::move(onDrop)) {}
+
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        switch (event->type()) {
+            case QEvent::DragEnter:
+            case QEvent::DragMove: {
+                auto* drag = static_cast<QDragMoveEvent*>(event);
+                if (DropArea::localPaths(drag->mimeData()).isEmpty()) {
+                    drag->ignore();
+                } else {
+                    drag->acceptProposedAction();
+                }
+                return true;
+            }
+            case QEvent::Drop: {
+                auto* drop = static_cast<QDropEvent*>(event);
+                const QStringList paths = DropArea::localPaths(drop->mimeData());
+                if (paths.isEmpty()) {
+                    drop->ignore();
+                } else {
+                    drop->acceptProposedAction();
+                    onDrop_(paths);
+                }
+                return true;
+            }
+            default:
+                return QObject::eventFilter(watched, event);
+        }
+    }
+
+  private:
+    std::function<void(const QStringList&)> onDrop_;
+};
+
+}  // namespace
+
+void forwardDrops(QWidget* target, std::function<void(const QStringList&)> onDrop) {
+    // Item views receive drags on their viewport.
+    QWidget* receiver = target;
+    if (auto* area = qobject_cast<QAbstractScrollArea*>(target)) {
+        receiver = area->viewport();
+    }
+    receiver->setAcceptDrops(true);
+    receiver->installEventFilter(new DropForwarder(std::move(onDrop), target));
 }
 
 }  // namespace norvane::gui

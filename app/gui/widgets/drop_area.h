@@ -2,6 +2,7 @@
 
 #include <QFrame>
 #include <QStringList>
+#include <functional>
 
 class QLabel;
 class QPushButton;
@@ -55,5 +56,9 @@ class DropArea : public QFrame {
     QHBoxLayout* buttonRow_ = nullptr;
     bool dropTargeted_ = false;
 };
+
+// Lets `target` (a list or table beside a drop area) take the same drops:
+// local paths dropped on it are passed to `onDrop`.
+void forwardDrops(QWidget* target, std::function<void(const QStringList&)> onDrop);
 
 }  // namespace norvane::gui

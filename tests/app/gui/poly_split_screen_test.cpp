@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
+#include <QDropEvent>
 #include <QLabel>
 #include <QListWidget>
+#include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -77,6 +79,17 @@ TEST_F(PolySplitScreenTest, ShowsItsDropTextsAndTakesFilesFromThePickerAndDrops)
     EXPECT_TRUE(listed().isEmpty());
     emit screen.dropArea()->pathsDropped({path("in/notes.txt")});
     EXPECT_EQ(screen.statusLabel()->text(), "No WAV files in selection.");
+
+    // The list itself takes drops too.
+    QMimeData mime;
+    mime.setUrls({QUrl::fromLocalFile(path("in/take10.wav"))});
+    QWidget* viewport = screen.inputList()->viewport();
+    QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(viewport, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(viewport, &drop);
+    EXPECT_EQ(listed(), QStringList({"take10.wav"}));
 }
 
 TEST_F(PolySplitScreenTest, StartingWithoutFilesOnlyExplains) {
