@@ -60,8 +60,9 @@ QTableWidget* makeTable(const QString& name, const QStringList& headers) {
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table->setSelectionBehavior(QAbstractItemView::SelectRows);
     table->setAlternatingRowColors(true);
+    // The first column (a name) takes the spare width.
     table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table->horizontalHeader()->setStretchLastSection(true);
+    table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     return table;
 }
 
@@ -523,8 +524,10 @@ void RebuildScreen::refreshMapping() {
     preview_->setHorizontalHeaderLabels(headers);
     preview_->setRowCount(static_cast<int>(rows.size()));
     // The clip name takes the spare width; lane columns stay narrow.
-    preview_->horizontalHeader()->setStretchLastSection(false);
-    preview_->horizontalHeader()->setSectionResizeMode(1, QHeaderView::Stretch);
+    for (int column = 0; column < preview_->columnCount(); ++column) {
+        preview_->horizontalHeader()->setSectionResizeMode(
+            column, column == 1 ? QHeaderView::Stretch : QHeaderView::ResizeToContents);
+    }
     QVector<QVector<bool>> covered;
     for (int row = 0; row < rows.size(); ++row) {
         const QVariantMap entry = toVariantMap(rows[row]);
