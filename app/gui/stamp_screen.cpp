@@ -716,33 +716,47 @@ void StampScreen::addFolderFromPicker() {
     invoke("ingest", QStringList{folder});
 }
 
+namespace {
+
+// An action the workflow does not offer is a programming error: say so.
+void reportMissing(bool invoked, const char* action) {
+    if (!invoked) {
+        qWarning("stamp workflow has no action %s with these arguments", action);
+    }
+}
+
+}  // namespace
+
 void StampScreen::invoke(const char* action) {
-    QMetaObject::invokeMethod(&workflow_, action);
+    reportMissing(QMetaObject::invokeMethod(&workflow_, action), action);
 }
 
 void StampScreen::invoke(const char* action, const QVariant& a) {
     // Each action takes one argument of a fixed type.
+    bool invoked = false;
     switch (a.typeId()) {
         case QMetaType::Bool:
-            QMetaObject::invokeMethod(&workflow_, action, Q_ARG(bool, a.toBool()));
+            invoked = QMetaObject::invokeMethod(&workflow_, action, Q_ARG(bool, a.toBool()));
             break;
         case QMetaType::QStringList:
-            QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QStringList, a.toStringList()));
+            invoked =
+                QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QStringList, a.toStringList()));
             break;
         default:
-            QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QString, a.toString()));
+            invoked = QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QString, a.toString()));
             break;
     }
+    reportMissing(invoked, action);
 }
 
 void StampScreen::invoke(const char* action, const QVariant& a, const QVariant& b) {
-    if (b.typeId() == QMetaType::Int) {
-        QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QString, a.toString()),
-                                  Q_ARG(int, b.toInt()));
-    } else {
-        QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QString, a.toString()),
-                                  Q_ARG(QString, b.toString()));
-    }
+    const bool invoked =
+        b.typeId() == QMetaType::Int
+            ? QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QString, a.toString()),
+                                        Q_ARG(int, b.toInt()))
+            : QMetaObject::invokeMethod(&workflow_, action, Q_ARG(QString, a.toString()),
+                                        Q_ARG(QString, b.toString()));
+    reportMissing(invoked, action);
 }
 
 }  // namespace norvane::gui
