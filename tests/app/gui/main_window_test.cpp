@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QLabel>
 #include <QPushButton>
 #include <QSettings>
@@ -9,6 +10,7 @@
 #include <QToolButton>
 
 #include "app/gui/home_screen.h"
+#include "app/gui/poly_split_screen.h"
 #include "app/viewmodels/app_view_model.h"
 #include "tests/app/gui/gui_test_support.h"
 #include "tests/support/test_support.h"
@@ -60,6 +62,17 @@ TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndSettingsReturnsWhereItCa
     EXPECT_EQ(window.currentPage(), "ltcStamp");
     QTest::keyClick(&window, Qt::Key_Left, Qt::AltModifier);
     EXPECT_EQ(window.currentPage(), "home");
+}
+
+TEST_F(MainWindowTest, ScreenShortcutsReachTheScreenOnShow) {
+    window.activateWindow();
+    QTest::keyClick(&window, Qt::Key_2, Qt::ControlModifier);
+    ASSERT_EQ(window.currentPage(), "polyWavSplit");
+    QWidget* focus = QApplication::focusWidget();
+    ASSERT_NE(focus, nullptr);
+    ASSERT_TRUE(window.polySplitScreen()->isAncestorOf(focus));
+    QTest::keyClick(focus, Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(viewModel.polySplit()->polySplitStatusMessage(), "Add at least one WAV file.");
 }
 
 TEST_F(MainWindowTest, WindowGeometryIsKeptForTheNextSession) {
