@@ -306,8 +306,11 @@ QWidget* StampScreen::buildSinglePage() {
     connect(ltcFile_, &QComboBox::activated, this, [this](int index) {
         invoke("setSelectedLTCFile", ltcFile_->itemData(index).toString());
     });
+    ltcChannel_->setToolTip(
+        "Auto reads the channel of the LTC file that decodes best, such as the last track of "
+        "a poly recording.");
     connect(ltcChannel_, &QComboBox::activated, this, [this](int index) {
-        workflow_.setProperty("designatedLTCChannel", ltcChannel_->itemData(index).toInt());
+        workflow_.setProperty("ltcChannelChoice", ltcChannel_->itemData(index).toInt());
     });
     auto* row = new QHBoxLayout(page);
     row->setContentsMargins(0, 4, 0, 0);
@@ -439,12 +442,10 @@ void StampScreen::bindState() {
         ignored_->setToolTip(names.join("\n"));
     });
     watchProperty(&workflow_, "selectedLTCFile", this, [this] { refreshSingleSources(); });
-    watchProperty(&workflow_, "designatedLTCChannel", this, [this] {
-        refreshSingleSources();
-        refreshGroups();
-    });
-    watchProperty(&workflow_, "commonLTCChannelCandidates", this,
-                  [this] { refreshSingleSources(); });
+    watchProperty(&workflow_, "designatedLTCChannel", this, [this] { refreshGroups(); });
+    for (const char* name : {"ltcChannelChoice", "selectedLTCChannelCount"}) {
+        watchProperty(&workflow_, name, ltcChannel_, [this] { refreshSingleSources(); });
+    }
     watchProperty(&workflow_, "mode", modePages_, [this] {
         const QString mode = value("mode").toString();
         modePages_->setCurrentIndex(mode == "Grouped Batch" ? 1 : mode == "LTC Cut Detect" ? 2 : 0);
@@ -558,21 +559,16 @@ void StampScreen::refreshSingleSources() {
         const int index = ltcFile_->findData(selected);
         ltcFile_->setCurrentIndex(index >= 0 ? index : 0);
     }
-    const int channel = value("designatedLTCChannel").toInt();
-    QList<int> channels;
-    for (const QVariant& candidate : toVariantList(value("commonLTCChannelCandidates"))) {
-        channels.append(candidate.toInt());
-    }
-    if (!channels.contains(channel) && channel > 0) {
-        channels.append(channel);
-        std::sort(channels.begin(), channels.end());
-    }
+    // 0 leaves the channel to the engine; N is channel N of the chosen file.
     const QSignalBlocker blocker(ltcChannel_);
     ltcChannel_->clear();
-    for (const int candidate : channels) {
-        ltcChannel_->addItem(QString("Channel %1").arg(candidate), candidate);
+    ltcChannel_->addItem("Auto (best channel)", 0);
+    const int channels = value("selectedLTCChannelCount").toInt();
+    for (int channel = 1; channel <= channels; ++channel) {
+        ltcChannel_->addItem(QString("Channel %1").arg(channel), channel);
     }
-    ltcChannel_->setCurrentIndex(ltcChannel_->findData(channel));
+    const int chosen = ltcChannel_->findData(value("ltcChannelChoice").toInt());
+    ltcChannel_->setCurrentIndex(chosen >= 0 ? chosen : 0);
 }
 
 void StampScreen::refreshGroupingControls() {

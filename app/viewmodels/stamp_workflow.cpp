@@ -161,6 +161,26 @@ void StampWorkflow::setDesignatedLTCChannel(int channel) {
            &StampWorkflow::designatedLTCChannelChanged);
 }
 
+void StampWorkflow::setLTCChannelChoice(int channel) {
+    if (channel < 0 || channel > selectedLTCChannelCount_) {
+        channel = 0;
+    }
+    assign(ltcChannelChoice_, channel, &StampWorkflow::ltcChannelChoiceChanged);
+}
+
+void StampWorkflow::refreshSelectedLTCChannels() {
+    int channels = 0;
+    for (const auto& descriptor : descriptors_) {
+        if (!selectedLTCFile_.isEmpty() && toQString(descriptor.url) == selectedLTCFile_) {
+            channels = static_cast<int>(descriptor.channels);
+        }
+    }
+    assign(selectedLTCChannelCount_, channels, &StampWorkflow::selectedLTCChannelCountChanged);
+    if (ltcChannelChoice_ > channels) {
+        assign(ltcChannelChoice_, 0, &StampWorkflow::ltcChannelChoiceChanged);
+    }
+}
+
 void StampWorkflow::setCutMinSegmentFrames(int frames) {
     assign(cutMinSegmentFrames_, std::max(frames, 1), &StampWorkflow::cutMinSegmentFramesChanged);
 }
@@ -180,6 +200,7 @@ void StampWorkflow::setSelectedLTCFile(const QString& path) {
         descriptor.isLTC = !path.isEmpty() && toQString(descriptor.url) == path;
     }
     publishFiles();
+    refreshSelectedLTCChannels();
 }
 
 void StampWorkflow::setGroupLTCChannel(const QString& groupID, int channel) {
@@ -292,6 +313,7 @@ void StampWorkflow::ingest(const QStringList& paths) {
                    &StampWorkflow::selectedLTCFileChanged);
         }
     }
+    refreshSelectedLTCChannels();
     setStatus(QStringLiteral("Loaded ") + QString::number(loaded) +
               QStringLiteral(" WAV file(s)."));
     appendLog(QStringLiteral("[info] Loaded ") + QString::number(loaded) +
@@ -305,6 +327,7 @@ void StampWorkflow::clearFiles() {
     assign(files_, QVariantList{}, &StampWorkflow::filesChanged);
     assign(ignoredFiles_, QStringList{}, &StampWorkflow::ignoredFilesChanged);
     assign(selectedLTCFile_, QString{}, &StampWorkflow::selectedLTCFileChanged);
+    refreshSelectedLTCChannels();
     assign(groupLTCChannelOverrides_, QVariantMap{},
            &StampWorkflow::groupLTCChannelOverridesChanged);
     assign(segmentPreviewRows_, QStringList{}, &StampWorkflow::segmentPreviewRowsChanged);
@@ -445,6 +468,10 @@ ProcessingOptions StampWorkflow::buildOptions(
         collision.value_or(settings_.outputCollisionBehavior());
     options.cutDetectConfig.minSegmentFrames = cutMinSegmentFrames_;
     options.cutDetectConfig.discontinuityFrameThreshold = cutDiscontinuityThreshold_;
+    // Grouped runs take their channels per group.
+    if (ltcChannelChoice_ > 0 && options.mode != ProcessingMode::groupedBatch) {
+        options.ltcChannelIndex = ltcChannelChoice_ - 1;
+    }
     return options;
 }
 

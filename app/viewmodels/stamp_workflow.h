@@ -33,6 +33,12 @@ namespace norvane {
 // Maps keyed by group id: groupFilesByID (list of paths), groupTrackFilesByID
 // (track number as text -> path), groupResolvedLTCByID (path),
 // groupCommonMaxChannelsByID and groupLTCChannelOverrides (1-based channel).
+//
+// The LTC channel of Single and LTC Cut Detect runs (and of the cut analysis)
+// is ltcChannelChoice: 0 lets the engine find the channel that decodes best,
+// N reads channel N (1-based) of the selected LTC file, which has
+// selectedLTCChannelCount channels. designatedLTCChannel is the grouped
+// default instead.
 class StampWorkflow : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantList files READ files NOTIFY filesChanged)
@@ -56,6 +62,10 @@ class StampWorkflow : public QObject {
                    groupLTCChannelOverridesChanged)
     Q_PROPERTY(int designatedLTCChannel READ designatedLTCChannel WRITE setDesignatedLTCChannel
                    NOTIFY designatedLTCChannelChanged)
+    Q_PROPERTY(int ltcChannelChoice READ ltcChannelChoice WRITE setLTCChannelChoice NOTIFY
+                   ltcChannelChoiceChanged)
+    Q_PROPERTY(int selectedLTCChannelCount READ selectedLTCChannelCount NOTIFY
+                   selectedLTCChannelCountChanged)
     Q_PROPERTY(QVariantList commonLTCChannelCandidates READ commonLTCChannelCandidates NOTIFY
                    commonLTCChannelCandidatesChanged)
     Q_PROPERTY(QVariant designatedLTCTrackNumber READ designatedLTCTrackNumber NOTIFY
@@ -120,6 +130,8 @@ class StampWorkflow : public QObject {
     const QString& groupingRegex() const { return groupingRegex_; }
     const QVariantMap& groupLTCChannelOverrides() const { return groupLTCChannelOverrides_; }
     int designatedLTCChannel() const { return designatedLTCChannel_; }
+    int ltcChannelChoice() const { return ltcChannelChoice_; }
+    int selectedLTCChannelCount() const { return selectedLTCChannelCount_; }
     const QVariantList& commonLTCChannelCandidates() const { return commonLTCChannelCandidates_; }
     const QVariant& designatedLTCTrackNumber() const { return designatedLTCTrackNumber_; }
     const QVariantList& matrixTrackNumbers() const { return matrixTrackNumbers_; }
@@ -156,6 +168,9 @@ class StampWorkflow : public QObject {
     void setGroupingTokenIndex(int index);
     void setGroupingRegex(const QString& pattern);
     void setDesignatedLTCChannel(int channel);
+    // 0 (or less) for the best-decoding channel; a channel the selected LTC
+    // file does not have also means that.
+    void setLTCChannelChoice(int channel);
     void setCutMinSegmentFrames(int frames);
     void setCutDiscontinuityThreshold(int frames);
     Q_INVOKABLE void setOutputFolder(const QString& path);
@@ -196,6 +211,8 @@ class StampWorkflow : public QObject {
     void groupingRegexChanged();
     void groupLTCChannelOverridesChanged();
     void designatedLTCChannelChanged();
+    void ltcChannelChoiceChanged();
+    void selectedLTCChannelCountChanged();
     void commonLTCChannelCandidatesChanged();
     void designatedLTCTrackNumberChanged();
     void matrixTrackNumbersChanged();
@@ -242,6 +259,9 @@ class StampWorkflow : public QObject {
         assign(progressPercent_, percent, &StampWorkflow::progressPercentChanged);
     }
     void publishFiles();
+    // selectedLTCChannelCount from the selected file; a choice beyond it falls
+    // back to the best channel.
+    void refreshSelectedLTCChannels();
     void endWithCancel();
     ProcessingOptions buildOptions(bool confirmed,
                                    std::optional<OutputCollisionBehavior> collision) const;
@@ -266,6 +286,8 @@ class StampWorkflow : public QObject {
     QString groupingRegex_;
     QVariantMap groupLTCChannelOverrides_;
     int designatedLTCChannel_ = 1;
+    int ltcChannelChoice_ = 0;  // 0: best channel
+    int selectedLTCChannelCount_ = 0;
     QVariantList commonLTCChannelCandidates_;
     QVariant designatedLTCTrackNumber_;
     QVariantList matrixTrackNumbers_;

@@ -187,7 +187,7 @@ TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
     const int channel = screen.ltcChannelPicker()->findData(2);
     ASSERT_GE(channel, 0);
     emit screen.ltcChannelPicker()->activated(channel);
-    EXPECT_EQ(stamp.designatedLTCChannel(), 2);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 2);
 
     screen.analyzeButton()->click();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !stamp.isAnalyzingCuts(); }, 30000));
@@ -197,6 +197,38 @@ TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
     ASSERT_EQ(cuts.size(), 2);
     EXPECT_NEAR(static_cast<double>(cuts[0]), 8 * 48000.0, 1920.0);
     EXPECT_NEAR(static_cast<double>(cuts[1]), 16 * 48000.0, 1920.0);
+}
+
+TEST_F(StampScreenTest, LTCChannelPickerOffersAutoAndTheChannelsOfTheLTCFile) {
+    addStampTakeAndChooseOutput();
+    QComboBox* channel = screen.ltcChannelPicker();
+    const auto entries = [channel] {
+        QStringList texts;
+        for (int i = 0; i < channel->count(); ++i) {
+            texts.append(channel->itemText(i));
+        }
+        return texts;
+    };
+    // The one-channel LTC track.
+    EXPECT_EQ(entries(), QStringList({"Auto (best channel)", "Channel 1"}));
+    EXPECT_EQ(channel->currentIndex(), 0);
+
+    // The four-channel lavalier file carries its LTC on the last track.
+    QComboBox* file = screen.ltcFilePicker();
+    emit file->activated(file->findData(q(input("stamp/Sc12_T03_Lavs.wav"))));
+    EXPECT_EQ(entries(), QStringList({"Auto (best channel)", "Channel 1", "Channel 2", "Channel 3",
+                                      "Channel 4"}));
+    EXPECT_EQ(channel->currentText(), "Auto (best channel)");
+    channel->setCurrentIndex(4);
+    emit channel->activated(4);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 4);
+    EXPECT_EQ(channel->currentText(), "Channel 4");
+
+    // Back to a file without a fourth channel: Auto again.
+    emit file->activated(file->findData(q(input("stamp/Sc12_T03_Boom.wav"))));
+    EXPECT_EQ(entries().size(), 3);
+    EXPECT_EQ(channel->currentText(), "Auto (best channel)");
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
 }
 
 TEST_F(StampScreenTest, GroupedBatchShowsItsGroupsAndTakesAPerGroupLTCFile) {

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
+#include <cmath>
+
 #include "core/audio/ltc_recording.h"
+#include "core/common/bytes.h"
+#include "core/timecode/ltc_encoder.h"
 #include "tests/app/viewmodels/viewmodel_test_support.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
@@ -42,6 +46,30 @@ void writeStem(const fs::path& path, double seconds, int channels = 2) {
     spec.frames = static_cast<std::int64_t>(seconds * 48000);
     fs::create_directories(path.parent_path());
     testing::writeBytes(path, testing::makeWav(spec));
+}
+
+// A 16-bit two-channel recording of the given channel signals (equal lengths).
+void writeTwoChannels(const fs::path& path, const std::vector<float>& first,
+                      const std::vector<float>& second) {
+    ByteBuffer data;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        for (const float x : {first[i], second[i]}) {
+            appendLE16(data, static_cast<std::uint16_t>(
+                                 static_cast<std::int16_t>(std::lround(x * 32767.0f))));
+        }
+    }
+    testing::WavSpec spec;
+    spec.channels = 2;
+    spec.bits = 16;
+    spec.data = std::move(data);
+    fs::create_directories(path.parent_path());
+    testing::writeBytes(path, testing::makeWav(spec));
+}
+
+std::vector<float> ltcFrom(const Timecode& start, std::int64_t frames) {
+    LTCEncoderOptions options;
+    options.rate = fps25();
+    return encodeLTC(start, frames, options);
 }
 
 std::uint64_t bextTimeReference(const fs::path& path) {
@@ -367,6 +395,101 @@ TEST(StampWorkflowTest, CancelStopsARunningAnalysis) {
 
 namespace norvane {
 namespace {
+
+// Two channels of equally clean LTC: 03:00:00:00 on channel 1, 01:00:00:00 on
+// channel 2. Only the picked channel may decide the stamp.
+TEST(StampWorkflowTest, SingleRunsReadThePickedLTCChannel) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeTwoChannels(f.dir / "in" / "E_ltc.wav", ltcFrom(Timecode{3, 0, 0, 0, false}, 75),
+                     ltcFrom(Timecode{1, 0, 0, 0, false}, 75));
+    writeStem(f.dir / "in" / "E_stem.wav", 3);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setFrameRatePreset("25");
+    ASSERT_EQ(stamp.selectedLTCFile(), q(f.dir / "in" / "E_ltc.wav"));
+    EXPECT_EQ(stamp.selectedLTCChannelCount(), 2);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);  // the engine's pick unless the user chooses
+
+    const auto stampWith = [&](int channel, const std::string& folder) {
+        stamp.setLTCChannelChoice(channel);
+        stamp.setOutputFolder(q(f.dir / folder));
+        fs::create_directories(f.dir / folder);
+        stamp.process();
+        EXPECT_TRUE(finished(stamp));
+        EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+        return bextTimeReference(f.dir / folder / "E_stem_tc.wav");
+    };
+    EXPECT_EQ(stampWith(2, "ch2"), 90000u * 1920u);
+    EXPECT_EQ(stampWith(1, "ch1"), 3u * 90000u * 1920u);
+
+    // A channel the file does not have, or clearing the list, means Auto again.
+    stamp.setLTCChannelChoice(2);
+    stamp.setLTCChannelChoice(3);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
+    stamp.setLTCChannelChoice(2);
+    stamp.clearFiles();
+    EXPECT_EQ(stamp.selectedLTCChannelCount(), 0);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
+
+    // Auto finds LTC on the last track of a poly recording without being told.
+    LTCRecordingOptions poly;
+    poly.rate = fps25();
+    poly.start = Timecode{5, 0, 0, 0, false};
+    poly.seconds = 3;
+    poly.channels = 4;
+    poly.ltcChannel = 4;
+    fs::create_directories(f.dir / "poly");
+    writeLTCRecording(f.dir / "poly" / "F_ltc.wav", poly, true);
+    writeStem(f.dir / "poly" / "F_stem.wav", 3);
+    stamp.ingest({q(f.dir / "poly")});
+    stamp.setFrameRatePreset("25");
+    EXPECT_EQ(stamp.selectedLTCChannelCount(), 4);
+    stamp.setOutputFolder(q(f.output));
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    EXPECT_EQ(bextTimeReference(f.output / "F_stem_tc.wav"), 5u * 90000u * 1920u);
+}
+
+// Channel 1 jumps from 03:00:00:00 to 04:00:00:00 at 2 s; channel 2 runs on
+// from 01:00:00:00. The analysis and the cut run follow the picked channel.
+TEST(StampWorkflowTest, CutAnalysisAndCutRunsReadThePickedLTCChannel) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    LTCProgram program;
+    program.totalSamples = 4 * 48000;
+    program.segments = {{0, Timecode{3, 0, 0, 0, false}}, {2 * 48000, Timecode{4, 0, 0, 0, false}}};
+    LTCEncoderOptions encoder;
+    encoder.rate = fps25();
+    writeTwoChannels(f.dir / "in" / "roll_ltc.wav", encodeLTCProgram(program, encoder),
+                     ltcFrom(Timecode{1, 0, 0, 0, false}, 100));
+    writeStem(f.dir / "in" / "roll_mix.wav", 4);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setMode("LTC Cut Detect");
+    stamp.setFrameRatePreset("25");
+
+    stamp.setLTCChannelChoice(1);
+    stamp.analyzeCuts();
+    ASSERT_TRUE(finished(stamp));
+    ASSERT_EQ(stamp.segmentPreviewRows().size(), 2) << stamp.statusMessage().toStdString();
+    EXPECT_TRUE(stamp.segmentPreviewRows()[0].contains("TC 03:00:00:00"))
+        << stamp.segmentPreviewRows()[0].toStdString();
+    EXPECT_TRUE(stamp.segmentPreviewRows()[1].contains("TC 04:00:00:0"))
+        << stamp.segmentPreviewRows()[1].toStdString();
+
+    stamp.setLTCChannelChoice(2);
+    stamp.analyzeCuts();
+    ASSERT_TRUE(finished(stamp));
+    ASSERT_EQ(stamp.segmentPreviewRows().size(), 1) << stamp.statusMessage().toStdString();
+    EXPECT_TRUE(stamp.segmentPreviewRows()[0].contains("TC 01:00:00:00"))
+        << stamp.segmentPreviewRows()[0].toStdString();
+
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    EXPECT_EQ(bextTimeReference(f.output / "roll_mix_seg001_tc.wav"), 90000u * 1920u);
+    EXPECT_FALSE(fs::exists(f.output / "roll_mix_seg002_tc.wav"));
+}
 
 TEST(StampWorkflowTest, CancelStopsARunningProcess) {
     Fixture f;
