@@ -50,8 +50,12 @@ std::string fileURL(const std::filesystem::path& path) {
     static const char* hex = "0123456789ABCDEF";
     std::string out = "file://";
     for (unsigned char c : text) {
+        // The characters a URL path may hold as they are: unreserved ones,
+        // "/", ":", "@" and the sub-delimiters other than ";". So "&" stays
+        // "&" (escaped as "&amp;" in the attribute) and a space becomes "%20".
         bool keep = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                    c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
+                    std::string_view("-._~/:@!$&'()*+,=").find(static_cast<char>(c)) !=
+                        std::string_view::npos;
         if (keep) {
             out += static_cast<char>(c);
         } else {

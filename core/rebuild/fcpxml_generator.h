@@ -39,7 +39,8 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
 
 // "&" -> "&amp;" first, then "\"", "<" and ">".
 std::string escapeXMLAttribute(std::string_view text);
-// "file://" + the absolute path, percent-encoded except unreserved characters and "/".
+// "file://" + the absolute path, percent-encoded except the characters a URL
+// path allows as they are (unreserved, "/", ":", "@", "!$&'()*+,=").
 std::string fileURL(const std::filesystem::path& path);
 // "rA_" + index + "_" + the lower-cased base name with every run of characters
 // other than a-z, 0-9 and "_" replaced by "_".

@@ -245,11 +245,37 @@ TEST(FCPXMLGenerator, DuplicatesEscapingAndAssetIDs) {
                             ".wav, ignoring evt1_copy.wav."));
     EXPECT_THAT(output.xml, HasSubstr("name=\"evt1 &quot;A&amp;B&quot; &lt;x&gt; Trk1.wav\""));
     EXPECT_THAT(output.xml, HasSubstr("name=\"Mix &amp; &quot;Final&quot;.wav\""));
-    EXPECT_THAT(output.xml, HasSubstr("src=\"file:///takes/Mix%20%26%20%22Final%22.wav\""));
+    EXPECT_THAT(output.xml, HasSubstr("src=\"file:///takes/Mix%20&amp;%20%22Final%22.wav\""));
     EXPECT_THAT(output.xml, HasSubstr("id=\"rA_1_evt1_a_b_x_trk1\""));
     EXPECT_THAT(output.xml, ::testing::Not(HasSubstr("evt1_copy")));
     EXPECT_EQ(syncedAssetID(7, "Évt 12--Trk_3"), "rA_7__vt_12_trk_3");
     EXPECT_EQ(escapeXMLAttribute("&amp;\"<>"), "&amp;amp;&quot;&lt;&gt;");
+}
+
+std::string percentDecoded(std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size()) {
+            out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+TEST(FCPXMLGenerator, MediaURLsNameTheFileExactly) {
+    for (const char* path : {"/takes/Mix & \"Final\".wav", "/a b/100% #1?;x.wav",
+                             "/\xC3\x9C ber/it's (1)+=,@:!$*~.wav"}) {
+        std::string url = fileURL(path);
+        ASSERT_THAT(url, ::testing::StartsWith("file:///")) << path;
+        EXPECT_EQ(percentDecoded(url.substr(7)), path);
+        // Nothing that ends or splits a URL path is left bare.
+        EXPECT_EQ(url.substr(7).find_first_of(" \"#?;<>\\"), std::string::npos) << url;
+        EXPECT_EQ(url.find('\xC3'), std::string::npos) << url;
+    }
+    EXPECT_EQ(fileURL("/a b/x&y.wav"), "file:///a%20b/x&y.wav");
 }
 
 TEST(FCPXMLGenerator, DefaultsForBareSourcesAndBadTimecodes) {
