@@ -1,9 +1,7 @@
 // norvane demo: a small shoot day made on the spot, stamped, split and rebuilt,
 // so a new user sees every tool work end to end without material of their own.
-#include <cmath>
 #include <filesystem>
 #include <iostream>
-#include <numbers>
 #include <string>
 #include <vector>
 
@@ -13,7 +11,6 @@
 #include "cli/demo_rebuild.h"
 #include "core/audio/bwf_reader.h"
 #include "core/audio/ltc_recording.h"
-#include "core/audio/riff_writer.h"
 #include "core/audio/wav_file.h"
 #include "core/common/file_output.h"
 #include "core/split/poly_wav_split_processor.h"
@@ -32,29 +29,6 @@ constexpr double kSeconds = 6.0;
 // Not a whole number of 25 fps frames (1,920 samples each): 0.64 of a frame,
 // which the stamp rounds to one frame before the first decoded frame.
 constexpr std::int64_t kLeadInSamples = 1234;
-
-// A mono 24-bit stem holding a quiet tone, as long as the poly recording.
-void writeToneStem(const fs::path& path, std::int64_t frames, double frequency) {
-    ByteBuffer data;
-    data.reserve(static_cast<std::size_t>(frames) * 3);
-    for (std::int64_t i = 0; i < frames; ++i) {
-        const double v = 0.1 * std::sin(2.0 * std::numbers::pi * frequency *
-                                        static_cast<double>(i) / kSampleRate);
-        const auto s = static_cast<std::int32_t>(std::lround(v * 8388607.0));
-        data.push_back(static_cast<std::uint8_t>(s & 0xFF));
-        data.push_back(static_cast<std::uint8_t>((s >> 8) & 0xFF));
-        data.push_back(static_cast<std::uint8_t>((s >> 16) & 0xFF));
-    }
-    ByteBuffer fmtChunk;
-    appendLE16(fmtChunk, 1);                // linear PCM
-    appendLE16(fmtChunk, 1);                // mono
-    appendLE32(fmtChunk, kSampleRate);      // frames per second
-    appendLE32(fmtChunk, kSampleRate * 3);  // bytes per second
-    appendLE16(fmtChunk, 3);                // block align
-    appendLE16(fmtChunk, 24);               // bits per sample
-    const RIFFChunk chunks[] = {{"fmt ", fmtChunk}, {"data", data}};
-    writeFile(path, serializeRIFF(chunks), WriteMode::replaceAtomically);
-}
 
 void printHeading(const std::string& text) {
     std::cout << "\n== " << text << " ==\n";
@@ -110,8 +84,10 @@ int runDemo(const fs::path& folder) {
     recording.leadInSamples = kLeadInSamples;
     const fs::path poly = inputs / "A012_T03.wav";
     const LTCRecordingSummary summary = writeLTCRecording(poly, recording, /*overwrite=*/true);
-    writeToneStem(inputs / "A012_T03_boom.wav", summary.frameCount, 220.0);
-    writeToneStem(inputs / "A012_T03_lav1.wav", summary.frameCount, 330.0);
+    writeFile(inputs / "A012_T03_boom.wav", demoToneWav(1, summary.frameCount, 220.0),
+              WriteMode::replaceAtomically);
+    writeFile(inputs / "A012_T03_lav1.wav", demoToneWav(1, summary.frameCount, 330.0),
+              WriteMode::replaceAtomically);
     const std::int64_t samplesPerFrame = kSampleRate / 25;
     const std::int64_t offsetFrames =
         (kLeadInSamples + samplesPerFrame / 2) / samplesPerFrame;  // nearest whole frame

@@ -180,7 +180,7 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
     stamp.setSelectedLTCFile(toQ(root / "cut/Day2_Roll4.wav"));
-    stamp.setDesignatedLTCChannel(2);
+    stamp.setLTCChannelChoice(2);
     stamp.setOutputFolder(toQ(root / "out/cut"));
     stamp.analyzeCuts();
     wait("the cut analysis", [&] { return !stamp.isAnalyzingCuts(); });
@@ -192,7 +192,7 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     stamp.setFrameRatePreset("Auto");
     stamp.ingest({toQ(root / "stamp")});
     stamp.setSelectedLTCFile(toQ(root / "stamp/Sc12_T03_LTC.wav"));
-    stamp.setDesignatedLTCChannel(1);
+    stamp.setLTCChannelChoice(0);
     stamp.setOutputFolder(toQ(root / "out/stamp"));
     stamp.process(false);
     wait("the stamp run", [&] {
