@@ -344,7 +344,11 @@ int runStamp(const StampArguments& args) {
                                              : processor.run(files, ltcFile, options, progress);
         bar.finish();
         if (args.json) {
-            std::cout << reportJSON(report).dump(2) << std::endl;
+            // File names need not be UTF-8; their stray bytes print as U+FFFD
+            // rather than losing the report of a run that has already written.
+            std::cout << reportJSON(report).dump(2, ' ', false,
+                                                 nlohmann::ordered_json::error_handler_t::replace)
+                      << std::endl;
         } else {
             std::cout << reportText(report) << std::endl;
         }

@@ -109,6 +109,17 @@ TEST_F(StampCommandTest, SingleRunReportsAndStamps) {
                                               "summary", "warnings"}));
 }
 
+TEST_F(StampCommandTest, JSONReportOfFileNamesThatAreNotUTF8) {
+    writeStem("in/Take 1 \xff.wav");
+    auto run = norvane("stamp in -o out --ltc 'in/Take 1 LTC.wav' --fps 25 --json");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto json = nlohmann::json::parse(run.out);
+    EXPECT_THAT(
+        json["outputFiles"].get<std::vector<std::string>>(),
+        ::testing::UnorderedElementsAre("Take 1 Boom_tc.wav", "Take 1 \xef\xbf\xbd_tc.wav"));
+    EXPECT_TRUE(fs::exists(dir / "out" / "Take 1 \xff_tc.wav"));
+}
+
 TEST_F(StampCommandTest, ExitCodesOfFailures) {
     auto usage = norvane("stamp in -o out --ltc 'in/Take 1 LTC.wav' --collision sometimes");
     EXPECT_EQ(usage.exitCode, 64);
