@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 
 #include "core/common/uuid.h"
 #include "core/stamp/ltc_source.h"
@@ -51,8 +52,12 @@ std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint
     boundaries.erase(std::unique(boundaries.begin(), boundaries.end()), boundaries.end());
 
     // The configured minimum is halved and floored at 10 frames on purpose.
-    const auto spacing = static_cast<std::int64_t>(
-        samplesPerFrame * static_cast<double>(std::max<std::int64_t>(minSegmentFrames / 2, 10)));
+    const double spacingSamples =
+        samplesPerFrame * static_cast<double>(std::max<std::int64_t>(minSegmentFrames / 2, 10));
+    // A spacing past any file length keeps no cut; it must not overflow the cast.
+    const std::int64_t spacing = spacingSamples >= 9.0e18
+                                     ? std::numeric_limits<std::int64_t>::max()
+                                     : static_cast<std::int64_t>(spacingSamples);
     std::vector<std::int64_t> kept = {boundaries.front()};
     for (std::size_t i = 1; i < boundaries.size(); ++i) {
         if (boundaries[i] - kept.back() >= spacing) {

@@ -58,6 +58,17 @@ std::size_t characterCount(const std::string& text) {
     return count;
 }
 
+// sampleRate x toleranceMs / 1000 samples, truncated, at least 1; a tolerance
+// too large for the product saturates instead of overflowing.
+std::int64_t toleranceSamples(std::int64_t sampleRate, std::int64_t toleranceMs) {
+    const std::int64_t ms = std::max<std::int64_t>(toleranceMs, 1);
+    const std::int64_t rate = std::max<std::int64_t>(sampleRate, 0);
+    if (rate != 0 && ms > std::numeric_limits<std::int64_t>::max() / rate) {
+        return std::numeric_limits<std::int64_t>::max();
+    }
+    return std::max<std::int64_t>(rate * ms / 1000, 1);
+}
+
 std::string baseNameOf(const FileDescriptor& file) {
     return file.url.stem().string();
 }
@@ -111,8 +122,7 @@ std::vector<DurationCluster> durationClusters(const std::vector<FileDescriptor>&
         });
     std::vector<DurationCluster> clusters;
     for (const FileDescriptor& file : ordered) {
-        const std::int64_t tolerance = std::max<std::int64_t>(
-            file.sampleRate * std::max<std::int64_t>(toleranceMs, 1) / 1000, 1);
+        const std::int64_t tolerance = toleranceSamples(file.sampleRate, toleranceMs);
         DurationCluster* nearest = nullptr;
         std::int64_t nearestDistance = std::numeric_limits<std::int64_t>::max();
         for (DurationCluster& cluster : clusters) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace norvane {
 namespace {
 
@@ -86,6 +88,8 @@ TEST(CutDetectionTest, MinimumSpacingIsHalvedAndFlooredAtTenFrames) {
     auto lastSegments = detect25(late, 200000);
     ASSERT_EQ(lastSegments.size(), 1u);
     EXPECT_EQ(lastSegments[0].endSample, 200000);
+    // A minimum far beyond any file keeps no boundary but the last: no segments.
+    EXPECT_TRUE(detect25(early, 200000, std::numeric_limits<std::int64_t>::max()).empty());
 }
 
 TEST(CutDetectionTest, ScanOfShortOrSilentAudioHasNoPoints) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace norvane {
 namespace {
 
@@ -114,6 +116,12 @@ TEST(GroupingTest, DurationClustersWithinTolerance) {
     EXPECT_EQ(first[1].url, "/t1b.wav");
     EXPECT_EQ(first[2].url, "/t1c.wav");
     EXPECT_EQ(takes.begin()->first, "sr48000_f100005");
+
+    // A tolerance too large to multiply by the sample rate takes every length.
+    GroupingConfig huge(GroupingMethod::durationExact, "-", 1, "",
+                        std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(Grouping::groupFiles({file("/a.wav", 1000), file("/b.wav", 9000000)}, huge).size(),
+              1u);
 }
 
 TEST(GroupingTest, ManualChannelClamping) {
