@@ -112,10 +112,10 @@ QString writeDemoInputs(const QString& folder) {
         writeSilence(root / "split/Dialogue_4ch.wav", 4, 2);
         writeSilence(root / "split/Room_stereo.wav", 2, 2);
         // Rebuild: two cameras, three events (camera B misses the second).
-        DemoTimelineSpec spec;
-        spec.lanes = {{"CamA", {{"01:00:00:00"}, {"01:00:20:00"}, {"01:00:40:00"}}},
+        DemoTimelineSpec recipe;
+        recipe.lanes = {{"CamA", {{"01:00:00:00"}, {"01:00:20:00"}, {"01:00:40:00"}}},
                       {"CamB", {{"01:00:00:00"}, {"01:00:40:00"}}}};
-        const std::string xml = makeDemoSourceTimeline(spec);
+        const std::string xml = makeDemoSourceTimeline(recipe);
         writeFile(root / "rebuild/source.fcpxml", ByteBuffer(xml.begin(), xml.end()),
                   WriteMode::replaceAtomically);
         writeSilence(root / "rebuild/stereo_mix.wav", 2, 24);

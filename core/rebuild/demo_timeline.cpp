@@ -8,22 +8,22 @@
 
 namespace norvane {
 
-std::string makeDemoSourceTimeline(const DemoTimelineSpec& spec) {
+std::string makeDemoSourceTimeline(const DemoTimelineSpec& recipe) {
     FrameRateConfig rate;
-    rate.numerator = spec.rateNumerator;
-    rate.denominator = spec.rateDenominator;
-    rate.dropFrame = spec.dropFrame;
+    rate.numerator = recipe.rateNumerator;
+    rate.denominator = recipe.rateDenominator;
+    rate.dropFrame = recipe.dropFrame;
     auto timeOf = [&](const std::string& text) {
         Timecode tc = parseEventTimecode(text).value_or(Timecode{});
         return RationalTime::fromFrames(TimecodeMath::frameCount(tc, rate), rate);
     };
     const RationalTime frame = RationalTime::fromFrames(1, rate);
-    const std::string tcFormat = spec.dropFrame ? "DF" : "NDF";
+    const std::string tcFormat = recipe.dropFrame ? "DF" : "NDF";
 
     RationalTime first;
     RationalTime last;
     bool any = false;
-    for (const auto& lane : spec.lanes) {
+    for (const auto& lane : recipe.lanes) {
         for (const auto& clip : lane.clips) {
             RationalTime start = timeOf(clip.timecode);
             first = any ? std::min(first, start) : start;
@@ -37,25 +37,25 @@ std::string makeDemoSourceTimeline(const DemoTimelineSpec& spec) {
     x += "<fcpxml version=\"1.9\">\n  <resources>\n";
     x += "    <format id=\"r1\" name=\"Demo\" frameDuration=\"" + frame.text() +
          "\" width=\"1920\" height=\"1080\"/>\n";
-    for (std::size_t i = 0; i < spec.lanes.size(); ++i) {
-        const auto& lane = spec.lanes[i];
+    for (std::size_t i = 0; i < recipe.lanes.size(); ++i) {
+        const auto& lane = recipe.lanes[i];
         x += "    <asset id=\"cam" + std::to_string(i + 1) + "\" name=\"" +
              escapeXMLAttribute(lane.name) + "\" start=\"" + first.text() + "\" duration=\"" +
              span.text() + "\" hasVideo=\"1\" format=\"r1\" hasAudio=\"1\">\n";
         x += "      <media-rep kind=\"original-media\" src=\"file:///demo/" +
              escapeXMLAttribute(lane.name) + ".mov\"/>\n    </asset>\n";
     }
-    if (spec.multicam) {
+    if (recipe.multicam) {
         x += "    <media id=\"mc1\" name=\"Demo Multicam\">\n      <multicam format=\"r1\" "
              "tcStart=\"0/1s\" tcFormat=\"" +
              tcFormat + "\">\n";
-        for (std::size_t i = 0; i < spec.lanes.size(); ++i) {
-            x += "        <mc-angle name=\"" + escapeXMLAttribute(spec.lanes[i].name) +
+        for (std::size_t i = 0; i < recipe.lanes.size(); ++i) {
+            x += "        <mc-angle name=\"" + escapeXMLAttribute(recipe.lanes[i].name) +
                  "\" angleID=\"angle" + std::to_string(i + 1) + "\">\n";
-            for (const auto& clip : spec.lanes[i].clips) {
+            for (const auto& clip : recipe.lanes[i].clips) {
                 RationalTime start = timeOf(clip.timecode);
                 x += "          <asset-clip ref=\"cam" + std::to_string(i + 1) + "\" offset=\"" +
-                     start.text() + "\" name=\"" + escapeXMLAttribute(spec.lanes[i].name) +
+                     start.text() + "\" name=\"" + escapeXMLAttribute(recipe.lanes[i].name) +
                      "\" start=\"" + start.text() + "\" duration=\"" + clip.duration.text() +
                      "\"/>\n";
             }
@@ -67,7 +67,7 @@ std::string makeDemoSourceTimeline(const DemoTimelineSpec& spec) {
          "Source\">\n";
     x += "        <sequence format=\"r1\" duration=\"" + span.text() +
          "\" tcStart=\"0/1s\" tcFormat=\"" + tcFormat + "\">\n          <spine>\n";
-    if (spec.multicam) {
+    if (recipe.multicam) {
         x += "            <mc-clip ref=\"mc1\" offset=\"0/1s\" name=\"Demo Multicam\" start=\"" +
              first.text() + "\" duration=\"" + span.text() +
              "\">\n              <mc-source angleID=\"angle1\" srcEnable=\"all\"/>\n"
@@ -75,12 +75,12 @@ std::string makeDemoSourceTimeline(const DemoTimelineSpec& spec) {
     } else {
         x += "            <gap name=\"Gap\" offset=\"0/1s\" start=\"" + first.text() +
              "\" duration=\"" + span.text() + "\">\n";
-        for (std::size_t i = 0; i < spec.lanes.size(); ++i) {
-            for (const auto& clip : spec.lanes[i].clips) {
+        for (std::size_t i = 0; i < recipe.lanes.size(); ++i) {
+            for (const auto& clip : recipe.lanes[i].clips) {
                 RationalTime start = timeOf(clip.timecode);
                 x += "              <asset-clip ref=\"cam" + std::to_string(i + 1) + "\" lane=\"" +
                      std::to_string(i + 1) + "\" offset=\"" + start.text() + "\" name=\"" +
-                     escapeXMLAttribute(spec.lanes[i].name) + "\" start=\"" + start.text() +
+                     escapeXMLAttribute(recipe.lanes[i].name) + "\" start=\"" + start.text() +
                      "\" duration=\"" + clip.duration.text() + "\" tcFormat=\"" + tcFormat +
                      "\"/>\n";
             }

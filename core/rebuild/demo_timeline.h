@@ -33,6 +33,6 @@ struct DemoTimelineSpec {
 // FCPXML text: format "r1", assets "cam1", "cam2", ..., and either every clip
 // connected to one long spine gap on the lane of its camera (lane 1 for the
 // first camera) or one mc-clip of media "mc1".
-std::string makeDemoSourceTimeline(const DemoTimelineSpec& spec);
+std::string makeDemoSourceTimeline(const DemoTimelineSpec& recipe);
 
 }  // namespace norvane

@@ -242,12 +242,12 @@ fs::path corruptCopyPath(const fs::path& file) {
 
 }  // namespace
 
-// MARK: - SettingsError
+// SettingsError
 
 SettingsError SettingsError::unknownKey(std::string_view key) {
     std::string names;
-    for (const auto& spec : kKeys) {
-        names += (names.empty() ? "" : ", ") + std::string(spec.name);
+    for (const auto& known : kKeys) {
+        names += (names.empty() ? "" : ", ") + std::string(known.name);
     }
     return SettingsError(Kind::unknownKey, "Unknown setting \"" + std::string(key) +
                                                "\". Known settings: " + names +
@@ -265,7 +265,7 @@ SettingsError SettingsError::saveFailed(const std::string& reason) {
     return SettingsError(Kind::saveFailed, reason);
 }
 
-// MARK: - Locations
+// Locations
 
 fs::path AppSettingsStore::homeDirectoryPath() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
@@ -293,7 +293,7 @@ fs::path AppSettingsStore::defaultSettingsPath() {
     return homeDirectoryPath() / ".config" / "norvane" / "settings.json";
 }
 
-// MARK: - Construction and persistence
+// Construction and persistence
 
 AppSettingsStore::AppSettingsStore() : AppSettingsStore(defaultSettingsPath()) {}
 
@@ -383,7 +383,7 @@ bool AppSettingsStore::save() {
     }
 }
 
-// MARK: - Load rules and values
+// Load rules and values
 
 void AppSettingsStore::applyStored(std::size_t index, const Json* stored) {
     const std::string* text =
@@ -535,7 +535,7 @@ void AppSettingsStore::resetToSystemDefaults() {
     }
 }
 
-// MARK: - Observers
+// Observers
 
 int AppSettingsStore::addObserver(std::function<void(const std::string& key)> observer) {
     const int token = nextObserverToken_++;
@@ -557,7 +557,7 @@ void AppSettingsStore::notify(const std::string& key) {
     }
 }
 
-// MARK: - Typed setters
+// Typed setters
 
 void AppSettingsStore::setDefaultFrameRatePreset(FrameRatePreset value) {
     assign(kFrameRatePreset, label(value));
@@ -615,7 +615,7 @@ void AppSettingsStore::setPolySplitDefaultOutputFolderPath(const std::string& va
     assign(kPolySplitOutputFolderPath, value);
 }
 
-// MARK: - Generic access
+// Generic access
 
 std::vector<std::string> AppSettingsStore::keys() {
     std::vector<std::string> out;

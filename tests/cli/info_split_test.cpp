@@ -23,13 +23,13 @@ std::string quoted(const fs::path& p) {
 
 // A stereo 24-bit file stamped at 01:00:00:00 (25 fps, 48 kHz) with iXML.
 ByteBuffer stampedFile() {
-    testing::WavSpec spec;
-    spec.bits = 24;
-    spec.frames = 480;
+    testing::WavSpec recipe;
+    recipe.bits = 24;
+    recipe.frames = 480;
     const std::string ixml = "<BWFXML>\n  <TIMECODE>01:00:00:00</TIMECODE>\n</BWFXML>";
-    spec.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
+    recipe.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
                        {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
-    return testing::makeWav(spec);
+    return testing::makeWav(recipe);
 }
 
 TEST(InfoCommandTest, TextAndJson) {

@@ -31,26 +31,26 @@ std::size_t frameLength(const std::vector<std::vector<std::int32_t>>& channels) 
 
 }  // namespace
 
-ByteBuffer makeFmtPayload(const WavSpec& spec) {
-    if (spec.fmtPayload) {
-        return *spec.fmtPayload;
+ByteBuffer makeFmtPayload(const WavSpec& recipe) {
+    if (recipe.fmtPayload) {
+        return *recipe.fmtPayload;
     }
     const std::uint16_t blockAlign =
-        spec.blockAlign.value_or(static_cast<std::uint16_t>(spec.channels * spec.bits / 8));
+        recipe.blockAlign.value_or(static_cast<std::uint16_t>(recipe.channels * recipe.bits / 8));
     ByteBuffer p;
-    put16(p, spec.format);
-    put16(p, spec.channels);
-    put32(p, spec.sampleRate);
-    put32(p, spec.byteRate.value_or(spec.sampleRate * blockAlign));
+    put16(p, recipe.format);
+    put16(p, recipe.channels);
+    put32(p, recipe.sampleRate);
+    put32(p, recipe.byteRate.value_or(recipe.sampleRate * blockAlign));
     put16(p, blockAlign);
-    put16(p, spec.bits);
-    if (spec.format == kWavExtensible) {
+    put16(p, recipe.bits);
+    if (recipe.format == kWavExtensible) {
         put16(p, 22);         // cbSize
-        put16(p, spec.bits);  // valid bits per sample
+        put16(p, recipe.bits);  // valid bits per sample
         put32(p, 0);          // channel mask
         const std::uint8_t guidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
                                            0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-        put16(p, spec.subFormat);
+        put16(p, recipe.subFormat);
         p.insert(p.end(), std::begin(guidTail), std::end(guidTail));
     }
     return p;
@@ -77,28 +77,28 @@ ByteBuffer makeRiff(const ByteBuffer& body) {
     return out;
 }
 
-ByteBuffer makeWav(const WavSpec& spec) {
+ByteBuffer makeWav(const WavSpec& recipe) {
     ByteBuffer body;
     auto add = [&](const WavChunkSpec& c) {
         ByteBuffer bytes = makeChunk(c);
         body.insert(body.end(), bytes.begin(), bytes.end());
     };
-    for (const auto& c : spec.beforeFmt)
+    for (const auto& c : recipe.beforeFmt)
         add(c);
-    if (spec.includeFmt)
-        add({"fmt ", makeFmtPayload(spec), std::nullopt, true});
-    for (const auto& c : spec.beforeData)
+    if (recipe.includeFmt)
+        add({"fmt ", makeFmtPayload(recipe), std::nullopt, true});
+    for (const auto& c : recipe.beforeData)
         add(c);
-    if (spec.includeData) {
-        ByteBuffer data = spec.data.value_or(ByteBuffer(
-            static_cast<std::size_t>(spec.frames) *
-                spec.blockAlign.value_or(static_cast<std::uint16_t>(spec.channels * spec.bits / 8)),
+    if (recipe.includeData) {
+        ByteBuffer data = recipe.data.value_or(ByteBuffer(
+            static_cast<std::size_t>(recipe.frames) *
+                recipe.blockAlign.value_or(static_cast<std::uint16_t>(recipe.channels * recipe.bits / 8)),
             0));
-        add({"data", std::move(data), spec.dataDeclaredSize, true});
+        add({"data", std::move(data), recipe.dataDeclaredSize, true});
     }
-    for (const auto& c : spec.afterData)
+    for (const auto& c : recipe.afterData)
         add(c);
-    body.insert(body.end(), spec.trailing.begin(), spec.trailing.end());
+    body.insert(body.end(), recipe.trailing.begin(), recipe.trailing.end());
     return makeRiff(body);
 }
 
@@ -144,12 +144,12 @@ ByteBuffer makePcm(int bits, std::uint32_t sampleRate,
         }
         ints.push_back(std::move(c));
     }
-    WavSpec spec;
-    spec.channels = static_cast<std::uint16_t>(channels.size());
-    spec.sampleRate = sampleRate;
-    spec.bits = static_cast<std::uint16_t>(bits);
-    spec.data = interleavePcm(bits, ints);
-    return makeWav(spec);
+    WavSpec recipe;
+    recipe.channels = static_cast<std::uint16_t>(channels.size());
+    recipe.sampleRate = sampleRate;
+    recipe.bits = static_cast<std::uint16_t>(bits);
+    recipe.data = interleavePcm(bits, ints);
+    return makeWav(recipe);
 }
 
 ByteBuffer makePcm16(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels) {
@@ -157,13 +157,13 @@ ByteBuffer makePcm16(std::uint32_t sampleRate, const std::vector<std::vector<flo
 }
 
 ByteBuffer makeFloat32(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels) {
-    WavSpec spec;
-    spec.format = kWavFloat;
-    spec.channels = static_cast<std::uint16_t>(channels.size());
-    spec.sampleRate = sampleRate;
-    spec.bits = 32;
-    spec.data = interleaveFloat(channels);
-    return makeWav(spec);
+    WavSpec recipe;
+    recipe.format = kWavFloat;
+    recipe.channels = static_cast<std::uint16_t>(channels.size());
+    recipe.sampleRate = sampleRate;
+    recipe.bits = 32;
+    recipe.data = interleaveFloat(channels);
+    return makeWav(recipe);
 }
 
 ByteBuffer makeBextPayload(std::uint64_t timeReference, const std::string& description) {

@@ -40,12 +40,12 @@ void writeLTC(const fs::path& path, double seconds, int channels = 1,
 
 // A stem: tone-free silence of the same length as the LTC file.
 void writeStem(const fs::path& path, double seconds, int channels = 2) {
-    testing::WavSpec spec;
-    spec.channels = static_cast<std::uint16_t>(channels);
-    spec.bits = 24;
-    spec.frames = static_cast<std::int64_t>(seconds * 48000);
+    testing::WavSpec recipe;
+    recipe.channels = static_cast<std::uint16_t>(channels);
+    recipe.bits = 24;
+    recipe.frames = static_cast<std::int64_t>(seconds * 48000);
     fs::create_directories(path.parent_path());
-    testing::writeBytes(path, testing::makeWav(spec));
+    testing::writeBytes(path, testing::makeWav(recipe));
 }
 
 // A 16-bit two-channel recording of the given channel signals (equal lengths).
@@ -58,12 +58,12 @@ void writeTwoChannels(const fs::path& path, const std::vector<float>& first,
                                  static_cast<std::int16_t>(std::lround(x * 32767.0f))));
         }
     }
-    testing::WavSpec spec;
-    spec.channels = 2;
-    spec.bits = 16;
-    spec.data = std::move(data);
+    testing::WavSpec recipe;
+    recipe.channels = 2;
+    recipe.bits = 16;
+    recipe.data = std::move(data);
     fs::create_directories(path.parent_path());
-    testing::writeBytes(path, testing::makeWav(spec));
+    testing::writeBytes(path, testing::makeWav(recipe));
 }
 
 std::vector<float> ltcFrom(const Timecode& start, std::int64_t frames) {
@@ -133,11 +133,11 @@ TEST(StampWorkflowTest, IngestReportsWhatItCouldNotUse) {
     EXPECT_TRUE(stamp.files().isEmpty());
 
     // A header that promises more than the file holds.
-    testing::WavSpec spec;
-    spec.frames = 100;
-    spec.dataDeclaredSize = 1'000'000;
+    testing::WavSpec recipe;
+    recipe.frames = 100;
+    recipe.dataDeclaredSize = 1'000'000;
     fs::create_directories(f.dir / "bad");
-    testing::writeBytes(f.dir / "bad" / "cut.wav", testing::makeWav(spec));
+    testing::writeBytes(f.dir / "bad" / "cut.wav", testing::makeWav(recipe));
     testing::writeBytes(f.dir / "bad" / "junk.wav", ByteBuffer(64, 'j'));
     stamp.ingest({q(f.dir / "bad")});
     EXPECT_EQ(stamp.statusMessage(),

@@ -20,13 +20,13 @@ QString q(const fs::path& path) {
 
 // A synced take whose iXML carries its event timecode.
 void writeTake(const fs::path& path, const std::string& timecode, double seconds) {
-    testing::WavSpec spec;
-    spec.channels = 1;
-    spec.frames = static_cast<std::int64_t>(seconds * 48000);
+    testing::WavSpec recipe;
+    recipe.channels = 1;
+    recipe.frames = static_cast<std::int64_t>(seconds * 48000);
     const std::string ixml = "<BWFXML><TIMECODE>" + timecode + "</TIMECODE></BWFXML>";
-    spec.beforeData.emplace_back("iXML", ByteBuffer(ixml.begin(), ixml.end()));
+    recipe.beforeData.emplace_back("iXML", ByteBuffer(ixml.begin(), ixml.end()));
     fs::create_directories(path.parent_path());
-    testing::writeBytes(path, testing::makeWav(spec));
+    testing::writeBytes(path, testing::makeWav(recipe));
 }
 
 struct Fixture {
@@ -38,9 +38,9 @@ struct Fixture {
     fs::path output = dir / "out";
 
     Fixture() {
-        DemoTimelineSpec spec;
-        spec.lanes = {{"camA", {{"01:00:00:00"}, {"01:00:20:00"}}}};
-        const std::string xml = makeDemoSourceTimeline(spec);
+        DemoTimelineSpec recipe;
+        recipe.lanes = {{"camA", {{"01:00:00:00"}, {"01:00:20:00"}}}};
+        const std::string xml = makeDemoSourceTimeline(recipe);
         writeFile(source, ByteBuffer(xml.begin(), xml.end()), WriteMode::createNew);
         writeTake(synced / "evt1_trk1.wav", "01:00:00:00", 2);
         writeTake(synced / "evt1_trk2.wav", "01:00:00:00", 2);

@@ -11,11 +11,11 @@ using testing::WavChunkSpec;
 using testing::WavSpec;
 
 WAVFile fileWith(std::vector<WavChunkSpec> extra, std::uint32_t rate = 48000) {
-    WavSpec spec;
-    spec.sampleRate = rate;
-    spec.frames = 1;
-    spec.beforeData = std::move(extra);
-    return WAVFile::fromBytes(testing::makeWav(spec));
+    WavSpec recipe;
+    recipe.sampleRate = rate;
+    recipe.frames = 1;
+    recipe.beforeData = std::move(extra);
+    return WAVFile::fromBytes(testing::makeWav(recipe));
 }
 
 TEST(BWFReaderTest, InfoReadsTheFirstLongEnoughBextChunk) {

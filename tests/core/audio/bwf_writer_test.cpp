@@ -77,11 +77,11 @@ TEST(BWFWriterTest, TextFieldsAreCutToTheirWidthInBytes) {
 }
 
 TEST(BWFWriterTest, ChunkPlacement) {
-    WavSpec spec;
-    spec.frames = 4;
-    spec.beforeData = {{"bext", testing::makeBextPayload(77)}};
-    spec.afterData = {{"iXML", bytesOf("<old/>")}, {"LIST", bytesOf("INFOxyz")}};
-    WAVFile source = WAVFile::fromBytes(testing::makeWav(spec));
+    WavSpec recipe;
+    recipe.frames = 4;
+    recipe.beforeData = {{"bext", testing::makeBextPayload(77)}};
+    recipe.afterData = {{"iXML", bytesOf("<old/>")}, {"LIST", bytesOf("INFOxyz")}};
+    WAVFile source = WAVFile::fromBytes(testing::makeWav(recipe));
     ByteBuffer out = BWFWriter::build(source, sampleStamp());
     EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "iXML", "data", "LIST"}));
 
@@ -95,7 +95,7 @@ TEST(BWFWriterTest, ChunkPlacement) {
     // a second fmt chunk gets nothing.
     BWFStampInfo noIxml = sampleStamp();
     noIxml.ixml.reset();
-    WavSpec twoFmt = spec;
+    WavSpec twoFmt = recipe;
     twoFmt.beforeData.push_back({"fmt ", testing::makeFmtPayload(WavSpec{})});
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(twoFmt)), noIxml);
     EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
@@ -109,11 +109,11 @@ TEST(BWFWriterTest, ChunkPlacement) {
 }
 
 TEST(BWFWriterTest, RoundTripKeepsAudioAndReadsBack) {
-    WavSpec spec;
-    spec.bits = 24;
-    spec.data = testing::interleavePcm(24, {{1, 2, 3}, {-4, -5, -6}});
-    spec.afterData = {{"LIST", bytesOf("INFOabc")}};
-    WAVFile source = WAVFile::fromBytes(testing::makeWav(spec));
+    WavSpec recipe;
+    recipe.bits = 24;
+    recipe.data = testing::interleavePcm(24, {{1, 2, 3}, {-4, -5, -6}});
+    recipe.afterData = {{"LIST", bytesOf("INFOabc")}};
+    WAVFile source = WAVFile::fromBytes(testing::makeWav(recipe));
     BWFStampInfo stamp = sampleStamp();
     stamp.ixml = "odd";  // odd length: a pad byte follows
     const ByteBuffer out = BWFWriter::build(source, stamp);

@@ -22,11 +22,11 @@ std::string buildError(const ByteBuffer& source, int channel) {
 }
 
 TEST(MonoWAVWriterTest, ExtractsOneChannelWithAPlainHeader) {
-    WavSpec spec;
-    spec.sampleRate = 44100;
-    spec.data = testing::interleavePcm(16, {{0x0A0A, 0x0B0B, 0x0C0C}, {0x1A1A, 0x1B1B, 0x1C1C}});
-    spec.beforeData = {{"bext", testing::makeBextPayload(99)}, {"LIST", ByteBuffer(4, 'x')}};
-    const ByteBuffer out = MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(spec)), 1);
+    WavSpec recipe;
+    recipe.sampleRate = 44100;
+    recipe.data = testing::interleavePcm(16, {{0x0A0A, 0x0B0B, 0x0C0C}, {0x1A1A, 0x1B1B, 0x1C1C}});
+    recipe.beforeData = {{"bext", testing::makeBextPayload(99)}, {"LIST", ByteBuffer(4, 'x')}};
+    const ByteBuffer out = MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(recipe)), 1);
     const auto chunks = testing::listChunks(out);
     ASSERT_EQ(chunks.size(), 2u);
     EXPECT_EQ(chunks[0].id, "fmt ");
@@ -108,10 +108,10 @@ TEST(MonoWAVWriterTest, RefusedSourcesHaveTheirMessages) {
 }
 
 TEST(MonoWAVWriterTest, TrailingPartialFrameIsDropped) {
-    WavSpec spec;
-    spec.data = ByteBuffer{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};  // 2 frames + 2 bytes
+    WavSpec recipe;
+    recipe.data = ByteBuffer{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};  // 2 frames + 2 bytes
     const auto chunks =
-        testing::listChunks(MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(spec)), 0));
+        testing::listChunks(MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(recipe)), 0));
     EXPECT_EQ(chunks[1].payload, (ByteBuffer{1, 2, 5, 6}));
 }
 

@@ -54,11 +54,11 @@ TEST(WAVFileTest, HeaderFaultsHaveTheirMessages) {
 }
 
 TEST(WAVFileTest, ChunkWalkFindsChunksAfterPadBytes) {
-    WavSpec spec;
-    spec.frames = 3;
-    spec.beforeFmt = {{"junk", {1, 2, 3}, std::nullopt, true}};
-    spec.afterData = {{"LIST", text("INFOabcde"), std::nullopt, true}};
-    WAVFile file = WAVFile::fromBytes(makeWav(spec), "/x/a.wav");
+    WavSpec recipe;
+    recipe.frames = 3;
+    recipe.beforeFmt = {{"junk", {1, 2, 3}, std::nullopt, true}};
+    recipe.afterData = {{"LIST", text("INFOabcde"), std::nullopt, true}};
+    WAVFile file = WAVFile::fromBytes(makeWav(recipe), "/x/a.wav");
     ASSERT_EQ(file.chunks().size(), 4u);
     EXPECT_EQ(file.chunks()[0].id, "junk");
     EXPECT_EQ(file.chunks()[0].data.size(), 3u);
@@ -207,10 +207,10 @@ TEST(WAVFileTest, SampleScalingIsAsymmetric) {
 
 TEST(WAVFileTest, ChannelChoiceAndMixDown) {
     std::vector<std::vector<std::int32_t>> ch = {{100, 200}, {300, 400}, {-500, 600}, {7, 8}};
-    WavSpec spec;
-    spec.channels = 4;
-    spec.data = testing::interleavePcm(16, ch);
-    WAVFile file = WAVFile::fromBytes(makeWav(spec));
+    WavSpec recipe;
+    recipe.channels = 4;
+    recipe.data = testing::interleavePcm(16, ch);
+    WAVFile file = WAVFile::fromBytes(makeWav(recipe));
     EXPECT_EQ(file.samples(7), file.samples(3));
     EXPECT_EQ(file.samples(-2), file.samples(0));
     EXPECT_EQ(file.samples(3), (std::vector<float>{7 / 32767.0f, 8 / 32767.0f}));
@@ -257,29 +257,29 @@ TEST(WAVFileTest, ImpossibleLayoutsGiveNoSamples) {
 }
 
 TEST(WAVFileTest, DurationAndFrames) {
-    WavSpec spec;
-    spec.bits = 24;
-    spec.data = ByteBuffer(2'880'000, 0);
-    WAVFile file = WAVFile::fromBytes(makeWav(spec));
+    WavSpec recipe;
+    recipe.bits = 24;
+    recipe.data = ByteBuffer(2'880'000, 0);
+    WAVFile file = WAVFile::fromBytes(makeWav(recipe));
     EXPECT_EQ(file.duration(), 10.0);
     EXPECT_EQ(file.frameCount(), 480'000);
-    spec.byteRate = 0;
-    spec.blockAlign = 0;
-    spec.data = ByteBuffer(6, 0);
-    WAVFile zero = WAVFile::fromBytes(makeWav(spec));
+    recipe.byteRate = 0;
+    recipe.blockAlign = 0;
+    recipe.data = ByteBuffer(6, 0);
+    WAVFile zero = WAVFile::fromBytes(makeWav(recipe));
     EXPECT_EQ(zero.duration(), 0.0);
     EXPECT_EQ(zero.frameCount(), 0);
 }
 
 TEST(WAVFileTest, ReplacingDataKeepsChunkOrderAndSharesStorage) {
-    WavSpec spec;
-    spec.frames = 2;
-    spec.beforeData = {{"bext", testing::makeBextPayload(5), std::nullopt, true}};
-    spec.afterData = {{"data", ByteBuffer(4, 9), std::nullopt, true},
+    WavSpec recipe;
+    recipe.frames = 2;
+    recipe.beforeData = {{"bext", testing::makeBextPayload(5), std::nullopt, true}};
+    recipe.afterData = {{"data", ByteBuffer(4, 9), std::nullopt, true},
                       {"LIST", text("INFO"), std::nullopt, true}};
     std::optional<WAVFile> copy;
     {
-        WAVFile file = WAVFile::fromBytes(makeWav(spec), "/in.wav");
+        WAVFile file = WAVFile::fromBytes(makeWav(recipe), "/in.wav");
         EXPECT_EQ(file.dataChunk().size(), 4u);  // the last data chunk wins
         copy = file.replacingData(ByteBuffer{1, 2, 3, 4, 5, 6}, "/out.wav");
         EXPECT_EQ(file.dataChunk().size(), 4u);  // the source is unchanged
@@ -304,10 +304,10 @@ TEST(WAVFileTest, ReplacingDataKeepsChunkOrderAndSharesStorage) {
 }
 
 TEST(WAVFileTest, NonASCIIChunkIdIsEmpty) {
-    WavSpec spec;
-    spec.frames = 1;
-    spec.afterData = {{"\xC3\xA9xy", {1, 2}, std::nullopt, true}};
-    WAVFile file = WAVFile::fromBytes(makeWav(spec));
+    WavSpec recipe;
+    recipe.frames = 1;
+    recipe.afterData = {{"\xC3\xA9xy", {1, 2}, std::nullopt, true}};
+    WAVFile file = WAVFile::fromBytes(makeWav(recipe));
     ASSERT_EQ(file.chunks().size(), 3u);
     EXPECT_EQ(file.chunks()[2].id, "");
 }

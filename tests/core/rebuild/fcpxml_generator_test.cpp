@@ -79,10 +79,10 @@ void expectValid(const std::string& xml) {
 }
 
 std::string twoCameraSource() {
-    DemoTimelineSpec spec;
-    spec.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
+    DemoTimelineSpec recipe;
+    recipe.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
                   {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
-    return makeDemoSourceTimeline(spec);
+    return makeDemoSourceTimeline(recipe);
 }
 
 std::vector<ResolveRebuildAudioInput> twoEvents() {
@@ -200,11 +200,11 @@ TEST(FCPXMLGenerator, MissingCameraBehaviours) {
 }
 
 TEST(FCPXMLGenerator, MulticamSourcesAndRange) {
-    DemoTimelineSpec spec;
-    spec.multicam = true;
-    spec.lanes = {{"A", {{"01:00:00:00", RationalTime::seconds(60)}}},
+    DemoTimelineSpec recipe;
+    recipe.multicam = true;
+    recipe.lanes = {{"A", {{"01:00:00:00", RationalTime::seconds(60)}}},
                   {"B", {{"00:59:50:00", RationalTime::seconds(20)}}}};
-    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(spec));
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(recipe));
     ASSERT_EQ(context.videoSources.size(), 1u);
     auto inputs = std::vector<ResolveRebuildAudioInput>{
         audio(1, "Trk1", "e1", 48000, "01:00:10:00", RationalTime(3610, 1)),
@@ -313,10 +313,10 @@ TEST(FCPXMLGenerator, DefaultsForBareSourcesAndBadTimecodes) {
 }
 
 TEST(FCPXMLGenerator, DoubleLTCCountsTimecodeAtHalfTheSequenceRate) {
-    DemoTimelineSpec spec;
-    spec.rateNumerator = 50;
-    spec.lanes = {{"Cam", {{"01:00:00:00", RationalTime::seconds(10)}}}};
-    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(spec));
+    DemoTimelineSpec recipe;
+    recipe.rateNumerator = 50;
+    recipe.lanes = {{"Cam", {{"01:00:00:00", RationalTime::seconds(10)}}}};
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(recipe));
     EXPECT_EQ(context.frameRate.numerator, 50);
     ResolveRebuildOptions options;
     options.videoFrameRateMode = VideoFrameRateMode::doubleLTC;

@@ -160,10 +160,10 @@ TEST(RebuildValidation, DurationBoundaryAndTolerance) {
 class RebuildRunTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        DemoTimelineSpec spec;
-        spec.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
+        DemoTimelineSpec recipe;
+        recipe.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
                       {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
-        testing::writeText(dir / "source.fcpxml", makeDemoSourceTimeline(spec));
+        testing::writeText(dir / "source.fcpxml", makeDemoSourceTimeline(recipe));
         std::filesystem::create_directory(dir / "synced");
         std::filesystem::create_directory(dir / "out");
         const std::uint64_t samplesPerFrame = 48000 / 25;

@@ -29,17 +29,17 @@ inline ByteBuffer bextPayload(std::uint64_t samples) {
     return payload;
 }
 
-inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpec& spec) {
+inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpec& recipe) {
     WavSpec wav;
-    wav.channels = spec.channels;
-    wav.sampleRate = spec.sampleRate;
+    wav.channels = recipe.channels;
+    wav.sampleRate = recipe.sampleRate;
     wav.bits = 16;
-    wav.frames = spec.frames;
-    if (spec.timeReference) {
-        wav.beforeData.emplace_back("bext", bextPayload(*spec.timeReference));
+    wav.frames = recipe.frames;
+    if (recipe.timeReference) {
+        wav.beforeData.emplace_back("bext", bextPayload(*recipe.timeReference));
     }
-    if (spec.ixml) {
-        wav.beforeData.emplace_back("iXML", ByteBuffer(spec.ixml->begin(), spec.ixml->end()));
+    if (recipe.ixml) {
+        wav.beforeData.emplace_back("iXML", ByteBuffer(recipe.ixml->begin(), recipe.ixml->end()));
     }
     writeFile(path, makeWav(wav), WriteMode::replaceAtomically);
 }

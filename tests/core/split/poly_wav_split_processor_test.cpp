@@ -78,21 +78,21 @@ TEST_P(PolyWavSplitLayoutTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) 
             const std::size_t bytesPerSample = layout.bits / 8u;
             const std::size_t block = bytesPerSample * static_cast<std::size_t>(channels);
             const std::size_t frames = 3;
-            WavSpec spec;
-            spec.format = layout.format;
-            spec.subFormat = layout.subFormat;
-            spec.bits = layout.bits;
-            spec.channels = static_cast<std::uint16_t>(channels);
-            spec.sampleRate = 44100;
-            spec.data = patternedData(frames * block);
+            WavSpec recipe;
+            recipe.format = layout.format;
+            recipe.subFormat = layout.subFormat;
+            recipe.bits = layout.bits;
+            recipe.channels = static_cast<std::uint16_t>(channels);
+            recipe.sampleRate = 44100;
+            recipe.data = patternedData(frames * block);
             if (layout.format == testing::kWavFloat || layout.subFormat == testing::kWavFloat) {
                 // Keep float samples finite so libsndfile reads sane values.
-                for (std::size_t k = 3; k < spec.data->size(); k += 4) {
-                    (*spec.data)[k] = 0x3E;
+                for (std::size_t k = 3; k < recipe.data->size(); k += 4) {
+                    (*recipe.data)[k] = 0x3E;
                 }
             }
-            spec.beforeData = {{"bext", testing::makeBextPayload(42)}};
-            testing::writeBytes(dir / "Take.wav", testing::makeWav(spec));
+            recipe.beforeData = {{"bext", testing::makeBextPayload(42)}};
+            testing::writeBytes(dir / "Take.wav", testing::makeWav(recipe));
             fs::create_directory(dir / "out");
 
             const auto report =
@@ -122,7 +122,7 @@ TEST_P(PolyWavSplitLayoutTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) 
                 // The channel taken independently from the source bytes.
                 ByteBuffer expected;
                 for (std::size_t f = 0; f < frames; ++f) {
-                    const auto at = spec.data->begin() +
+                    const auto at = recipe.data->begin() +
                                     static_cast<std::ptrdiff_t>(f * block + c * bytesPerSample);
                     expected.insert(expected.end(), at,
                                     at + static_cast<std::ptrdiff_t>(bytesPerSample));
