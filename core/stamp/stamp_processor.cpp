@@ -21,6 +21,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Sends one progress step to the caller, when it asked for progress.
+auto progressReporter(const ProgressCallback& progress) {
+    return [&progress](const std::string& phase, const std::string& message, std::int64_t done,
+                       std::int64_t total) {
+        if (progress) {
+            progress(ProcessingProgress{phase, message, done, total});
+        }
+    };
+}
+
 using SourceKey = std::pair<fs::path, std::optional<std::int64_t>>;
 
 std::vector<SourceKey> distinctSources(const std::vector<ProcessingJob>& jobs) {
@@ -130,12 +140,7 @@ ProcessingReport StampProcessor::run(const std::vector<FileDescriptor>& files,
                                      const ProgressCallback& progress,
                                      const CancellationQuery& isCancelled) const {
     const auto cancelled = [&] { return isCancelled && isCancelled(); };
-    const auto report = [&](const std::string& phase, const std::string& message, std::int64_t done,
-                            std::int64_t total) {
-        if (progress) {
-            progress(ProcessingProgress{phase, message, done, total});
-        }
-    };
+    const auto report = progressReporter(progress);
     if (files.size() < 2) {
         throw ProcessingError::notEnoughWavs();
     }
@@ -153,12 +158,7 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
                                          const ProgressCallback& progress,
                                          const CancellationQuery& isCancelled) const {
     const auto cancelled = [&] { return isCancelled && isCancelled(); };
-    const auto report = [&](const std::string& phase, const std::string& message, std::int64_t done,
-                            std::int64_t total) {
-        if (progress) {
-            progress(ProcessingProgress{phase, message, done, total});
-        }
-    };
+    const auto report = progressReporter(progress);
     if (cancelled()) {
         throw ProcessingError::cancelled();
     }
