@@ -14,23 +14,9 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::describeAll;
+using testing::optionsFor;
 using testing::TempDir;
-
-std::vector<FileDescriptor> describeAll(const std::vector<fs::path>& paths) {
-    std::vector<FileDescriptor> files;
-    for (const fs::path& p : paths) {
-        files.push_back(StampProcessor::describeFile(p));
-    }
-    return files;
-}
-
-ProcessingOptions optionsFor(ProcessingMode mode, FrameRatePreset preset, const fs::path& out) {
-    ProcessingOptions options;
-    options.mode = mode;
-    options.frameRatePreset = preset;
-    options.outputFolder = out;
-    return options;
-}
 
 // Every output of a stem carries the start of its group and the stem's audio.
 void expectStamped(const fs::path& output, const fs::path& source, const FrameRateConfig& rate,

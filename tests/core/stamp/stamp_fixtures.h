@@ -15,6 +15,7 @@
 #include "core/audio/wav_file.h"
 #include "core/common/file_output.h"
 #include "core/common/text.h"
+#include "core/stamp/stamp_processor.h"
 #include "core/timecode/timecode.h"
 #include "tests/support/wav_builder.h"
 
@@ -128,6 +129,25 @@ inline ExpectedStart expectedStart(const Timecode& atLeadIn, std::int64_t leadIn
     expected.timeReference = static_cast<std::uint64_t>(std::llround(
         static_cast<double>(TimecodeMath::frameCount(expected.timecode, rate)) * perFrame));
     return expected;
+}
+
+// The ingested form of each file, as the app lists them.
+inline std::vector<FileDescriptor> describeAll(const std::vector<std::filesystem::path>& paths) {
+    std::vector<FileDescriptor> files;
+    for (const std::filesystem::path& p : paths) {
+        files.push_back(StampProcessor::describeFile(p));
+    }
+    return files;
+}
+
+// Options of a run in `mode` at `preset`, writing into `out`; the rest default.
+inline ProcessingOptions optionsFor(ProcessingMode mode, FrameRatePreset preset,
+                                    const std::filesystem::path& out) {
+    ProcessingOptions options;
+    options.mode = mode;
+    options.frameRatePreset = preset;
+    options.outputFolder = out;
+    return options;
 }
 
 }  // namespace norvane::testing

@@ -13,23 +13,9 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::describeAll;
+using testing::optionsFor;
 using testing::TempDir;
-
-std::vector<FileDescriptor> describeAll(const std::vector<fs::path>& paths) {
-    std::vector<FileDescriptor> files;
-    for (const fs::path& p : paths) {
-        files.push_back(StampProcessor::describeFile(p));
-    }
-    return files;
-}
-
-ProcessingOptions optionsFor(ProcessingMode mode, FrameRatePreset preset, const fs::path& out) {
-    ProcessingOptions options;
-    options.mode = mode;
-    options.frameRatePreset = preset;
-    options.outputFolder = out;
-    return options;
-}
 
 std::string runError(const std::function<void()>& f) {
     try {
