@@ -8,11 +8,29 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <gtest/gtest.h>
+
 namespace norvane::testing {
 namespace fs = std::filesystem;
 
 fs::path dataDir() {
     return NORVANE_TEST_DATA_DIR;
+}
+
+fs::path sharedFixturesDir() {
+    return NORVANE_SHARED_FIXTURES_DIR;
+}
+
+fs::path sharedFixture(const std::string& relativePath) {
+    const fs::path path = sharedFixturesDir() / relativePath;
+    if (!fs::exists(path)) {
+        // Records the skip; the caller returns on the empty path.
+        const std::string message = "shared fixture not found: " + path.string();
+        ::testing::internal::AssertHelper(::testing::TestPartResult::kSkip, __FILE__, __LINE__,
+                                          message.c_str()) = ::testing::Message();
+        return {};
+    }
+    return path;
 }
 
 fs::path cliPath() {

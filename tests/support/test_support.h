@@ -7,13 +7,20 @@ namespace norvane::testing {
 
 // tests/data in the source tree.
 std::filesystem::path dataDir();
+// The project's shared fixtures (real FCPXML exports under fcpxml/, real
+// recordings under field/), kept beside the repository.
+std::filesystem::path sharedFixturesDir();
+// A file of the shared fixtures; the calling test is skipped with a message
+// when the fixtures are not beside this checkout. Use as
+//   const auto path = sharedFixture("field/atem_25fps.wav"); if (path.empty()) return;
+std::filesystem::path sharedFixture(const std::string& relativePath);
 // The built `norvane` command.
 std::filesystem::path cliPath();
 
 // A fresh folder under the system's temporary folder, removed with its
 // contents when the object goes away.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -21,7 +28,7 @@ public:
     const std::filesystem::path& path() const { return path_; }
     std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
 
-private:
+  private:
     std::filesystem::path path_;
 };
 
