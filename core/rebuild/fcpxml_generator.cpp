@@ -99,11 +99,33 @@ const std::map<std::string, std::set<std::string>, std::less<>>& knownAttributes
         {"media-rep", {"kind", "sig", "src", "suggestedFilename"}},
         {"media", {"id", "name", "uid", "modDate"}},
         {"multicam", {"format", "duration", "tcStart", "tcFormat", "renderFormat"}},
+        {"sequence",
+         {"format", "duration", "tcStart", "tcFormat", "audioLayout", "audioRate", "renderFormat",
+          "keywords"}},
         {"mc-angle", {"name", "angleID"}},
+        {"spine", {"lane", "offset", "name", "format"}},
         {"asset-clip",
          {"ref", "lane", "offset", "name", "start", "duration", "enabled", "srcEnable",
           "audioStart", "audioDuration", "format", "tcStart", "tcFormat", "modDate", "audioRole",
           "videoRole"}},
+        {"clip",
+         {"lane", "offset", "name", "start", "duration", "enabled", "format", "audioStart",
+          "audioDuration", "tcStart", "tcFormat", "modDate"}},
+        {"sync-clip",
+         {"lane", "offset", "name", "start", "duration", "enabled", "format", "audioStart",
+          "audioDuration", "tcStart", "tcFormat", "modDate"}},
+        {"ref-clip",
+         {"ref", "lane", "offset", "name", "start", "duration", "enabled", "srcEnable",
+          "audioStart", "audioDuration", "useAudioSubroles", "modDate"}},
+        {"mc-clip",
+         {"ref", "lane", "offset", "name", "start", "duration", "enabled", "srcEnable",
+          "audioStart", "audioDuration", "modDate"}},
+        {"mc-source", {"angleID", "srcEnable"}},
+        {"video",
+         {"ref", "lane", "offset", "name", "start", "duration", "enabled", "srcID", "role"}},
+        {"audio",
+         {"ref", "lane", "offset", "name", "start", "duration", "enabled", "srcID", "role", "srcCh",
+          "outCh"}},
         {"gap", {"name", "offset", "start", "duration", "enabled"}},
     };
     return table;
@@ -155,6 +177,9 @@ std::string laneAttr(std::int64_t lane) {
     return " lane=\"" + std::to_string(lane) + "\"";
 }
 
+const XMLNode* mediaNode(const SourceContext& context, std::string_view id);
+bool keptInCopy(const SourceContext& context, const XMLNode& node);
+
 // Which source resources the document needs, in the order they are written.
 struct SourceResources {
     std::vector<std::string> formats;
@@ -177,32 +202,87 @@ struct SourceResources {
             addFormat(context, *format);
         }
     }
-    void addMedia(const SourceContext& context, const MulticamMedia& media) {
-        if (!seen.emplace("m:" + media.id).second) {
+    // A multicam or compound clip's media, with every asset, format and
+    // media its copied content refers to.
+    void addMedia(const SourceContext& context, std::string_view id) {
+        const XMLNode* node = mediaNode(context, id);
+        if (node == nullptr || !seen.emplace("m:" + std::string(id)).second) {
             return;
         }
-        this->media.push_back(media.id);
-        addFormat(context, media.formatID);
-        if (media.mediaNode == nullptr) {
-            return;
-        }
-        if (const XMLNode* multicam = media.mediaNode->firstChild("multicam")) {
-            for (const auto& angle : multicam->children) {
-                for (const auto& clip : angle->children) {
-                    if (clip->name != "asset-clip") {
-                        continue;
-                    }
-                    if (auto ref = clip->attr("ref")) {
-                        addAsset(context, *ref);
-                    }
-                    if (auto format = clip->attr("format")) {
-                        addFormat(context, *format);
-                    }
+        media.emplace_back(id);
+        collect(context, *node);
+    }
+
+    void collect(const SourceContext& context, const XMLNode& node) {
+        for (const auto& child : node.children) {
+            if (!keptInCopy(context, *child)) {
+                continue;
+            }
+            if (auto format = child->attr("format")) {
+                addFormat(context, *format);
+            }
+            if (auto ref = child->attr("ref")) {
+                if (context.assetsByID.contains(std::string(*ref))) {
+                    addAsset(context, *ref);
+                } else {
+                    addMedia(context, *ref);
                 }
             }
+            collect(context, *child);
         }
     }
 };
+
+// The media element of a multicam or compound clip, or null.
+const XMLNode* mediaNode(const SourceContext& context, std::string_view id) {
+    if (auto it = context.multicamMediaByID.find(std::string(id));
+        it != context.multicamMediaByID.end()) {
+        return it->second.mediaNode;
+    }
+    auto it = context.compoundMediaByID.find(id);
+    return it != context.compoundMediaByID.end() ? it->second : nullptr;
+}
+
+// What of a multicam's or compound clip's content is copied: the story
+// elements and containers FCPXML 1.9 defines, when what they refer to is
+// copied too. Titles, effects, markers and filters are left out.
+bool keptInCopy(const SourceContext& context, const XMLNode& node) {
+    static const std::set<std::string, std::less<>> containers = {
+        "multicam", "sequence", "mc-angle", "spine", "gap", "clip", "sync-clip", "mc-source"};
+    if (containers.contains(node.name)) {
+        return true;
+    }
+    if (node.name == "asset-clip" || node.name == "video" || node.name == "audio") {
+        auto ref = node.attr("ref");
+        return ref && context.assetsByID.contains(std::string(*ref)) && node.hasAttr("duration");
+    }
+    if (node.name == "ref-clip" || node.name == "mc-clip") {
+        auto ref = node.attr("ref");
+        return ref && mediaNode(context, *ref) != nullptr && node.hasAttr("duration");
+    }
+    return false;
+}
+
+void writeCopy(std::vector<std::string>& lines, const SourceContext& context, const XMLNode& node,
+               std::size_t indent) {
+    std::string pad(indent, ' ');
+    std::string open = pad + "<" + node.name + copiedAttributes(node.name, node.attrs);
+    std::vector<const XMLNode*> kept;
+    for (const auto& child : node.children) {
+        if (keptInCopy(context, *child)) {
+            kept.push_back(child.get());
+        }
+    }
+    if (kept.empty()) {
+        lines.push_back(open + "/>");
+        return;
+    }
+    lines.push_back(open + ">");
+    for (const XMLNode* child : kept) {
+        writeCopy(lines, context, *child, indent + 2);
+    }
+    lines.push_back(pad + "</" + node.name + ">");
+}
 
 void writeSourceAsset(std::vector<std::string>& lines, const SourceAsset& asset) {
     lines.push_back("    <asset" + copiedAttributes("asset", asset.attrs) + ">");
@@ -217,28 +297,15 @@ void writeSourceAsset(std::vector<std::string>& lines, const SourceAsset& asset)
     lines.push_back("    </asset>");
 }
 
-void writeMulticamMedia(std::vector<std::string>& lines, const MulticamMedia& media) {
-    const XMLNode* node = media.mediaNode;
-    const XMLNode* multicam = node != nullptr ? node->firstChild("multicam") : nullptr;
-    if (multicam == nullptr) {
-        return;
-    }
-    lines.push_back("    <media" + copiedAttributes("media", node->attrs) + ">");
-    lines.push_back("      <multicam" + copiedAttributes("multicam", multicam->attrs) + ">");
-    for (const auto& angle : multicam->children) {
-        if (angle->name != "mc-angle") {
-            continue;
+void writeMedia(std::vector<std::string>& lines, const SourceContext& context,
+                const XMLNode& media) {
+    lines.push_back("    <media" + copiedAttributes("media", media.attrs) + ">");
+    for (const auto& child : media.children) {
+        if (child->name == "multicam" || child->name == "sequence") {
+            writeCopy(lines, context, *child, 6);
+            break;
         }
-        lines.push_back("        <mc-angle" + copiedAttributes("mc-angle", angle->attrs) + ">");
-        for (const auto& item : angle->children) {
-            if (item->name == "asset-clip" || item->name == "gap") {
-                lines.push_back("          <" + item->name +
-                                copiedAttributes(item->name, item->attrs) + "/>");
-            }
-        }
-        lines.push_back("        </mc-angle>");
     }
-    lines.push_back("      </multicam>");
     lines.push_back("    </media>");
 }
 
@@ -294,12 +361,17 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
     for (const RebuildPlan::Event& event : plan.events) {
         for (const RebuildPlan::Camera& camera : event.cameras) {
             if (const auto* native = std::get_if<CameraCandidate>(&camera.candidate)) {
+                if (native->elementName == "ref-clip") {
+                    resources.addMedia(context, native->assetRef);
+                    continue;
+                }
                 resources.addAsset(context, native->assetRef);
                 if (native->formatID) {
                     resources.addFormat(context, *native->formatID);
                 }
             } else {
-                resources.addMedia(context, std::get<MulticamCandidate>(camera.candidate).multicam);
+                resources.addMedia(context,
+                                   std::get<MulticamCandidate>(camera.candidate).multicam.id);
             }
         }
     }
@@ -324,7 +396,7 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
         writeSourceAsset(lines, context.assetsByID.at(id));
     }
     for (const std::string& id : resources.media) {
-        writeMulticamMedia(lines, context.multicamMediaByID.at(id));
+        writeMedia(lines, context, *mediaNode(context, id));
     }
 
     const std::string mixName = stereoMix.url.filename().string();
@@ -376,7 +448,12 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
                     format = attr("format", *native->formatID);
                 }
                 std::string tcFormat = native->tcFormat ? attr("tcFormat", *native->tcFormat) : "";
-                if (native->elementName == "clip") {
+                if (native->elementName == "ref-clip") {
+                    item.push_back("              <ref-clip" + laneAttr(camera.lane) +
+                                   attr("ref", native->assetRef) + attr("name", native->clipName) +
+                                   timeAttr("start", camera.start) + timeAttr("offset", at) +
+                                   timeAttr("duration", event.duration) + "/>");
+                } else if (native->elementName == "clip") {
                     item.push_back("              <clip" + laneAttr(camera.lane) +
                                    attr("name", native->clipName) + timeAttr("start", at) +
                                    timeAttr("offset", at) + timeAttr("duration", event.duration) +

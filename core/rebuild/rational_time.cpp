@@ -99,6 +99,29 @@ RationalTime RationalTime::fromSamples(std::int64_t samples, std::int64_t sample
     return RationalTime(samples, sampleRate);
 }
 
+std::optional<RationalTime> RationalTime::parseAnyForm(std::string_view text) {
+    std::string trimmed = trim(text);
+    std::string_view body(trimmed);
+    if (!body.empty() && body.back() == 's') {
+        body.remove_suffix(1);
+    }
+    std::size_t slash = body.find('/');
+    if (slash == std::string_view::npos) {
+        auto whole = parseInteger(body);
+        return whole ? std::optional<RationalTime>(RationalTime(*whole, 1)) : std::nullopt;
+    }
+    auto numerator = parseInteger(body.substr(0, slash));
+    auto denominator = parseInteger(body.substr(slash + 1));
+    if (!numerator || !denominator || *denominator == 0) {
+        return std::nullopt;
+    }
+    try {
+        return RationalTime(*numerator, *denominator);
+    } catch (const std::overflow_error&) {
+        return std::nullopt;
+    }
+}
+
 std::optional<RationalTime> RationalTime::parse(std::string_view text) {
     std::string trimmed = trim(text);
     if (trimmed.empty() || trimmed.back() != 's') {

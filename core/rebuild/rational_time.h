@@ -36,6 +36,10 @@ class RationalTime {
     // numerator, "/", a non-zero denominator, "s" (both base-10, optional sign).
     // "3600s", "1/0s", "/2s" and "1/2" give nullopt, as does anything else.
     static std::optional<RationalTime> parse(std::string_view text);
+    // Every form a timeline export writes a time in: "1001/30000s", "26s", and
+    // the same without the trailing "s" ("1001/30000", "26"). A zero
+    // denominator or any other text gives nullopt.
+    static std::optional<RationalTime> parseAnyForm(std::string_view text);
 
     constexpr std::int64_t numerator() const { return numerator_; }
     constexpr std::int64_t denominator() const { return denominator_; }

@@ -107,99 +107,180 @@ std::optional<RationalTime> timeAttr(const XMLNode& node, std::string_view key) 
     if (!value) {
         return std::nullopt;
     }
-    return RationalTime::parse(*value);
+    return RationalTime::parseAnyForm(*value);
+}
+
+bool isClipElement(std::string_view name) {
+    return name == "asset-clip" || name == "clip" || name == "sync-clip" || name == "ref-clip" ||
+           name == "mc-clip";
 }
 
 struct Reader {
     SourceContext& context;
 
-    bool isVideoAsset(std::string_view id) const {
+    const SourceAsset* videoAsset(std::string_view id) const {
         auto it = context.assetsByID.find(std::string(id));
-        return it != context.assetsByID.end() && it->second.hasVideo;
+        return it != context.assetsByID.end() && it->second.hasVideo ? &it->second : nullptr;
     }
 
-    // A camera clip element read with its first video child: nullopt when its
-    // lane, ref or times cannot be used.
-    std::optional<CameraCandidate> cameraClip(const XMLNode& clip) const {
-        auto lane = parseLane(attrOr(clip, "lane", "0"));
-        if (!lane) {
+    std::optional<TimeRange> assetRange(const SourceAsset& asset) const {
+        auto start = attributeValue(asset.attrs, "start");
+        auto duration = attributeValue(asset.attrs, "duration");
+        auto startTime = start ? RationalTime::parseAnyForm(*start) : RationalTime::zero();
+        auto durationTime = duration ? RationalTime::parseAnyForm(*duration) : std::nullopt;
+        if (!startTime || !durationTime || *durationTime <= RationalTime::zero()) {
             return std::nullopt;
         }
-        const XMLNode* video = clip.firstChild("video");
-        auto pick = [&](std::string_view key) -> std::optional<std::string_view> {
-            if (video != nullptr) {
-                if (auto v = video->attr(key)) {
-                    return v;
-                }
-            }
-            return clip.attr(key);
-        };
-        auto ref = pick("ref");
-        auto startText = pick("start");
-        auto durationText = pick("duration");
-        if (!ref || !isVideoAsset(*ref) || !startText || !durationText) {
+        return TimeRange{*startTime, *durationTime};
+    }
+
+    RationalTime assetStart(const SourceAsset& asset) const {
+        auto range = assetRange(asset);
+        if (range) {
+            return range->start;
+        }
+        auto start = attributeValue(asset.attrs, "start");
+        return start ? RationalTime::parseAnyForm(*start).value_or(RationalTime::zero())
+                     : RationalTime::zero();
+    }
+
+    // The compound clip's sequence range: [tcStart, tcStart + duration).
+    std::optional<TimeRange> compoundRange(const XMLNode& media) const {
+        const XMLNode* sequence = media.firstChild("sequence");
+        if (sequence == nullptr) {
             return std::nullopt;
         }
-        auto start = RationalTime::parse(*startText);
-        auto duration = RationalTime::parse(*durationText);
-        if (!start || !duration) {
+        auto start = timeAttr(*sequence, "tcStart").value_or(RationalTime::zero());
+        auto duration = timeAttr(*sequence, "duration");
+        if (!duration || *duration <= RationalTime::zero()) {
             return std::nullopt;
         }
-        CameraCandidate candidate;
-        candidate.laneRaw = *lane;
-        candidate.assetRef = std::string(*ref);
+        return TimeRange{start, *duration};
+    }
+
+    void setFrames(CameraCandidate& candidate) const {
+        candidate.startFrame = candidate.start.frames(context.frameRate);
+        candidate.durationFrames =
+            std::max<std::int64_t>(1, candidate.duration.frames(context.frameRate));
+    }
+
+    void setCommon(CameraCandidate& candidate, const XMLNode& clip, std::int64_t lane) const {
+        candidate.laneRaw = lane;
         candidate.clipName = attrOr(clip, "name", "");
         if (auto format = clip.attr("format")) {
             candidate.formatID = std::string(*format);
         }
-        candidate.start = *start;
-        candidate.duration = *duration;
-        candidate.startFrame = start->frames(context.frameRate);
-        candidate.durationFrames = std::max<std::int64_t>(1, duration->frames(context.frameRate));
         candidate.elementName = clip.name;
         candidate.offset = timeAttr(clip, "offset");
         if (auto tc = clip.attr("tcFormat"); tc && (*tc == "DF" || *tc == "NDF")) {
             candidate.tcFormat = std::string(*tc);
         }
+    }
+
+    // The item a clip or sync-clip shows its picture from: its first story
+    // element (no lane) that holds video, searched through nested clips.
+    // Returns the asset and the media time at the container's local time 0.
+    struct VideoSourceItem {
+        const SourceAsset* asset = nullptr;
+        RationalTime mediaAtLocalZero;
+    };
+    std::optional<VideoSourceItem> pictureOf(const XMLNode& container, int depth = 0) const {
+        if (depth > 8) {
+            return std::nullopt;
+        }
+        for (const auto& child : container.children) {
+            if (child->hasAttr("lane")) {
+                continue;
+            }
+            const std::string& name = child->name;
+            if (name != "video" && name != "asset-clip" && name != "clip" && name != "spine") {
+                continue;
+            }
+            RationalTime offset = timeAttr(*child, "offset").value_or(RationalTime::zero());
+            if (name == "spine") {
+                if (auto inner = pictureOf(*child, depth + 1)) {
+                    return VideoSourceItem{inner->asset, inner->mediaAtLocalZero - offset};
+                }
+                continue;
+            }
+            if (name == "clip") {
+                auto inner = pictureOf(*child, depth + 1);
+                if (!inner) {
+                    continue;
+                }
+                RationalTime start = timeAttr(*child, "start").value_or(RationalTime::zero());
+                return VideoSourceItem{inner->asset, inner->mediaAtLocalZero + start - offset};
+            }
+            auto ref = child->attr("ref");
+            const SourceAsset* asset = ref ? videoAsset(*ref) : nullptr;
+            if (asset == nullptr) {
+                continue;
+            }
+            RationalTime start = timeAttr(*child, "start").value_or(assetStart(*asset));
+            return VideoSourceItem{asset, start - offset};
+        }
+        return std::nullopt;
+    }
+
+    // A camera clip element at `lane`: nullopt when it shows no video or its
+    // times cannot be used.
+    std::optional<CameraCandidate> cameraClip(const XMLNode& clip, std::int64_t lane) const {
+        CameraCandidate candidate;
+        setCommon(candidate, clip, lane);
+        auto duration = timeAttr(clip, "duration");
+        if (clip.name == "asset-clip" || clip.name == "video") {
+            auto ref = clip.attr("ref");
+            const SourceAsset* asset = ref ? videoAsset(*ref) : nullptr;
+            if (asset == nullptr) {
+                return std::nullopt;
+            }
+            candidate.assetRef = asset->id;
+            candidate.start = timeAttr(clip, "start").value_or(assetStart(*asset));
+            candidate.mediaRange = assetRange(*asset);
+        } else if (clip.name == "clip" || clip.name == "sync-clip") {
+            // Older documents put ref/start/duration on a clip's video child.
+            const XMLNode* video = clip.firstChild("video");
+            auto picture = pictureOf(clip);
+            if (!picture) {
+                return std::nullopt;
+            }
+            candidate.assetRef = picture->asset->id;
+            RationalTime local = timeAttr(clip, "start").value_or(RationalTime::zero());
+            candidate.start = picture->mediaAtLocalZero + local;
+            candidate.mediaRange = assetRange(*picture->asset);
+            if (!duration && video != nullptr) {
+                duration = timeAttr(*video, "duration");
+            }
+        } else if (clip.name == "ref-clip") {
+            if (clip.attr("srcEnable") == std::optional<std::string_view>("audio")) {
+                return std::nullopt;
+            }
+            auto ref = clip.attr("ref");
+            auto media =
+                ref ? context.compoundMediaByID.find(*ref) : context.compoundMediaByID.end();
+            if (media == context.compoundMediaByID.end()) {
+                return std::nullopt;
+            }
+            candidate.assetRef = std::string(*ref);
+            candidate.mediaRange = compoundRange(*media->second);
+            RationalTime mediaStart =
+                candidate.mediaRange ? candidate.mediaRange->start : RationalTime::zero();
+            candidate.start = timeAttr(clip, "start").value_or(mediaStart);
+        } else {
+            return std::nullopt;
+        }
+        if (!duration) {
+            return std::nullopt;
+        }
+        candidate.duration = *duration;
+        setFrames(candidate);
         return candidate;
     }
 
-    static bool isClipContainer(std::string_view name) {
-        return name == "gap" || name == "clip" || name == "asset-clip";
-    }
-
-    void walkClips(const XMLNode& node) {
-        if (node.name == "clip" || node.name == "asset-clip") {
-            if (auto candidate = cameraClip(node)) {
-                context.candidates.push_back(std::move(*candidate));
-            }
-        }
-        for (const auto& child : node.children) {
-            if (isClipContainer(child->name)) {
-                walkClips(*child);
-            }
-        }
-    }
-
-    void walkMulticamClips(const XMLNode& node) {
-        if (node.name == "mc-clip") {
-            if (auto candidate = multicamClip(node)) {
-                context.multicamCandidates.push_back(std::move(*candidate));
-            }
-        }
-        for (const auto& child : node.children) {
-            if (isClipContainer(child->name) || child->name == "mc-clip") {
-                walkMulticamClips(*child);
-            }
-        }
-    }
-
-    std::optional<MulticamCandidate> multicamClip(const XMLNode& clip) const {
-        auto lane = parseLane(attrOr(clip, "lane", "0"));
+    std::optional<MulticamCandidate> multicamClip(const XMLNode& clip, std::int64_t lane) const {
         auto ref = clip.attr("ref");
-        auto start = timeAttr(clip, "start");
         auto duration = timeAttr(clip, "duration");
-        if (!lane || !ref || !start || !duration) {
+        if (!ref || !duration) {
             return std::nullopt;
         }
         auto media = context.multicamMediaByID.find(std::string(*ref));
@@ -207,7 +288,7 @@ struct Reader {
             return std::nullopt;
         }
         MulticamCandidate candidate;
-        candidate.laneRaw = *lane;
+        candidate.laneRaw = lane;
         candidate.multicam = media->second;
         candidate.clipName = attrOr(clip, "name", "");
         // The angle of the clip's first mc-source (editors write the video
@@ -215,11 +296,71 @@ struct Reader {
         const XMLNode* source = clip.firstChild("mc-source");
         candidate.angleID =
             source != nullptr ? attrOr(*source, "angleID", "") : media->second.defaultAngleID;
-        candidate.start = *start;
+        candidate.start = timeAttr(clip, "start").value_or(media->second.tcStart);
         candidate.duration = *duration;
-        candidate.startFrame = start->frames(context.frameRate);
+        candidate.startFrame = candidate.start.frames(context.frameRate);
         candidate.durationFrames = std::max<std::int64_t>(1, duration->frames(context.frameRate));
         return candidate;
+    }
+
+    void examine(const XMLNode& clip, std::int64_t lane) {
+        if (clip.name == "mc-clip") {
+            if (auto candidate = multicamClip(clip, lane)) {
+                context.multicamCandidates.push_back(std::move(*candidate));
+            }
+        } else if (auto candidate = cameraClip(clip, lane)) {
+            context.candidates.push_back(std::move(*candidate));
+        }
+    }
+
+    // The items of a storyline (the primary spine or a connected storyline at
+    // `lane`): every clip on it, and what is connected to each item. An
+    // item's own lane attribute counts from its parent's lane.
+    void walkStoryline(const XMLNode& storyline, std::int64_t lane, int depth = 0) {
+        if (depth > kMaxXMLDepth) {
+            return;
+        }
+        for (const auto& child : storyline.children) {
+            walkItem(*child, lane, depth + 1);
+        }
+    }
+
+    void walkItem(const XMLNode& item, std::int64_t parentLane, int depth) {
+        std::optional<std::int64_t> own = parseLane(attrOr(item, "lane", "0"));
+        if (!own) {
+            // An unreadable lane: the clip is left out, what hangs on it is not.
+            walkConnected(item, parentLane, depth);
+            return;
+        }
+        std::int64_t lane = parentLane + *own;
+        if (item.name == "spine") {
+            walkStoryline(item, lane, depth);
+        } else if (item.name == "audition") {
+            // The first object of an audition is the one that plays.
+            for (const auto& pick : item.children) {
+                if (isClipElement(pick->name)) {
+                    walkItem(*pick, lane, depth + 1);
+                    break;
+                }
+            }
+        } else if (isClipElement(item.name) || item.name == "video") {
+            // A video element standing in a storyline shows its asset like
+            // an asset-clip (effects and generators have no video asset).
+            examine(item, lane);
+            walkConnected(item, lane, depth);
+        } else if (item.name == "gap" || item.name == "transition" || item.name == "title" ||
+                   item.name == "audio") {
+            walkConnected(item, lane, depth);
+        }
+    }
+
+    // Connected items: the children of a story element that carry a lane.
+    void walkConnected(const XMLNode& parent, std::int64_t lane, int depth) {
+        for (const auto& child : parent.children) {
+            if (child->hasAttr("lane")) {
+                walkItem(*child, lane, depth + 1);
+            }
+        }
     }
 
     MulticamMedia multicamMedia(const XMLNode& media, const XMLNode& multicam) const {
@@ -239,12 +380,15 @@ struct Reader {
             angle.angleID = attrOr(*angleNode, "angleID", "");
             angle.name = attrOr(*angleNode, "name", "");
             for (const auto& clipNode : angleNode->children) {
-                if (clipNode->name != "asset-clip") {
+                if (clipNode->name != "asset-clip" && clipNode->name != "clip") {
                     continue;
                 }
-                auto clip = cameraClip(*clipNode);
+                auto clip = cameraClip(*clipNode, 0);
                 if (!clip) {
                     continue;
+                }
+                if (!clip->offset) {
+                    clip->offset = RationalTime::zero();
                 }
                 std::int64_t end = clip->startFrame + clip->durationFrames;
                 result.startFrame =
@@ -359,6 +503,11 @@ SourceContext readSourceTimeline(std::string_view sourceBytes) {
 
     Reader reader{context};
     for (const auto& child : resources->children) {
+        if (child->name == "media" && child->firstChild("sequence") != nullptr) {
+            context.compoundMediaByID[attrOr(*child, "id", "")] = child.get();
+        }
+    }
+    for (const auto& child : resources->children) {
         if (child->name != "media") {
             continue;
         }
@@ -368,8 +517,7 @@ SourceContext readSourceTimeline(std::string_view sourceBytes) {
         }
     }
 
-    reader.walkClips(*spine);
-    reader.walkMulticamClips(*spine);
+    reader.walkStoryline(*spine, 0);
 
     std::set<std::int64_t> lanes;
     for (const auto& c : context.candidates) {

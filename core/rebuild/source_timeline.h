@@ -2,12 +2,11 @@
 
 // What the timeline rebuild reads from a source timeline (FCPXML as editors
 // export it): the video formats, the media assets, the multicam media with
-// their angles, and the camera clips standing on lanes of the sequence.
+// their angles, and the camera clips of the project's sequence: on the
+// primary storyline, in connected storylines and connected to other clips.
 //
-// Times in the source are read only in the narrow rational form "n/ds";
-// anything else ("0s", "26s", a missing attribute) has no value, and a clip
-// whose start or duration has no value is skipped. Exports often write whole
-// seconds without a slash, so such clips are deliberately left out.
+// Times are read in every form exports write ("1001/30000s", "26s", with or
+// without the "s"); a clip without `start` starts where its media starts.
 
 #include <cstdint>
 #include <map>
@@ -80,8 +79,14 @@ struct CameraCandidate {
     RationalTime duration;
     std::int64_t startFrame = 0;
     std::int64_t durationFrames = 1;
-    // The source element: "asset-clip" or "clip".
+    // The source element: "asset-clip", "clip", "sync-clip" or "ref-clip".
+    // For a clip or sync-clip, assetRef is the asset of its video; for a
+    // ref-clip it is the compound clip's media.
     std::string elementName = "asset-clip";
+    // The range the clip's media covers in media time (the asset's, or the
+    // compound sequence's), when the source gives it. A clip placed on the
+    // rebuilt timeline never runs past it.
+    std::optional<TimeRange> mediaRange;
     // Position in the parent's timeline (multicam angle clips use it to map
     // media time to multicam time), when it parses.
     std::optional<RationalTime> offset;
@@ -144,6 +149,8 @@ struct SourceContext {
     std::vector<CameraCandidate> candidates;
     std::vector<MulticamCandidate> multicamCandidates;
     std::vector<VideoSource> videoSources;
+    // Every `media` resource holding a compound clip's sequence, by id.
+    std::map<std::string, const XMLNode*, std::less<>> compoundMediaByID;
     // The parsed document, kept for the generator (MulticamMedia::mediaNode).
     std::shared_ptr<const XMLNode> document;
 

@@ -81,7 +81,7 @@ void expectValid(const std::string& xml) {
 std::string twoCameraSource() {
     DemoTimelineSpec recipe;
     recipe.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
-                  {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
+                    {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
     return makeDemoSourceTimeline(recipe);
 }
 
@@ -203,7 +203,7 @@ TEST(FCPXMLGenerator, MulticamSourcesAndRange) {
     DemoTimelineSpec recipe;
     recipe.multicam = true;
     recipe.lanes = {{"A", {{"01:00:00:00", RationalTime::seconds(60)}}},
-                  {"B", {{"00:59:50:00", RationalTime::seconds(20)}}}};
+                    {"B", {{"00:59:50:00", RationalTime::seconds(20)}}}};
     SourceContext context = readSourceTimeline(makeDemoSourceTimeline(recipe));
     ASSERT_EQ(context.videoSources.size(), 1u);
     auto inputs = std::vector<ResolveRebuildAudioInput>{

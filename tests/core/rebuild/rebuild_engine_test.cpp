@@ -162,7 +162,7 @@ class RebuildRunTest : public ::testing::Test {
     void SetUp() override {
         DemoTimelineSpec recipe;
         recipe.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}},
-                      {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
+                        {"CamB", {{"01:00:00:00", RationalTime::seconds(30)}}}};
         testing::writeText(dir / "source.fcpxml", makeDemoSourceTimeline(recipe));
         std::filesystem::create_directory(dir / "synced");
         std::filesystem::create_directory(dir / "out");

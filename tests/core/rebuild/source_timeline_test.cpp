@@ -45,7 +45,7 @@ const std::string kCamera =
 
 // --- Real exports -------------------------------------------------------------
 
-TEST(SourceTimelineExports, MixedRatesReadTheProjectSequenceAndSkipWholeSecondTimes) {
+TEST(SourceTimelineExports, MixedRatesReadEveryTimeFormAndConnectedStoryline) {
     SourceContext c = readSourceTimeline(fixture("24.fcpxml"));
     ASSERT_EQ(c.formats.size(), 3u);
     EXPECT_EQ(c.formats[1].id, "r5");
@@ -60,35 +60,39 @@ TEST(SourceTimelineExports, MixedRatesReadTheProjectSequenceAndSkipWholeSecondTi
     EXPECT_EQ(attributeValue(*c.assetsByID.at("r4").mediaRep, "src"),
               "file:///Users/user/Movies/TestVideo.mp4");
 
-    // Fifteen asset-clips are walked: those without a start, those with
-    // "26s" durations, the compound clip's own and the ones inside connected
-    // storylines are not candidates.
-    ASSERT_EQ(c.candidates.size(), 10u);
-    for (const CameraCandidate& cand : c.candidates) {
-        EXPECT_NE(cand.duration, RationalTime(26, 1));
-    }
+    // The first clip has no start: it starts where its asset does ("0s").
     const CameraCandidate& first = c.candidates[0];
     EXPECT_EQ(first.assetRef, "r4");
-    EXPECT_EQ(first.clipName, "TestVideo");
-    EXPECT_EQ(first.formatID, "r5");
-    EXPECT_EQ(first.start, RationalTime(79079, 1600));
-    EXPECT_EQ(first.startFrame, 1186);  // 49.424... s at 24 fps
-    EXPECT_EQ(first.durationFrames, 901);
-    EXPECT_EQ(first.tcFormat, "NDF");
-    // The clip connected above a spine clip stands on lane 1.
-    const CameraCandidate& connected = c.candidates[4];
-    EXPECT_EQ(connected.laneRaw, 1);
-    EXPECT_EQ(connected.start, RationalTime(2399397, 8000));
-    EXPECT_EQ(connected.durationFrames, 369);
+    EXPECT_EQ(first.start, RationalTime::zero());
+    EXPECT_EQ(first.duration, RationalTime(760, 24));
+    ASSERT_TRUE(first.mediaRange);
+    EXPECT_EQ(first.mediaRange->duration, RationalTime(416166, 1000));
+    const CameraCandidate& second = c.candidates[1];
+    EXPECT_EQ(second.formatID, "r5");
+    EXPECT_EQ(second.start, RationalTime(79079, 1600));
+    EXPECT_EQ(second.startFrame, 1186);  // 49.424... s at 24 fps
+    EXPECT_EQ(second.durationFrames, 901);
+    EXPECT_EQ(second.tcFormat, "NDF");
+    // "26s" is 26 seconds.
+    EXPECT_EQ(c.candidates[2].duration, RationalTime(26, 1));
+    // The clips of the connected storyline above the fifth spine clip.
+    EXPECT_EQ(c.candidates[5].laneRaw, 1);
+    EXPECT_EQ(c.candidates[5].start, RationalTime(397699, 2400));
+    // The compound clip: its media's sequence is its range.
+    auto ref = std::find_if(c.candidates.begin(), c.candidates.end(),
+                            [](const CameraCandidate& k) { return k.elementName == "ref-clip"; });
+    ASSERT_NE(ref, c.candidates.end());
+    EXPECT_EQ(ref->assetRef, "r8");
+    EXPECT_EQ(ref->start, RationalTime::zero());
+    ASSERT_TRUE(ref->mediaRange);
+    EXPECT_EQ(ref->mediaRange->duration, RationalTime(174174, 30000));
 
     ASSERT_EQ(c.videoSources.size(), 2u);
     EXPECT_EQ(c.videoSources[0].rawLane, 0);
     EXPECT_EQ(c.videoSources[0].outputLane, 1);
     EXPECT_EQ(c.videoSources[0].label, "V1");
-    EXPECT_EQ(c.videoSources[0].candidates.size(), 9u);
     EXPECT_EQ(c.videoSources[1].rawLane, 1);
     EXPECT_EQ(c.videoSources[1].sourceIndex, 1);
-    EXPECT_EQ(c.videoSources[1].candidates.size(), 1u);
     EXPECT_EQ(c.firstMulticam(), nullptr);
 }
 
@@ -96,9 +100,11 @@ TEST(SourceTimelineExports, InterlacedAndDropFrameRates) {
     SourceContext pal = readSourceTimeline(fixture("25i.fcpxml"));
     EXPECT_EQ(pal.frameRate.numerator, 25);
     EXPECT_EQ(pal.frameRate.denominator, 1);
-    ASSERT_EQ(pal.candidates.size(), 5u);  // "Clip 1" has no start
-    EXPECT_EQ(pal.candidates[0].clipName, "Clip 2");
-    EXPECT_EQ(pal.candidates[0].startFrame, 179);
+    ASSERT_GE(pal.candidates.size(), 2u);
+    EXPECT_EQ(pal.candidates[0].clipName, "Clip 1");  // no start: read from 0
+    EXPECT_EQ(pal.candidates[0].startFrame, 0);
+    EXPECT_EQ(pal.candidates[1].clipName, "Clip 2");
+    EXPECT_EQ(pal.candidates[1].startFrame, 179);
 
     SourceContext ntsc = readSourceTimeline(fixture("29.97d.fcpxml"));
     EXPECT_EQ(ntsc.sequenceTCFormat, "DF");
@@ -106,10 +112,12 @@ TEST(SourceTimelineExports, InterlacedAndDropFrameRates) {
     EXPECT_EQ(ntsc.frameRate.denominator, 1001);
     EXPECT_TRUE(ntsc.frameRate.dropFrame);
     EXPECT_EQ(ntsc.frameRate.label, "29.97 DF");
-    ASSERT_EQ(ntsc.candidates.size(), 5u);
-    EXPECT_EQ(ntsc.candidates[0].start, RationalTime(214214, 30000));
-    EXPECT_EQ(ntsc.candidates[0].startFrame, 214);
-    EXPECT_EQ(ntsc.candidates[0].durationFrames, 106);
+    auto cut = std::find_if(ntsc.candidates.begin(), ntsc.candidates.end(),
+                            [](const CameraCandidate& k) { return k.start != RationalTime(); });
+    ASSERT_NE(cut, ntsc.candidates.end());
+    EXPECT_EQ(cut->start, RationalTime(214214, 30000));
+    EXPECT_EQ(cut->startFrame, 214);
+    EXPECT_EQ(cut->durationFrames, 106);
 }
 
 TEST(SourceTimelineExports, AudioOnlyAndEmptyProjectsHaveNoVideoLanes) {
@@ -126,7 +134,7 @@ TEST(SourceTimelineExports, AudioOnlyAndEmptyProjectsHaveNoVideoLanes) {
     EXPECT_TRUE(structure.videoSources.empty());
 }
 
-TEST(SourceTimelineExports, MulticamAnglesAreReadButWholeSecondClipsAreSkipped) {
+TEST(SourceTimelineExports, MulticamAnglesWithWholeSecondAndMissingStarts) {
     SourceContext c = readSourceTimeline(fixture("MulticamSample.fcpxml"));
     EXPECT_EQ(c.frameRate.numerator, 24000);
     EXPECT_EQ(c.frameRate.denominator, 1001);
@@ -135,20 +143,23 @@ TEST(SourceTimelineExports, MulticamAnglesAreReadButWholeSecondClipsAreSkipped) 
     EXPECT_EQ(media.name, "Chocolate Interview");
     EXPECT_EQ(media.formatID, "r1");
     EXPECT_EQ(media.tcFormat, "NDF");
-    EXPECT_EQ(media.tcStart, RationalTime::zero());  // "0s" has no value
+    EXPECT_EQ(media.tcStart, RationalTime::zero());
     ASSERT_EQ(media.angles.size(), 4u);
     EXPECT_EQ(media.angles[1].angleID, "UNx7r0rBQK+YH4GNKotbRg");
     EXPECT_EQ(media.angles[1].name, "Day2_InterviewOwners_02_A");
     EXPECT_EQ(media.defaultAngleID, "vx767AypQ4KHHxVD6YFRdg");
-    // Angle clips start at "41029s" or have no start: none can be read, so the
-    // covered range is empty; the mc-clip itself has no start and is skipped.
-    for (const MulticamAngle& angle : media.angles) {
-        EXPECT_TRUE(angle.clips.empty()) << angle.name;
+    // The first angle is audio only; the picture angles omit start (their
+    // assets start at 0) and sit after a gap in the multicam.
+    EXPECT_TRUE(media.angles[0].clips.empty());
+    for (std::size_t i = 1; i < 4; ++i) {
+        ASSERT_EQ(media.angles[i].clips.size(), 1u);
+        EXPECT_EQ(media.angles[i].clips[0].start, RationalTime::zero());
     }
+    EXPECT_EQ(media.angles[1].clips[0].offset, RationalTime(260260, 24000));
     EXPECT_EQ(media.startFrame, 0);
-    EXPECT_EQ(media.endFrame, 0);
-    EXPECT_TRUE(c.multicamCandidates.empty());
-    EXPECT_TRUE(c.videoSources.empty());
+    EXPECT_EQ(media.endFrame, 6260);  // 12532520/48000 s, the longest angle clip
+    ASSERT_EQ(c.multicamCandidates.size(), 1u);
+    ASSERT_EQ(c.videoSources.size(), 1u);
 }
 
 // --- Rules on small documents ---------------------------------------------------
@@ -167,10 +178,13 @@ TEST(SourceTimeline, SequenceFormatAndRateDefaults) {
     EXPECT_EQ(none.frameRate.denominator, 1);
     EXPECT_EQ(none.sequenceTCFormat, "NDF");
 
-    SourceContext unparsed = readSourceTimeline(
+    SourceContext noS = readSourceTimeline(
         wrap("<format id=\"r1\" frameDuration=\"1/25\"/>", "format=\"r1\" tcFormat=\"DFX\"", ""));
-    EXPECT_EQ(unparsed.frameRate.numerator, 24);  // no trailing s: 1/24 s used
-    EXPECT_EQ(unparsed.sequenceTCFormat, "NDF");
+    EXPECT_EQ(noS.frameRate.numerator, 25);  // no trailing s is still a time
+    EXPECT_EQ(noS.sequenceTCFormat, "NDF");
+    SourceContext unparsed =
+        readSourceTimeline(wrap("<format id=\"r1\" frameDuration=\"1/0s\"/>", "format=\"r1\"", ""));
+    EXPECT_EQ(unparsed.frameRate.numerator, 24);  // unusable: 1/24 s
 
     SourceContext ntsc = readSourceTimeline(
         wrap("<format id=\"r9\" frameDuration=\"2002/60000s\"/>", "format=\"r9\"", ""));
@@ -187,35 +201,45 @@ TEST(SourceTimeline, CameraClipRules) {
         "<asset-clip ref=\"a1\" lane=\"up\" name=\"bad\" start=\"0/1s\" duration=\"1/1s\">"
         "<asset-clip ref=\"a1\" lane=\"2\" name=\"C2\" start=\"7201/2s\" duration=\"1/50s\"/>"
         "</asset-clip>"
-        // Audio-only asset, unknown ref, whole-second start: skipped.
+        // Audio-only asset and unknown ref: skipped. Whole seconds: read.
         "<asset-clip ref=\"snd\" lane=\"1\" name=\"s\" start=\"0/1s\" duration=\"1/1s\"/>"
         "<asset-clip ref=\"zz\" lane=\"1\" name=\"z\" start=\"0/1s\" duration=\"1/1s\"/>"
-        "<asset-clip ref=\"a1\" lane=\"1\" name=\"w\" start=\"3600s\" duration=\"1/1s\"/>"
+        "<asset-clip ref=\"a1\" lane=\"1\" name=\"w\" start=\"3600s\" duration=\"1\"/>"
         // Connected to a gap, negative lane.
         "<gap start=\"0/1s\" duration=\"5/1s\"><asset-clip ref=\"a1\" lane=\"-3\" name=\"G\" "
         "start=\"1/1s\" duration=\"1/1s\"/></gap>"
-        // Inside a connected storyline: not walked.
-        "<spine lane=\"1\"><asset-clip ref=\"a1\" name=\"S\" start=\"0/1s\" duration=\"1/1s\"/>"
-        "</spine>";
+        // A connected storyline: its clips stand on its lane, and a clip
+        // connected to one of them counts its lane from there.
+        "<spine lane=\"1\"><asset-clip ref=\"a1\" name=\"S\" start=\"0/1s\" duration=\"1/1s\">"
+        "<asset-clip ref=\"a1\" lane=\"2\" name=\"S3\" duration=\"1/1s\"/></asset-clip></spine>"
+        // A sync-clip shows its video item: local time 2 s is media 3602 s.
+        "<sync-clip name=\"Y\" start=\"2s\" duration=\"4s\"><asset-clip ref=\"snd\" lane=\"-1\" "
+        "duration=\"9s\"/><asset-clip ref=\"a1\" offset=\"0s\" start=\"3600s\" duration=\"9s\"/>"
+        "</sync-clip>";
     SourceContext c = readSourceTimeline(wrap(kCamera, "format=\"r1\"", spine));
-    ASSERT_EQ(c.candidates.size(), 3u);
-    EXPECT_EQ(c.candidates[0].clipName, "C0");
+    std::vector<std::string> names;
+    for (const CameraCandidate& k : c.candidates) {
+        names.push_back(k.clipName + "@" + std::to_string(k.laneRaw));
+    }
+    EXPECT_THAT(names, ::testing::ElementsAre("C0@0", "C2@2", "w@1", "G@-3", "S@1", "S3@3", "Y@0"));
     EXPECT_EQ(c.candidates[0].elementName, "clip");
     EXPECT_EQ(c.candidates[0].assetRef, "a1");
     EXPECT_EQ(c.candidates[0].start, RationalTime(3600, 1));
     EXPECT_EQ(c.candidates[0].startFrame, 90000);
     EXPECT_EQ(c.candidates[0].durationFrames, 250);
-    EXPECT_EQ(c.candidates[1].clipName, "C2");
     EXPECT_EQ(c.candidates[1].startFrame, 90013);  // 90012.5 rounds away from zero
     EXPECT_EQ(c.candidates[1].durationFrames, 1);  // half a frame still counts as one
-    EXPECT_EQ(c.candidates[2].laneRaw, -3);
+    EXPECT_EQ(c.candidates[2].start, RationalTime(3600, 1));
+    EXPECT_EQ(c.candidates[5].start, RationalTime::zero());  // no start, asset without one
+    EXPECT_EQ(c.candidates[6].elementName, "sync-clip");
+    EXPECT_EQ(c.candidates[6].start, RationalTime(3602, 1));
 
-    ASSERT_EQ(c.videoSources.size(), 3u);  // lanes -3, 0, 2 in numeric order
+    ASSERT_EQ(c.videoSources.size(), 5u);  // lanes -3, 0, 1, 2, 3 in numeric order
     EXPECT_EQ(c.videoSources[0].rawLane, -3);
     EXPECT_EQ(c.videoSources[1].rawLane, 0);
-    EXPECT_EQ(c.videoSources[2].rawLane, 2);
-    EXPECT_EQ(c.videoSources[2].outputLane, 3);
-    EXPECT_EQ(c.videoSources[2].label, "V3");
+    EXPECT_EQ(c.videoSources[3].rawLane, 2);
+    EXPECT_EQ(c.videoSources[3].outputLane, 4);
+    EXPECT_EQ(c.videoSources[3].label, "V4");
 }
 
 TEST(SourceTimeline, MulticamMediaAndClips) {
@@ -225,7 +249,7 @@ TEST(SourceTimeline, MulticamMediaAndClips) {
         "<media id=\"m1\"><multicam format=\"r1\" tcStart=\"3600/1s\" tcFormat=\"NDF\">"
         "<mc-angle name=\"A\" angleID=\"angA\">"
         "<asset-clip ref=\"a1\" offset=\"3600/1s\" start=\"3600/1s\" duration=\"60/1s\"/>"
-        "<asset-clip ref=\"a1\" offset=\"3700/1s\" start=\"3700/1s\" duration=\"10s\"/></mc-angle>"
+        "<asset-clip ref=\"a1\" offset=\"3700/1s\" start=\"3700/1s\" duration=\"10\"/></mc-angle>"
         "<mc-angle name=\"B\" angleID=\"angB\">"
         "<asset-clip ref=\"a2\" offset=\"3590/1s\" start=\"3590/1s\" duration=\"20/1s\"/>"
         "</mc-angle></multicam></media>"
@@ -241,9 +265,9 @@ TEST(SourceTimeline, MulticamMediaAndClips) {
     const MulticamMedia& media = c.multicamMediaByID.at("m1");
     EXPECT_EQ(media.name, "Multicam");  // no name attribute
     EXPECT_EQ(media.tcStart, RationalTime(3600, 1));
-    EXPECT_EQ(media.angles[0].clips.size(), 1u);
+    EXPECT_EQ(media.angles[0].clips.size(), 2u);
     EXPECT_EQ(media.startFrame, 3590 * 25);
-    EXPECT_EQ(media.endFrame, 3660 * 25);
+    EXPECT_EQ(media.endFrame, 3710 * 25);
     ASSERT_NE(media.mediaNode, nullptr);
     EXPECT_EQ(media.mediaNode->name, "media");
 
