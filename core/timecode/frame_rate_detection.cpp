@@ -78,6 +78,23 @@ std::string candidateDiagnostics(
     return text;
 }
 
+std::string measurementDiagnostics(const LTCDecodeResult& result, std::int64_t sampleRate) {
+    std::string text = "Auto FPS candidates:\n";
+    for (const FrameRateConfig& rate : candidateFrameRates()) {
+        const double period = static_cast<double>(sampleRate) *
+                              static_cast<double>(rate.denominator) /
+                              static_cast<double>(rate.numerator);
+        const double off = period > 0 ? (result.samplesPerFrame / period - 1.0) * 100.0 : 0.0;
+        text +=
+            fmt::format("- {}: period={:.3f} measured={:.3f} ({:+.3f}%){}\n", rate.label, period,
+                        result.samplesPerFrame, off, rate == result.frameRate ? " *" : "");
+    }
+    text +=
+        fmt::format("Selected: {} ({}; run of {} frames, {} bit errors)\n", result.frameRate.label,
+                    result.rateEvidence, result.runFrames, result.bitErrors);
+    return text;
+}
+
 std::vector<VoteEntry> sortVoteEntries(std::vector<VoteEntry> entries) {
     auto before = [](const VoteEntry& a, const VoteEntry& b) {
         if (a.avgConfidence != b.avgConfidence) {

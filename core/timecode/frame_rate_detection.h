@@ -29,6 +29,11 @@ std::optional<std::size_t> select(
 std::string candidateDiagnostics(
     const std::vector<LTCDecoder::AutoCandidateEvaluation>& evaluations, std::size_t selected);
 
+// The "Auto FPS candidates:" block of a measured decode: each candidate's
+// frame period against the period measured over the run, then the selected
+// rate and the evidence that chose it.
+std::string measurementDiagnostics(const LTCDecodeResult& result, std::int64_t sampleRate);
+
 // One LTC source of a run, loaded only when its turn comes so that a run holds
 // one source in memory at a time. The loader returns the channel's samples and
 // sample rate, or nullopt (or throws) when the file cannot be read; such a

@@ -22,6 +22,15 @@ struct LTCDecodeResult {
     std::int64_t firstValidSample = 0;  // index of the frame's bit 0 in the samples given
     double firstValidSeconds = 0;       // firstValidSample / sample rate
     double confidence = 0;              // 0..1
+    // The evidence behind the answer: the run of consecutive frames it comes from.
+    double firstValidPosition = 0;  // firstValidSample with its sub-sample fraction
+    int direction = 1;              // -1: the code counts down (LTC played backwards)
+    std::int64_t runFrames = 0;     // frames in the run
+    std::int64_t bitErrors = 0;     // clock irregularities inside the run
+    double measuredFps = 0;         // frame rate measured over the run
+    double samplesPerFrame = 0;     // measured frame period in samples
+    double jitter = 0;              // rms scatter of frame starts, samples
+    std::string rateEvidence;       // what chose the rate
 
     friend bool operator==(const LTCDecodeResult&, const LTCDecodeResult&) = default;
 };

@@ -30,7 +30,9 @@ std::vector<AutoCandidateEvaluation> evaluations(const std::vector<double>& conf
             e.confidence = confidences[i];
             e.bestScore = 1.0;
             e.validRun = 2;
-            e.result = LTCDecodeResult{Timecode{}, e.rate, 0, 0, confidences[i]};
+            e.result = LTCDecodeResult{};
+            e.result->frameRate = e.rate;
+            e.result->confidence = confidences[i];
         }
         out.push_back(e);
     }
