@@ -33,39 +33,51 @@ ByteBuffer encodeBext(const BWFStampInfo& stamp) {
     return bext;
 }
 
-ByteBuffer build(const WAVFile& file, const BWFStampInfo& stamp) {
-    const ByteBuffer bext = encodeBext(stamp);
-    const ByteView ixml = stamp.ixml
-                              ? ByteView(reinterpret_cast<const std::uint8_t*>(stamp.ixml->data()),
-                                         stamp.ixml->size())
-                              : ByteView();
+StampChunks stampChunks(const BWFStampInfo& stamp) {
+    StampChunks chunks;
+    chunks.bext = encodeBext(stamp);
+    if (stamp.ixml) {
+        chunks.ixml = ByteBuffer(stamp.ixml->begin(), stamp.ixml->end());
+    }
+    return chunks;
+}
+
+ByteBuffer build(const WAVFile& file, const StampChunks& stamp) {
+    std::vector<RIFFChunk> added;
+    added.push_back({"bext", stamp.bext});
+    if (stamp.ixml) {
+        added.push_back({"iXML", *stamp.ixml});
+    }
+    for (const auto& [id, payload] : stamp.extra) {
+        added.push_back({id, payload});
+    }
     std::vector<RIFFChunk> chunks;
-    chunks.reserve(file.chunks().size() + 2);
-    auto addStamp = [&] {
-        chunks.push_back({"bext", bext});
-        if (stamp.ixml) {
-            chunks.push_back({"iXML", ixml});
-        }
-    };
+    chunks.reserve(file.chunks().size() + added.size());
     bool inserted = false;
     for (const WAVChunk& chunk : file.chunks()) {
-        // An id that was not ASCII was read as "" and cannot be written back.
-        if (chunk.id == "bext" || chunk.id == "iXML" || chunk.id.size() != 4) {
+        if (chunk.id == "bext" || chunk.id == "iXML") {
             continue;
         }
-        chunks.push_back({chunk.id, chunk.data});
+        chunks.push_back({chunk.writtenId(), chunk.data});
         if (!inserted && chunk.id == "fmt ") {
-            addStamp();
+            chunks.insert(chunks.end(), added.begin(), added.end());
             inserted = true;
         }
     }
     if (!inserted) {
-        chunks.insert(chunks.begin(), {"bext", bext});
-        if (stamp.ixml) {
-            chunks.insert(chunks.begin() + 1, {"iXML", ixml});
-        }
+        chunks.insert(chunks.begin(), added.begin(), added.end());
     }
     return serializeRIFF(chunks);
+}
+
+ByteBuffer build(const WAVFile& file, const BWFStampInfo& stamp) {
+    return build(file, stampChunks(stamp));
+}
+
+void write(const WAVFile& file, const StampChunks& stamp, const std::filesystem::path& url,
+           bool overwrite) {
+    const ByteBuffer bytes = build(file, stamp);
+    writeFile(url, bytes, overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
 }
 
 void write(const WAVFile& file, const BWFStampInfo& stamp, const std::filesystem::path& url,

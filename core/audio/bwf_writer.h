@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/audio/wav_file.h"
 
@@ -21,6 +23,15 @@ struct BWFStampInfo {
     std::optional<std::string> ixml;
 };
 
+// The chunks a stamped copy carries in place of the source's "bext" and
+// "iXML" chunks, as payloads ready to write. `extra` chunks follow them (for
+// instance a source iXML that could not be read, kept under another id).
+struct StampChunks {
+    ByteBuffer bext;
+    std::optional<ByteBuffer> ixml;
+    std::vector<std::pair<std::string, ByteBuffer>> extra;  // id (4 bytes), payload
+};
+
 namespace BWFWriter {
 
 // The 602-byte bext payload (EBU Tech 3285 version 1, no CodingHistory): text
@@ -30,16 +41,22 @@ namespace BWFWriter {
 // UMID, loudness and reserved bytes zero.
 ByteBuffer encodeBext(const BWFStampInfo& stamp);
 
+// The stamp's plain chunks: encodeBext(stamp) and the iXML text as it is.
+StampChunks stampChunks(const BWFStampInfo& stamp);
+
 // The stamped file's bytes: the source chunks in order without any "bext" or
-// "iXML" chunk, the new bext (and iXML) right after the first "fmt " chunk
-// (at the front when there is none). Chunks whose id was not ASCII are
-// dropped, as their id cannot be written back. Throws RIFFWriteError when the result
-// would not fit the 32-bit RIFF sizes.
+// "iXML" chunk, the new bext, iXML and extra chunks right after the first
+// "fmt " chunk (at the front when there is none). Every other chunk is copied
+// byte for byte with the id bytes it had, ASCII or not. Throws RIFFWriteError
+// when the result would not fit the 32-bit RIFF sizes.
+ByteBuffer build(const WAVFile& file, const StampChunks& stamp);
 ByteBuffer build(const WAVFile& file, const BWFStampInfo& stamp);
 
 // build() written in one operation: atomically replacing an existing file
 // when `overwrite`, otherwise failing with EEXIST if `url` exists. Errors of
 // the file system are std::filesystem::filesystem_error.
+void write(const WAVFile& file, const StampChunks& stamp, const std::filesystem::path& url,
+           bool overwrite);
 void write(const WAVFile& file, const BWFStampInfo& stamp, const std::filesystem::path& url,
            bool overwrite);
 

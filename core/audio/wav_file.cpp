@@ -193,7 +193,9 @@ void WAVFile::parse() {
             dataChunk_ = payload;
             haveData = true;
         }
-        chunks_.push_back(WAVChunk{std::move(id), payload});
+        const ByteView idBytes = bytes.subspan(offset, 4);
+        chunks_.push_back(
+            WAVChunk{std::move(id), payload, std::string(idBytes.begin(), idBytes.end())});
         offset = end + (size & 1);  // RIFF pads odd chunks to an even length
     }
     if (fmtCandidates.empty()) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/common/bytes.h"
@@ -29,10 +30,15 @@ struct WAVFmtChunk {
 // One chunk of the RIFF walk: its four-character id (empty when the id bytes
 // are not ASCII) and its payload without the 8-byte header and the pad byte.
 // `data` views storage shared by every copy of the WAVFile it came from and
-// stays valid while any of them lives.
+// stays valid while any of them lives. `rawId` holds the four id bytes as they
+// stand in the file, ASCII or not, so that writers can copy any chunk back.
 struct WAVChunk {
     std::string id;
     ByteView data;
+    std::string rawId;
+
+    // The id bytes to write this chunk back with.
+    std::string_view writtenId() const { return rawId.size() == 4 ? rawId : id; }
 };
 
 class WAVError : public Error {

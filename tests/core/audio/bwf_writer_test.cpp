@@ -100,12 +100,13 @@ TEST(BWFWriterTest, ChunkPlacement) {
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(twoFmt)), noIxml);
     EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
 
-    // A chunk whose id is not ASCII cannot be written back with a valid id.
+    // A chunk whose id is not ASCII is copied with its id bytes and payload.
     WavSpec oddId;
     oddId.frames = 1;
     oddId.afterData = {{"\xFFxyz", bytesOf("abc")}};
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(oddId)), noIxml);
-    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "data"}));
+    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "data", "\xFFxyz"}));
+    EXPECT_EQ(testing::listChunks(out).back().payload, bytesOf("abc"));
 }
 
 TEST(BWFWriterTest, RoundTripKeepsAudioAndReadsBack) {
