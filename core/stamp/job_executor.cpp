@@ -15,6 +15,7 @@
 #include "core/stamp/cut_detection.h"
 #include "core/stamp/ltc_source.h"
 #include "core/stamp/output_naming.h"
+#include "core/stamp/stamp_metadata.h"
 
 namespace norvane::JobExecutor {
 
@@ -48,6 +49,8 @@ struct Stamp {
     std::string originationDate;
     std::string originationTime;
     std::vector<ProcessingWarning> warnings;
+    // Where the warnings of single outputs (their metadata) go.
+    std::vector<ProcessingWarning>* outputWarnings = nullptr;
 };
 
 // Names, stamps and writes one source (a segment's stretch of it for a segment
@@ -63,14 +66,11 @@ void writeOutput(const WAVFile& source, const Stamp& stamp, const std::string& l
     const fs::path destination = OutputNaming::resolveDestination(
         options.outputFolder, name, options.outputNaming.collisionBehavior);
 
-    BWFStampInfo info;
-    info.timeReferenceSamples = stamp.timeReference;
-    info.description = "Stamped by Norvane";
-    info.originator = "Norvane";
-    info.originatorReference = makeUUID();
-    info.originationDate = stamp.originationDate;
-    info.originationTime = stamp.originationTime;
-    info.ixml = ixmlDocument(stamp.decode.frameRate, stamp.start);
+    // The recorder's bext and iXML are merged with the stamp, never replaced.
+    const StampMetadata metadata = StampMetadataComposer::compose(
+        source, StampValues{stamp.decode.frameRate, stamp.start, stamp.timeReference, makeUUID(),
+                            stamp.originationDate, stamp.originationTime});
+    const StampChunks& info = metadata.chunks;
     const bool overwrite =
         options.outputNaming.collisionBehavior == OutputCollisionBehavior::overwrite;
 
@@ -100,7 +100,14 @@ void writeOutput(const WAVFile& source, const Stamp& stamp, const std::string& l
     record.firstValidLTCSeconds = stamp.decode.firstValidSeconds;
     record.stampedStartTimecode = stamp.start.description();
     record.status = "ok";
-    record.warning = joinWarnings(stamp.warnings);
+    std::vector<ProcessingWarning> warnings = stamp.warnings;
+    for (const std::string& message : metadata.warnings) {
+        warnings.push_back({message});
+        if (stamp.outputWarnings) {
+            stamp.outputWarnings->push_back({message});
+        }
+    }
+    record.warning = joinWarnings(warnings);
     record.mode = label(job.mode);
     record.groupID = job.groupID;
     if (segment) {
@@ -255,6 +262,7 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
     stamp.timeReference =
         timeReference(execution.startTC, execution.decode.frameRate, execution.sampleRate);
     stamp.warnings = execution.warnings;
+    stamp.outputWarnings = &execution.warnings;
     stampOriginationNow(stamp);
 
     for (std::size_t i = 0; i < job.targetFileURLs.size(); ++i) {
@@ -383,6 +391,7 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
             stamp.timeReference =
                 timeReference(stamp.start, execution.decode.frameRate, execution.sampleRate);
             stamp.warnings = confidence;
+            stamp.outputWarnings = &execution.warnings;
             stampOriginationNow(stamp);
             for (std::size_t t = 0; t < targets.size(); ++t) {
                 if (!targets[t]) {
