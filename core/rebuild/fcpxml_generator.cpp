@@ -2,17 +2,21 @@
 //
 // Placement:
 // - Each event is one gap on the primary storyline. Gaps follow each other
-//   from the timeline start (3600 s); a gap is as long as the event's longest
-//   synced file, rounded up to whole sequence frames, so every gap starts on
-//   the sequence's frame grid.
-// - A gap's own `start` is the event's timecode in seconds, so inside the gap
+//   from the timeline start (01:00:00:00 of the sequence's timecode); a gap
+//   is as long as the event's longest synced file, rounded up to whole
+//   sequence frames, so every gap starts on the sequence's frame grid. Every
+//   offset, start and duration in the spine is a whole number of sequence
+//   frames, except the start of an audio clip inside its file (sample exact).
+// - A gap's own `start` is the event's timecode in seconds (on the frame
+//   grid), so inside the gap
 //   local time reads as the recording's timecode. Every item in the gap is
 //   connected at that time (offset = gap start): the moment of the event's
 //   timecode lines up in all lanes.
 // - Camera lanes stand above the gap (lanes 1, 2, ... in the source's lane
 //   order). A camera clip starts at the event's timecode in its own media (for
 //   a multicam, the matching time in the multicam's timeline) and runs for the
-//   event.
+//   event, but never past its media: the part of the event the media does not
+//   cover is a lane gap.
 // - The stereo mix is on lane -1 and the synced tracks below it, one lane per
 //   track key in key order (Trk1 on -2, Trk2 on -3, ...), the same in every
 //   event. A synced clip starts at its file's own start (its bext time) and
@@ -22,9 +26,9 @@
 // - A lane left empty for an event gets a connected storyline holding one gap
 //   for the event. A gap cannot be connected on its own (FCPXML does not allow
 //   it), so the storyline carries the lane.
-// - Resources from the source (camera assets, their formats, multicam media)
-//   are copied with the attributes FCPXML 1.9 defines; times written as whole
-//   seconds ("26s") are rewritten as "26/1s".
+// - Resources from the source (camera assets, their formats, multicam and
+//   compound clip media with their story elements) are copied with the attributes FCPXML 1.9
+//   defines; times written as whole seconds ("26s") are rewritten as "26/1s".
 #include "core/rebuild/fcpxml_generator.h"
 
 #include <algorithm>
@@ -442,6 +446,12 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
         std::vector<std::pair<std::int64_t, std::vector<std::string>>> cameraItems;
         for (const RebuildPlan::Camera& camera : event.cameras) {
             std::vector<std::string> item;
+            // The clip covers [clipAt, clipAt + duration) of the event; lane
+            // gaps fill what its media does not cover.
+            const RationalTime clipAt = at + camera.lead;
+            if (camera.lead > RationalTime::zero()) {
+                item.push_back(laneGap(camera.lane, at, camera.lead));
+            }
             if (const auto* native = std::get_if<CameraCandidate>(&camera.candidate)) {
                 std::string format;
                 if (native->formatID && context.format(*native->formatID) != nullptr) {
@@ -451,33 +461,38 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
                 if (native->elementName == "ref-clip") {
                     item.push_back("              <ref-clip" + laneAttr(camera.lane) +
                                    attr("ref", native->assetRef) + attr("name", native->clipName) +
-                                   timeAttr("start", camera.start) + timeAttr("offset", at) +
-                                   timeAttr("duration", event.duration) + "/>");
+                                   timeAttr("start", camera.start) + timeAttr("offset", clipAt) +
+                                   timeAttr("duration", camera.duration) + "/>");
                 } else if (native->elementName == "clip") {
                     item.push_back("              <clip" + laneAttr(camera.lane) +
-                                   attr("name", native->clipName) + timeAttr("start", at) +
-                                   timeAttr("offset", at) + timeAttr("duration", event.duration) +
-                                   format + tcFormat + ">");
+                                   attr("name", native->clipName) + timeAttr("start", clipAt) +
+                                   timeAttr("offset", clipAt) +
+                                   timeAttr("duration", camera.duration) + format + tcFormat + ">");
                     item.push_back("                <video" + timeAttr("start", camera.start) +
                                    attr("ref", native->assetRef) +
-                                   timeAttr("duration", event.duration) + timeAttr("offset", at) +
-                                   "/>");
+                                   timeAttr("duration", camera.duration) +
+                                   timeAttr("offset", clipAt) + "/>");
                     item.push_back("              </clip>");
                 } else {
                     item.push_back("              <asset-clip" + laneAttr(camera.lane) +
                                    attr("ref", native->assetRef) + attr("name", native->clipName) +
-                                   timeAttr("start", camera.start) + timeAttr("offset", at) +
-                                   timeAttr("duration", event.duration) + format + tcFormat + "/>");
+                                   timeAttr("start", camera.start) + timeAttr("offset", clipAt) +
+                                   timeAttr("duration", camera.duration) + format + tcFormat +
+                                   "/>");
                 }
             } else {
                 const auto& mc = std::get<MulticamCandidate>(camera.candidate);
                 item.push_back("              <mc-clip" + laneAttr(camera.lane) +
                                attr("ref", mc.multicam.id) + attr("name", mc.clipName) +
-                               timeAttr("start", camera.start) + timeAttr("offset", at) +
-                               timeAttr("duration", event.duration) + ">");
+                               timeAttr("start", camera.start) + timeAttr("offset", clipAt) +
+                               timeAttr("duration", camera.duration) + ">");
                 item.push_back("                <mc-source" + attr("angleID", mc.angleID) +
                                " srcEnable=\"video\"/>");
                 item.push_back("              </mc-clip>");
+            }
+            const RationalTime clipEnd = clipAt + camera.duration;
+            if (clipEnd < at + event.duration) {
+                item.push_back(laneGap(camera.lane, clipEnd, at + event.duration - clipEnd));
             }
             cameraItems.emplace_back(camera.lane, std::move(item));
         }
@@ -492,6 +507,8 @@ ResolveRebuildBuildOutput generateFCPXML(const SourceContext& context,
 
         if (event.mixStart < mixDuration) {
             RationalTime length = std::min(event.contentDuration, mixDuration - event.mixStart);
+            length = RationalTime::fromFrames(length.framesRoundedUp(plan.sequenceRate),
+                                              plan.sequenceRate);
             lines.push_back(audioClip(-1, mixName, event.mixStart, "rStereoMix", length, at));
         }
 

@@ -1,6 +1,7 @@
 #include "core/rebuild/rebuild_analysis.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <set>
 
@@ -28,7 +29,38 @@ FrameRateConfig timecodeRate(const FrameRateConfig& sequenceRate, VideoFrameRate
     return half;
 }
 
+bool isLTCRate(const FrameRateConfig& rate) {
+    if (rate.denominator <= 0 || rate.numerator <= 0) {
+        return false;
+    }
+    RationalTime fps(rate.numerator, rate.denominator);
+    for (const RationalTime& ltc :
+         {RationalTime(24000, 1001), RationalTime(24, 1), RationalTime(25, 1),
+          RationalTime(30000, 1001), RationalTime(30, 1)}) {
+        if (fps == ltc) {
+            return true;
+        }
+    }
+    return false;
+}
+
+RationalTime oneHourOf(const FrameRateConfig& sequenceRate) {
+    Timecode hour;
+    hour.hours = 1;
+    return RationalTime::fromFrames(TimecodeMath::frameCount(hour, sequenceRate), sequenceRate);
+}
+
+std::int64_t framesRoundedDown(const RationalTime& t, const FrameRateConfig& rate) {
+    return -(-t).framesRoundedUp(rate);
+}
+
 namespace {
+
+std::string secondsText(const RationalTime& t) {
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%.3f", t.toSeconds());
+    return buffer;
+}
 
 std::string fileLabel(const ResolveRebuildAudioInput& input) {
     std::string file = input.url.filename().string();
@@ -75,6 +107,38 @@ RationalTime multicamStart(const MulticamCandidate& candidate, const RationalTim
     return reference->offset.value_or(RationalTime::zero()) + (time - reference->start);
 }
 
+// The range of multicam time the clip's angle has picture for: from its
+// first clip's offset to its last clip's end (every angle's when the chosen
+// one has none).
+std::optional<TimeRange> multicamCoverage(const MulticamCandidate& candidate) {
+    std::optional<RationalTime> first, last;
+    auto extend = [&](const MulticamAngle& angle) {
+        for (const CameraCandidate& clip : angle.clips) {
+            RationalTime offset = clip.offset.value_or(RationalTime::zero());
+            first = first ? std::min(*first, offset) : offset;
+            last = last ? std::max(*last, offset + clip.duration) : offset + clip.duration;
+        }
+    };
+    for (const MulticamAngle& angle : candidate.multicam.angles) {
+        if (angle.angleID == candidate.angleID) {
+            extend(angle);
+        }
+    }
+    if (!first) {
+        for (const MulticamAngle& angle : candidate.multicam.angles) {
+            extend(angle);
+        }
+    }
+    if (!first) {
+        return std::nullopt;
+    }
+    return TimeRange{*first, *last - *first};
+}
+
+RationalTime onGrid(const RationalTime& t, const FrameRateConfig& rate) {
+    return RationalTime::fromFrames(t.frames(rate), rate);
+}
+
 }  // namespace
 
 RebuildPlan planRebuild(const SourceContext& context,
@@ -83,11 +147,23 @@ RebuildPlan planRebuild(const SourceContext& context,
     RebuildPlan plan;
     plan.sequenceRate = context.frameRate;
     plan.timecodeRate = timecodeRate(context.frameRate, options.videoFrameRateMode);
-    plan.timelineStart = options.timelineStart;
+    plan.timelineStart = options.timelineStart.value_or(oneHourOf(plan.sequenceRate));
     ResolveRebuildAnalysis& analysis = plan.analysis;
     auto raise = [&](ResolveRebuildIssueSeverity severity, std::string message) {
         analysis.issues.push_back({severity, std::move(message)});
     };
+
+    if (options.videoFrameRateMode == VideoFrameRateMode::doubleLTC &&
+        !isLTCRate(plan.timecodeRate)) {
+        // Half of this picture rate is no LTC rate (25p would count 12.5 fps
+        // LTC and move every event): the timecodes are read at the sequence
+        // rate and the build is refused.
+        raise(ResolveRebuildIssueSeverity::error,
+              "Double LTC needs a 47.952, 48, 50, 59.94 or 60 fps sequence; this sequence runs "
+              "at " +
+                  context.frameRate.label + " fps.");
+        plan.timecodeRate = context.frameRate;
+    }
 
     for (const VideoSource& source : context.videoSources) {
         analysis.videoLanes.push_back(
@@ -138,18 +214,27 @@ RebuildPlan planRebuild(const SourceContext& context,
         options.missingCameraBehavior == MissingCameraBehavior::failExport
             ? ResolveRebuildIssueSeverity::error
             : ResolveRebuildIssueSeverity::warning;
+    const FrameRateConfig& grid = plan.sequenceRate;
 
-    RationalTime position = options.timelineStart;
+    RationalTime position = plan.timelineStart;
     RationalTime mixPosition;
     for (const auto& [order, kept] : keptByEvent) {
         RebuildPlan::Event event;
         event.order = order;
         const std::string orderText = std::to_string(order);
 
+        // The event's timecode counts frames at the rate of the file it came
+        // from (a 23.976 recorder in a 24p sequence), else at the LTC rate.
         std::optional<Timecode> parsed;
+        FrameRateConfig rate = plan.timecodeRate;
         for (std::size_t k : kept) {
-            if ((parsed = parseEventTimecode(plan.keptInputs[k].eventTimecode))) {
-                event.timecode = plan.keptInputs[k].eventTimecode;
+            const ResolveRebuildAudioInput& input = plan.keptInputs[k];
+            if ((parsed = parseEventTimecode(input.eventTimecode))) {
+                event.timecode = input.eventTimecode;
+                event.sourceFile = fileLabel(input);
+                if (input.timecodeRate && isLTCRate(*input.timecodeRate)) {
+                    rate = *input.timecodeRate;
+                }
                 break;
             }
         }
@@ -160,9 +245,10 @@ RebuildPlan planRebuild(const SourceContext& context,
             event.timecode = "00:00:00:00";
             parsed = Timecode{};
         }
-        event.time = RationalTime::fromFrames(TimecodeMath::frameCount(*parsed, plan.timecodeRate),
-                                              plan.timecodeRate);
-        const std::int64_t eventFrame = event.time.frames(plan.sequenceRate);
+        const RationalTime exactTime =
+            RationalTime::fromFrames(TimecodeMath::frameCount(*parsed, rate), rate);
+        event.time = onGrid(exactTime, grid);
+        const std::int64_t eventFrame = event.time.frames(grid);
 
         RationalTime longest;
         for (std::size_t k : kept) {
@@ -174,14 +260,14 @@ RebuildPlan planRebuild(const SourceContext& context,
             longest = RationalTime::seconds(1);
         }
         event.contentDuration = longest;
-        event.duration =
-            RationalTime::fromFrames(longest.framesRoundedUp(plan.sequenceRate), plan.sequenceRate);
+        event.duration = RationalTime::fromFrames(longest.framesRoundedUp(grid), grid);
         event.offset = position;
         event.mixStart = mixPosition;
 
         ResolveRebuildEventAnalysis eventAnalysis;
         eventAnalysis.eventOrder = order;
         eventAnalysis.timecode = event.timecode;
+        eventAnalysis.sourceFile = event.sourceFile;
         eventAnalysis.audioTrackCount = static_cast<std::int64_t>(byEvent[order].size());
 
         for (const VideoSource& source : context.videoSources) {
@@ -205,18 +291,56 @@ RebuildPlan planRebuild(const SourceContext& context,
             }
             ResolveRebuildEventCameraMatch cameraMatch;
             cameraMatch.laneLabel = source.label;
+            std::optional<RebuildPlan::Camera> camera;
             if (match != nullptr) {
-                RebuildPlan::Camera camera{static_cast<std::size_t>(source.sourceIndex),
-                                           source.outputLane, *match, event.time};
+                camera = RebuildPlan::Camera{static_cast<std::size_t>(source.sourceIndex),
+                                             source.outputLane,
+                                             *match,
+                                             event.time,
+                                             RationalTime::zero(),
+                                             event.duration};
+                std::optional<TimeRange> covered;
+                std::string clipName;
                 if (const auto* mc = std::get_if<MulticamCandidate>(match)) {
-                    camera.start = multicamStart(*mc, event.time, eventFrame);
-                    cameraMatch.clipName = mc->clipName;
+                    camera->start = onGrid(multicamStart(*mc, event.time, eventFrame), grid);
+                    covered = multicamCoverage(*mc);
+                    clipName = mc->clipName;
                 } else {
-                    cameraMatch.clipName = std::get<CameraCandidate>(*match).clipName;
+                    const auto& native = std::get<CameraCandidate>(*match);
+                    covered = native.mediaRange;
+                    clipName = native.clipName;
                 }
-                cameraMatch.hasMatch = true;
-                event.cameras.push_back(std::move(camera));
-            } else {
+                // Never past the media: the clip shows only the part of the
+                // event its media covers, in whole frames inside the media.
+                std::int64_t leadFrames = 0;
+                std::int64_t frames = event.duration.framesRoundedUp(grid);
+                if (covered) {
+                    if (camera->start < covered->start) {
+                        leadFrames = (covered->start - camera->start).framesRoundedUp(grid);
+                    }
+                    RationalTime shown = covered->end() - camera->start;
+                    frames = std::min(frames, framesRoundedDown(shown, grid));
+                }
+                if (frames - leadFrames <= 0) {
+                    camera.reset();
+                } else {
+                    camera->lead = RationalTime::fromFrames(leadFrames, grid);
+                    camera->start += camera->lead;
+                    camera->duration = RationalTime::fromFrames(frames - leadFrames, grid);
+                    RationalTime trimmed = event.duration - camera->duration;
+                    if (trimmed > RationalTime::zero()) {
+                        raise(ResolveRebuildIssueSeverity::warning,
+                              "Lane " + source.label + " at event " + orderText + ": camera clip " +
+                                  clipName + " trimmed by " + secondsText(trimmed) +
+                                  "s where its media does not cover the event; emitting lane "
+                                  "gap.");
+                    }
+                    cameraMatch.clipName = clipName;
+                    cameraMatch.hasMatch = true;
+                    event.cameras.push_back(*camera);
+                }
+            }
+            if (!camera) {
                 std::string message =
                     hasMulticam ? "Event " + orderText + " (" + event.timecode +
                                       ") outside multicam range for lane " + source.label
@@ -237,6 +361,7 @@ RebuildPlan planRebuild(const SourceContext& context,
             if (duration <= RationalTime::zero()) {
                 duration = event.contentDuration;
             }
+            duration = RationalTime::fromFrames(duration.framesRoundedUp(grid), grid);
             event.tracks.push_back({k, laneOfKey(input.trackKey), duration});
             present.insert(input.trackKey);
         }
@@ -253,7 +378,7 @@ RebuildPlan planRebuild(const SourceContext& context,
         analysis.events.push_back(std::move(eventAnalysis));
         plan.events.push_back(std::move(event));
     }
-    plan.totalDuration = position - options.timelineStart;
+    plan.totalDuration = position - plan.timelineStart;
     return plan;
 }
 

@@ -31,6 +31,8 @@ struct ResolveRebuildEventCameraMatch {
 struct ResolveRebuildEventAnalysis {
     std::int64_t eventOrder = 0;
     std::string timecode;
+    // The file whose timecode the event uses (empty when none parsed).
+    std::string sourceFile;
     std::int64_t audioTrackCount = 0;
     std::vector<ResolveRebuildEventCameraMatch> cameraMatches;  // one per video lane
 };
@@ -46,7 +48,9 @@ struct ResolveRebuildAnalysis {
 };
 
 struct ResolveRebuildOptions {
-    RationalTime timelineStart = RationalTime::seconds(3600);
+    // Where the rebuilt timeline starts; by default 01:00:00:00 of the
+    // sequence's own timecode (3603.6 s at 23.976 NDF, 3600 s at 25).
+    std::optional<RationalTime> timelineStart;
     MissingCameraBehavior missingCameraBehavior = MissingCameraBehavior::insertGap;
     VideoFrameRateMode videoFrameRateMode = VideoFrameRateMode::sameAsLTC;
 };
@@ -55,6 +59,12 @@ struct ResolveRebuildOptions {
 // Double LTC (50/60 fps picture stamped from 25/30 fps LTC), labelled
 // "LTC " + that rate.
 FrameRateConfig timecodeRate(const FrameRateConfig& sequenceRate, VideoFrameRateMode mode);
+// Whether a rate is one LTC can carry: 23.976, 24, 25, 29.97 or 30.
+bool isLTCRate(const FrameRateConfig& rate);
+// 01:00:00:00 of a sequence's own timecode, in seconds.
+RationalTime oneHourOf(const FrameRateConfig& sequenceRate);
+// The largest whole number of frames at `rate` not longer than `t`.
+std::int64_t framesRoundedDown(const RationalTime& t, const FrameRateConfig& rate);
 
 // The placement of one rebuild, as exact times.
 struct RebuildPlan {
@@ -63,16 +73,22 @@ struct RebuildPlan {
         std::int64_t lane = 1;
         VideoCandidate candidate;
         RationalTime start;  // where the event's timecode is in the clip's media
+        // The part of the event the clip's media covers: it begins `lead`
+        // after the event gap's start and lasts `duration` (both whole
+        // sequence frames); the rest of the event is a lane gap.
+        RationalTime lead;
+        RationalTime duration;
     };
     struct Audio {
         std::size_t inputIndex = 0;  // into RebuildPlan::keptInputs
         std::int64_t lane = -2;
-        RationalTime duration;
+        RationalTime duration;  // the file's length rounded up to whole frames
     };
     struct Event {
         std::int64_t order = 0;
         std::string timecode;          // as shown ("00:00:00:00" when unparseable)
-        RationalTime time;             // the timecode in seconds: the event gap's start
+        std::string sourceFile;        // the file the timecode came from
+        RationalTime time;             // the timecode in seconds, on the sequence's frame grid
         RationalTime offset;           // the gap's position on the timeline
         RationalTime duration;         // the gap's length, whole sequence frames
         RationalTime contentDuration;  // the longest file (1 s when all are empty)

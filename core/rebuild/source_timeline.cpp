@@ -291,9 +291,22 @@ struct Reader {
         candidate.laneRaw = lane;
         candidate.multicam = media->second;
         candidate.clipName = attrOr(clip, "name", "");
-        // The angle of the clip's first mc-source (editors write the video
-        // source first); the multicam's first angle when the clip has none.
-        const XMLNode* source = clip.firstChild("mc-source");
+        // The angle the clip takes its picture from: its first mc-source
+        // that enables video (editors also list the audio angle, sometimes
+        // first), else its first mc-source, else the multicam's first angle.
+        const XMLNode* source = nullptr;
+        for (const auto& child : clip.children) {
+            if (child->name != "mc-source") {
+                continue;
+            }
+            if (source == nullptr) {
+                source = child.get();
+            }
+            if (child->attr("srcEnable").value_or("all") != "audio") {
+                source = child.get();
+                break;
+            }
+        }
         candidate.angleID =
             source != nullptr ? attrOr(*source, "angleID", "") : media->second.defaultAngleID;
         candidate.start = timeAttr(clip, "start").value_or(media->second.tcStart);

@@ -42,6 +42,7 @@ ResolveRebuildAudioInput TimelineRebuildDetectedAudioInput::toAudioInput() const
     input.channels = channels;
     input.trackKey = trackKey;
     input.sourceMediaStart = sourceMediaStart;
+    input.timecodeRate = timecodeRate;
     return input;
 }
 

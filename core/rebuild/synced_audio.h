@@ -46,6 +46,9 @@ struct ResolveRebuildAudioInput {
     // The first sample's time in the file's own media: the bext time reference
     // on the sequence's frame grid, 0/1 without one.
     RationalTime sourceMediaStart;
+    // The rate the file's own timecode counts in (its iXML <SPEED>), when
+    // the file says.
+    std::optional<FrameRateConfig> timecodeRate;
 
     RationalTime duration() const { return RationalTime::fromSamples(frameCount, sampleRate); }
 };
@@ -67,6 +70,7 @@ struct TimelineRebuildDetectedAudioInput {
     // The timecode came from the name although metadata was asked for first.
     bool usedFallback = false;
     RationalTime sourceMediaStart;
+    std::optional<FrameRateConfig> timecodeRate;  // from the file's iXML <SPEED>
 
     ResolveRebuildAudioInput toAudioInput() const;
 };

@@ -120,10 +120,12 @@ TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
                             "duration=251/25s tcFormat=NDF",
                             "asset-clip lane=2 ref=cam2 name=CamB start=3610/1s offset=3610/1s "
                             "duration=251/25s tcFormat=NDF",
+                            // Audio durations round up to whole frames; starts
+                            // inside the files stay sample exact.
                             "asset-clip lane=-1 name=mix.wav start=0/1s enabled=1 ref=rStereoMix "
-                            "duration=480001/48000s offset=3610/1s",
+                            "duration=251/25s offset=3610/1s",
                             "asset-clip lane=-2 name=evt1_trk1.wav start=3610/1s enabled=1 "
-                            "ref=rA_1_evt1_trk1 duration=480001/48000s offset=3610/1s",
+                            "ref=rA_1_evt1_trk1 duration=251/25s offset=3610/1s",
                             "asset-clip lane=-3 name=evt1_trk2.wav start=3610/1s enabled=1 "
                             "ref=rA_2_evt1_trk2 duration=8/1s offset=3610/1s"));
 
@@ -137,7 +139,7 @@ TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
                             "offset=91512/25s duration=5/1s tcFormat=NDF",
                             "spine lane=2 offset=91512/25s",
                             "asset-clip lane=-1 name=mix.wav start=480001/48000s enabled=1 "
-                            "ref=rStereoMix duration=239999/48000s offset=91512/25s",
+                            "ref=rStereoMix duration=5/1s offset=91512/25s",
                             "asset-clip lane=-2 name=evt2_trk1.wav start=91512/25s enabled=1 "
                             "ref=rA_3_evt2_trk1 duration=5/1s offset=91512/25s",
                             "spine lane=-3 offset=91512/25s"));
@@ -380,6 +382,81 @@ TEST(FCPXMLGenerator, RealExportResourcesAreCopiedAsValidFCPXML) {
     EXPECT_THAT(issueTexts(output.analysis),
                 ElementsAre("Warning: Missing camera clip for lane V2 at event 1 (00:00:50:00); "
                             "emitting lane gap."));
+}
+
+}  // namespace
+}  // namespace norvane
+
+namespace norvane {
+namespace {
+
+TEST(FCPXMLGenerator, CameraClipsStopWhereTheirMediaEnds) {
+    DemoTimelineSpec recipe;
+    recipe.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(10)}}}};
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(recipe));
+    // Ten seconds of sound from 01:00:05:00: the camera ran out at 01:00:10:00.
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 480000, "01:00:05:00", RationalTime(3605, 1))};
+    auto output = generateFCPXML(context, inputs, mix(480000), {});
+    expectValid(output.xml);
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Warning: Lane V1 at event 1: camera clip CamA trimmed by 5.000s "
+                            "where its media does not cover the event; emitting lane gap."));
+    auto root = parseXMLTree(output.xml);
+    auto gap = root->findDescendant("spine")->children.at(0).get();
+    EXPECT_EQ(attrs(*gap->children[0]),
+              "asset-clip lane=1 ref=cam1 name=CamA start=3605/1s offset=3605/1s duration=5/1s "
+              "tcFormat=NDF");
+    EXPECT_EQ(attrs(*gap->children[1]), "spine lane=1 offset=3610/1s");
+    EXPECT_EQ(attrs(*gap->children[1]->children[0]),
+              "gap name=Gap start=3610/1s offset=0/1s duration=5/1s");
+}
+
+TEST(FCPXMLGenerator, TimelineAndEventsStandOnTheSequenceFrameGrid) {
+    // 23.976 NDF: one hour of the sequence's own timecode is 86400 frames.
+    DemoTimelineSpec ntsc;
+    ntsc.rateNumerator = 24000;
+    ntsc.rateDenominator = 1001;
+    ntsc.lanes = {{"Cam", {{"01:00:00:00", RationalTime::seconds(600)}}}};
+    SourceContext slow = readSourceTimeline(makeDemoSourceTimeline(ntsc));
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 48000, "01:00:10:00", RationalTime::zero())};
+    auto output = generateFCPXML(slow, inputs, mix(48000), {});
+    expectValid(output.xml);
+    auto root = parseXMLTree(output.xml);
+    EXPECT_EQ(root->findDescendant("sequence")->attr("tcStart"), "18018/5s");  // 3603.6 s
+    EXPECT_EQ(root->findDescendant("spine")->children.at(0)->attr("offset"), "18018/5s");
+
+    // A 23.976 recorder in a 24p sequence: its 01:00:10:00 counts 86640
+    // frames of 1001/24000 s (3613.61 s), placed on the nearest 24p frame.
+    DemoTimelineSpec film;
+    film.rateNumerator = 24;
+    film.lanes = {{"Cam", {{"01:00:00:00", RationalTime::seconds(600)}}}};
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(film));
+    inputs[0].timecodeRate = *frameRateConfig(FrameRatePreset::fps23_976);
+    output = generateFCPXML(context, inputs, mix(48000), {});
+    expectValid(output.xml);
+    EXPECT_EQ(output.plan.events.at(0).time, RationalTime(86727, 24));
+    inputs[0].timecodeRate.reset();
+    EXPECT_EQ(generateFCPXML(context, inputs, mix(48000), {}).plan.events.at(0).time,
+              RationalTime(3610, 1));
+}
+
+TEST(FCPXMLGenerator, DoubleLTCRefusesRatesWhoseHalfIsNoLTCRate) {
+    DemoTimelineSpec recipe;  // 25p: half would be 12.5
+    recipe.lanes = {{"Cam", {{"01:00:00:00", RationalTime::seconds(60)}}}};
+    SourceContext context = readSourceTimeline(makeDemoSourceTimeline(recipe));
+    ResolveRebuildOptions options;
+    options.videoFrameRateMode = VideoFrameRateMode::doubleLTC;
+    auto inputs = std::vector<ResolveRebuildAudioInput>{
+        audio(1, "Trk1", "e1", 48000, "01:00:10:00", RationalTime::zero())};
+    auto output = generateFCPXML(context, inputs, mix(48000), options);
+    EXPECT_THAT(issueTexts(output.analysis),
+                ElementsAre("Error: Double LTC needs a 47.952, 48, 50, 59.94 or 60 fps sequence; "
+                            "this sequence runs at 25 fps."));
+    // The events still stand where the 25 fps timecode puts them.
+    EXPECT_EQ(output.plan.events.at(0).time, RationalTime(3610, 1));
+    EXPECT_TRUE(output.analysis.events.at(0).cameraMatches.at(0).hasMatch);
 }
 
 }  // namespace

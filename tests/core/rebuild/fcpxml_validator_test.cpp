@@ -91,3 +91,36 @@ TEST(GeneratedFCPXMLValidation, UnreadableDocumentsStopEarly) {
 
 }  // namespace
 }  // namespace norvane
+
+namespace norvane {
+namespace {
+
+TEST(GeneratedFCPXMLValidation, StoryTimesOffTheFrameGridAndCameraClipsPastTheirMedia) {
+    std::string resources =
+        "<format id=\"r0\" frameDuration=\"1/25s\"/>"
+        "<asset id=\"cam\" hasVideo=\"1\" start=\"0s\" duration=\"10/1s\"/>"
+        "<asset id=\"snd\" hasAudio=\"1\" duration=\"20/1s\"/>";
+    // A sample-exact start inside an audio file is fine; a story time half a
+    // frame off and a camera clip 2 s past its asset are not.
+    auto v = validateGeneratedFCPXML(document(
+        resources,
+        "<gap offset=\"1/50s\" duration=\"5/1s\">"
+        "<asset-clip ref=\"snd\" lane=\"-1\" start=\"1/48000s\" duration=\"5/1s\"/>"
+        "<asset-clip ref=\"cam\" lane=\"1\" name=\"CamA\" start=\"8/1s\" duration=\"4/1s\"/>"
+        "</gap>"));
+    EXPECT_THAT(
+        messages(v),
+        ElementsAre("Error: Generated FCPXML has times off the sequence frame grid: gap "
+                    "offset=1/50s.",
+                    "Error: Generated FCPXML has camera clips outside their media: CamA (lane 1) "
+                    "runs 2.000s past its media."));
+
+    auto clean = validateGeneratedFCPXML(
+        document(resources,
+                 "<gap offset=\"1/25s\" duration=\"5/1s\"><asset-clip ref=\"cam\" lane=\"1\" "
+                 "start=\"6/1s\" duration=\"4/1s\"/></gap>"));
+    EXPECT_FALSE(clean.hasErrors());
+}
+
+}  // namespace
+}  // namespace norvane

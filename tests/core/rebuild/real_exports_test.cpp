@@ -8,8 +8,11 @@
 #include <string>
 
 #include "core/common/file_output.h"
+#include "core/rebuild/fcpxml_generator.h"
+#include "core/rebuild/fcpxml_validator.h"
 #include "core/rebuild/source_timeline.h"
 #include "core/rebuild/xml_tree.h"
+#include "tests/core/rebuild/rebuild_fixtures.h"
 #include "tests/support/test_support.h"
 
 namespace norvane {
@@ -136,6 +139,72 @@ TEST(RealExports, EveryVideoClipOfTheProjectIsReadOnItsLane) {
     // The collection holds well over a hundred clips; a census that finds
     // none would prove nothing.
     EXPECT_GE(clipsSeen, 100);
+}
+
+// One ten-minute event per camera lane, timed one frame into the lane's
+// first clip: longer than any clip of the collection, so every camera clip
+// must be trimmed to its media.
+std::vector<ResolveRebuildAudioInput> eventsIntoEachLane(const SourceContext& context) {
+    std::vector<ResolveRebuildAudioInput> inputs;
+    const FrameRateConfig& rate = context.frameRate;
+    for (const VideoSource& source : context.videoSources) {
+        std::int64_t frame = std::visit(
+            [](const auto& c) {
+                if constexpr (std::is_same_v<std::decay_t<decltype(c)>, CameraCandidate>) {
+                    return c.startFrame;
+                } else {
+                    return c.multicam.startFrame;
+                }
+            },
+            source.candidates.front());
+        ResolveRebuildAudioInput input;
+        input.eventOrder = static_cast<std::int64_t>(inputs.size()) + 1;
+        input.name = "evt" + std::to_string(input.eventOrder) + "_trk1";
+        input.url = "/takes/" + input.name + ".wav";
+        input.eventTimecode = TimecodeMath::timecodeFromFrameCount(frame + 1, rate).description();
+        input.frameCount = 600 * 48000;
+        input.sampleRate = 48000;
+        input.channels = 1;
+        inputs.push_back(input);
+    }
+    return inputs;
+}
+
+TEST(RealExports, RebuiltTimelinesPassTheDTDTheFrameGridAndStayInsideTheMedia) {
+    auto files = exports();
+    if (files.empty()) {
+        GTEST_SKIP() << "shared fixtures not found under " << testing::sharedFixturesDir();
+    }
+    int built = 0;
+    for (const fs::path& file : files) {
+        SCOPED_TRACE(file.filename().string());
+        SourceContext context = readSourceTimeline(readText(file));
+        if (context.videoSources.empty()) {
+            continue;
+        }
+        auto inputs = eventsIntoEachLane(context);
+        StereoMixInfo mix{"/takes/mix.wav", 3600 * 48000, 48000, 2};
+        ResolveRebuildBuildOutput output = generateFCPXML(context, inputs, mix, {});
+        ++built;
+
+        EXPECT_EQ(testing::dtdProblems(output.xml), "");
+        ResolveGeneratedFCPXMLValidation check = validateGeneratedFCPXML(output.xml);
+        ASSERT_FALSE(check.issues.empty());
+        EXPECT_EQ(check.issues.front().message, "Generated FCPXML validation passed.");
+
+        // Each event finds the clip it was timed into, trimmed to its media.
+        ASSERT_EQ(output.analysis.events.size(), context.videoSources.size());
+        for (std::size_t i = 0; i < context.videoSources.size(); ++i) {
+            EXPECT_TRUE(output.analysis.events[i].cameraMatches.at(i).hasMatch)
+                << "event " << i + 1;
+        }
+        bool trimmed = std::any_of(output.analysis.issues.begin(), output.analysis.issues.end(),
+                                   [](const ResolveRebuildIssue& issue) {
+                                       return issue.message.find("trimmed by") != std::string::npos;
+                                   });
+        EXPECT_TRUE(trimmed);
+    }
+    EXPECT_GE(built, 12);
 }
 
 }  // namespace

@@ -227,7 +227,7 @@ TEST_F(RebuildRunTest, BuildsAndWritesAValidTimelineWithExactPlacement) {
     EXPECT_EQ(at(0, 3, "start"), "3610/1s");
     EXPECT_EQ(at(0, 3, "duration"), "2/1s");
     EXPECT_EQ(at(0, 4, "lane"), "-3");
-    EXPECT_EQ(at(0, 4, "duration"), "3/2s");
+    EXPECT_EQ(at(0, 4, "duration"), "38/25s");  // 1.5 s rounds up to 38 frames
     // Event 2 at 01:01:00:12: 1.02 s rounds up to 26 frames.
     EXPECT_EQ(gaps[1]->attr("offset"), "3602/1s");
     EXPECT_EQ(gaps[1]->attr("start"), "91512/25s");
@@ -235,9 +235,9 @@ TEST_F(RebuildRunTest, BuildsAndWritesAValidTimelineWithExactPlacement) {
     EXPECT_EQ(at(1, 0, "start"), "91512/25s");
     EXPECT_EQ(gaps[1]->children[1]->name, "spine");  // CamB's lane gap
     EXPECT_EQ(at(1, 2, "start"), "2/1s");
-    EXPECT_EQ(at(1, 2, "duration"), "51/50s");
+    EXPECT_EQ(at(1, 2, "duration"), "26/25s");
     EXPECT_EQ(at(1, 3, "start"), "91512/25s");
-    EXPECT_EQ(at(1, 3, "duration"), "51/50s");
+    EXPECT_EQ(at(1, 3, "duration"), "26/25s");
     EXPECT_EQ(at(1, 3, "offset"), "91512/25s");
 
     EXPECT_EQ(run.stats.eventsProcessed, 2);

@@ -273,7 +273,7 @@ TEST(SourceTimeline, MulticamMediaAndClips) {
 
     ASSERT_EQ(c.multicamCandidates.size(), 2u);
     EXPECT_EQ(c.multicamCandidates[0].clipName, "MC");
-    EXPECT_EQ(c.multicamCandidates[0].angleID, "angA");  // the first mc-source, whatever it enables
+    EXPECT_EQ(c.multicamCandidates[0].angleID, "angB");  // the mc-source that enables video
     EXPECT_EQ(c.multicamCandidates[1].angleID, "angA");  // no mc-source: the first angle
     EXPECT_EQ(c.multicamCandidates[1].laneRaw, 1);
     ASSERT_NE(c.firstMulticam(), nullptr);
