@@ -5,7 +5,7 @@
 #include <cstring>
 #include <optional>
 
-#include "core/common/file_output.h"
+#include "core/audio/wav_reader.h"
 
 namespace norvane {
 namespace fs = std::filesystem;
@@ -28,86 +28,14 @@ WAVError WAVError::missingFmt() {
 WAVError WAVError::missingData() {
     return WAVError(Kind::missingData, "WAV file is missing data chunk.");
 }
+WAVError WAVError::notRegularFile() {
+    return WAVError(Kind::notRegularFile,
+                    "Not a regular file: a pipe or device cannot be read as WAV.");
+}
 
 namespace {
 
-constexpr std::uint16_t kFormatPCM = 1;
 constexpr std::uint16_t kFormatFloat = 3;
-constexpr std::uint16_t kFormatExtensible = 0xFFFE;
-
-// KSDATAFORMAT_SUBTYPE_PCM / _IEEE_FLOAT as stored in WAVE_FORMAT_EXTENSIBLE.
-constexpr std::array<std::uint8_t, 16> kSubFormatPCM = {
-    0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-constexpr std::array<std::uint8_t, 16> kSubFormatFloat = {
-    0x03, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-
-// The chunk id as text; ids with a byte outside ASCII become "".
-std::string chunkId(ByteView bytes) {
-    std::string id;
-    for (std::uint8_t b : bytes) {
-        if (b > 0x7F) {
-            return {};
-        }
-        id.push_back(static_cast<char>(b));
-    }
-    return id;
-}
-
-// The sub-format GUID of an extensible fmt payload, or nullopt when the
-// payload is not a well-formed extensible one. The GUID is the last 16 bytes
-// of the cbSize-long extension (bytes 24-39 for the usual cbSize of 22).
-std::optional<ByteView> extensibleSubFormat(ByteView payload) {
-    if (readLE16(payload, 0) != kFormatExtensible || payload.size() < 18) {
-        return std::nullopt;
-    }
-    const std::size_t cbSize = readLE16(payload, 16);
-    if (cbSize < 22 || payload.size() < cbSize + 18) {
-        return std::nullopt;
-    }
-    return payload.subspan(cbSize + 2, 16);
-}
-
-bool sameBytes(ByteView a, const std::array<std::uint8_t, 16>& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), b.size()) == 0;
-}
-
-// Four passes over the fmt candidates, first hit wins: plain PCM (any depth),
-// extensible PCM, plain 32-bit float, extensible 32-bit float.
-WAVFmtChunk selectFormat(const std::vector<ByteView>& candidates) {
-    auto fields = [](ByteView p, std::uint16_t tag) {
-        WAVFmtChunk f;
-        f.audioFormat = tag;
-        f.channelCount = readLE16(p, 2);
-        f.sampleRate = readLE32(p, 4);
-        f.byteRate = readLE32(p, 8);
-        f.blockAlign = readLE16(p, 12);
-        f.bitsPerSample = readLE16(p, 14);
-        return f;
-    };
-    for (ByteView p : candidates) {
-        if (readLE16(p, 0) == kFormatPCM) {
-            return fields(p, kFormatPCM);
-        }
-    }
-    for (ByteView p : candidates) {
-        auto sub = extensibleSubFormat(p);
-        if (sub && sameBytes(*sub, kSubFormatPCM)) {
-            return fields(p, kFormatPCM);
-        }
-    }
-    for (ByteView p : candidates) {
-        if (readLE16(p, 0) == kFormatFloat && readLE16(p, 14) == 32) {
-            return fields(p, kFormatFloat);
-        }
-    }
-    for (ByteView p : candidates) {
-        auto sub = extensibleSubFormat(p);
-        if (sub && sameBytes(*sub, kSubFormatFloat) && readLE16(p, 14) == 32) {
-            return fields(p, kFormatFloat);
-        }
-    }
-    throw WAVError::unsupportedFormat("Only linear PCM and 32-bit float WAV are supported");
-}
 
 float pcmSample(const std::uint8_t* p, int bytesPerSample) {
     switch (bytesPerSample) {
@@ -143,7 +71,12 @@ float floatSample(const std::uint8_t* p) {
 }  // namespace
 
 WAVFile::WAVFile(const fs::path& url) : url_(url) {
-    storage_ = std::make_shared<const WAVStorage>(readWholeFile(url));
+    // The reader refuses what is not a regular file before reading anything
+    // and bounds every read by the file's size.
+    const WavReader reader(url);
+    ByteBuffer bytes(static_cast<std::size_t>(reader.fileSize()));
+    reader.readBytes(0, bytes);
+    storage_ = std::make_shared<const WAVStorage>(std::move(bytes));
     parse();
 }
 
@@ -157,54 +90,25 @@ WAVFile WAVFile::fromBytes(ByteBuffer bytes, fs::path url) {
 
 void WAVFile::parse() {
     const ByteView bytes = storage_->all();
-    const std::uint64_t length = bytes.size();
-    if (length < 12) {
-        throw WAVError::invalidChunk();
-    }
-    if (chunkId(bytes.subspan(0, 4)) != "RIFF") {
-        throw WAVError::notRIFF();
-    }
-    if (chunkId(bytes.subspan(8, 4)) != "WAVE") {
-        throw WAVError::notWAVE();
-    }
-    // The RIFF size field is ignored: the walk is bounded by the real length.
-    std::vector<ByteView> fmtCandidates;
-    bool haveData = false;
-    std::uint64_t offset = 12;
-    while (offset + 8 <= length) {
-        std::string id = chunkId(bytes.subspan(offset, 4));
-        const std::uint64_t size = readLE32(bytes, offset + 4);
-        const std::uint64_t end = offset + 8 + size;
-        if (end > length) {
-            // A truncated or bogus trailing chunk is tolerated once the file
-            // is usable; a data chunk is never clamped.
-            if (!fmtCandidates.empty() && haveData) {
-                break;
+    const WavIndex index = indexWav(
+        [bytes](std::uint64_t offset, std::span<std::uint8_t> out) -> std::size_t {
+            if (offset >= bytes.size()) {
+                return 0;
             }
-            throw WAVError::invalidChunk();
-        }
-        const ByteView payload = storage_->view(offset + 8, size);
-        if (id == "fmt ") {
-            if (size < 16) {
-                throw WAVError::invalidChunk();
-            }
-            fmtCandidates.push_back(payload);
-        } else if (id == "data") {
-            dataChunk_ = payload;
-            haveData = true;
-        }
-        const ByteView idBytes = bytes.subspan(offset, 4);
-        chunks_.push_back(
-            WAVChunk{std::move(id), payload, std::string(idBytes.begin(), idBytes.end())});
-        offset = end + (size & 1);  // RIFF pads odd chunks to an even length
+            const std::size_t n = std::min<std::uint64_t>(out.size(), bytes.size() - offset);
+            std::memcpy(out.data(), bytes.data() + offset, n);
+            return n;
+        },
+        bytes.size());
+    fmt_ = index.fmt;
+    for (const WavChunkInfo& chunk : index.chunks) {
+        chunks_.push_back(WAVChunk{chunk.idText, storage_->view(chunk.offset, chunk.size),
+                                   std::string(chunk.id.begin(), chunk.id.end())});
     }
-    if (fmtCandidates.empty()) {
-        throw WAVError::missingFmt();
+    dataChunk_ = chunks_[index.dataChunk].data;
+    if (index.dataCutOff) {
+        warnings_.push_back(cutOffDataWarning(url_.filename().string()));
     }
-    if (!haveData) {
-        throw WAVError::missingData();
-    }
-    fmt_ = selectFormat(fmtCandidates);
 }
 
 double WAVFile::duration() const {

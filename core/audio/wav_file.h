@@ -43,7 +43,15 @@ struct WAVChunk {
 
 class WAVError : public Error {
   public:
-    enum class Kind { unsupportedFormat, notRIFF, notWAVE, invalidChunk, missingFmt, missingData };
+    enum class Kind {
+        unsupportedFormat,
+        notRIFF,
+        notWAVE,
+        invalidChunk,
+        missingFmt,
+        missingData,
+        notRegularFile
+    };
 
     // "Unsupported WAV format: " + text.
     static WAVError unsupportedFormat(const std::string& text);
@@ -52,6 +60,8 @@ class WAVError : public Error {
     static WAVError invalidChunk();
     static WAVError missingFmt();
     static WAVError missingData();
+    // A folder, device or pipe named like a WAV file.
+    static WAVError notRegularFile();
 
     Kind kind() const { return kind_; }
 
@@ -76,7 +86,7 @@ class WAVStorage {
     ByteBuffer bytes_;
 };
 
-// A RIFF/WAVE file parsed in memory: the selected format, every chunk in file
+// A RIFF/WAVE (or RF64/BW64) file parsed in memory: the selected format, every chunk in file
 // order and the audio of the (last) "data" chunk. Copies are cheap and share
 // the storage.
 class WAVFile {
@@ -96,6 +106,9 @@ class WAVFile {
     double duration() const;
     // Whole frames in the data chunk (data bytes / blockAlign); 0 when blockAlign is 0.
     std::int64_t frameCount() const;
+    // Messages for the user about what was read (a cut-off data chunk read to
+    // the last whole frame), each naming the file.
+    const std::vector<std::string>& warnings() const { return warnings_; }
 
     // One float per frame: channel `channelIndex` (clamped into the valid
     // range), or with `mixDown` the mean of all channels. PCM scaling is
@@ -119,6 +132,7 @@ class WAVFile {
     ByteView dataChunk_;
     std::shared_ptr<const WAVStorage> storage_;
     std::shared_ptr<const WAVStorage> replacedData_;
+    std::vector<std::string> warnings_;
 };
 
 }  // namespace norvane

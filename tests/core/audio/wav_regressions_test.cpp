@@ -28,12 +28,11 @@ TEST(WAVRegressionTest, HostileFilesGiveTypedErrorsOnly) {
 
 TEST(WAVRegressionTest, KnownHostileCasesHaveTheirOutcome) {
     const auto folder = testing::dataDir() / "wav_regressions";
-    try {
-        WAVFile(folder / "data-size-4gib.wav");
-        FAIL();
-    } catch (const WAVError& e) {
-        EXPECT_EQ(e.kind(), WAVError::Kind::invalidChunk);
-    }
+    // A data size of 0xFFFFFFFF is a recording whose header was never
+    // finished: the audio present is read, with a warning.
+    WAVFile unfinished(folder / "data-size-4gib.wav");
+    EXPECT_EQ(unfinished.warnings().size(), 1u);
+    EXPECT_LT(unfinished.dataChunk().size(), 0xFFFFFFFFu);
     EXPECT_THROW(WAVFile(folder / "extensible-huge-cbsize.wav"), WAVError);
     WAVFile narrow(folder / "narrow-block-many-channels.wav");
     EXPECT_EQ(narrow.fmt().channelCount, 65535);
