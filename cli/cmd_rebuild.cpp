@@ -127,6 +127,7 @@ Json inputsJSON(const std::vector<TimelineRebuildDetectedAudioInput>& rows) {
                        {"trackKey", row.trackKey},
                        {"timecodeProvenance", label(row.timecodeProvenance)},
                        {"trackProvenance", label(row.trackProvenance)},
+                       {"namingRule", row.namingRule},
                        {"usedFallback", row.usedFallback},
                        {"sourceMediaStart", row.sourceMediaStart.text()}});
     }

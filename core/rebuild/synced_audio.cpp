@@ -5,9 +5,11 @@
 #include <map>
 
 #include "core/audio/bwf_reader.h"
+#include "core/audio/ixml.h"
 #include "core/common/regex.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
+#include "core/rebuild/xml_tree.h"
 
 namespace norvane {
 
@@ -121,10 +123,78 @@ std::optional<std::string> timecodeInName(std::string_view fileName) {
     return group1(nameTimecodePattern(), last);
 }
 
+// A name that is not UTF-8 cannot be searched as text: its non-ASCII bytes
+// are replaced by a letter no token uses as a separator or digit, so the
+// digits and tokens around them are still found.
+std::string searchable(std::string_view name) {
+    std::string out(name);
+    if (!isValidUTF8(name)) {
+        for (char& c : out) {
+            if (static_cast<unsigned char>(c) >= 0x80) {
+                c = 'x';
+            }
+        }
+    }
+    return out;
+}
+
+const Regex& trackSuffixPattern() {
+    static const Regex r("(?i)^(.+)_Tr0*([0-9]+)$");
+    return r;
+}
+const Regex& mixSuffixPattern() {
+    static const Regex r("(?i)^(.+)_TrL_?R$");
+    return r;
+}
+const Regex& takeTrackPattern() {
+    static const Regex r("^(.+)_0*([0-9]+)_0*([0-9]+)$");
+    return r;
+}
+
 }  // namespace
 
+FileIdentity identifyFile(std::string_view fileName, const RecorderFileInfo& info) {
+    std::string stem = withoutWavExtension(searchable(fileName));
+    FileIdentity identity;
+    if (auto m = trackSuffixPattern().firstMatch(stem)) {
+        identity.rule = kTrackSuffixRule;
+        identity.eventOrder = eventIndex(*(*m)[1]);
+        if (auto n = readInteger(*(*m)[2])) {
+            identity.trackKey = "Trk" + std::to_string(*n);
+        }
+        return identity;
+    }
+    if (auto m = mixSuffixPattern().firstMatch(stem)) {
+        identity.rule = kMixSuffixRule;
+        identity.eventOrder = eventIndex(*(*m)[1]);
+        identity.trackKey = "TrkLR";
+        return identity;
+    }
+    if (auto m = takeTrackPattern().firstMatch(stem)) {
+        auto take = readInteger(*(*m)[2]);
+        auto track = readInteger(*(*m)[3]);
+        bool monoOfSet =
+            (info.take && take && *info.take == *take) ||
+            (info.totalFiles && *info.totalFiles > 1) ||
+            (info.channelIndices.size() == 1 && track && info.channelIndices.front() == *track);
+        // A take number that is the last number is a poly file's own name.
+        if (info.take && track && *info.take == *track && !(take && *info.take == *take)) {
+            monoOfSet = false;
+        }
+        if (monoOfSet && take && track) {
+            identity.rule = kTakeTrackRule;
+            identity.eventOrder = *take;
+            identity.trackKey = "Trk" + std::to_string(*track);
+            return identity;
+        }
+    }
+    identity.eventOrder = eventIndex(stem);
+    identity.trackKey = explicitTrackKey(stem);
+    return identity;
+}
+
 std::int64_t eventIndex(std::string_view fileName) {
-    std::string stem = withoutWavExtension(fileName);
+    std::string stem = withoutWavExtension(searchable(fileName));
     for (const Regex* pattern : {&segmentPattern(), &recorderPattern()}) {
         if (auto captured = group1(*pattern, stem)) {
             return readInteger(*captured).value_or(kNoEventIndex);
@@ -138,7 +208,7 @@ std::int64_t eventIndex(std::string_view fileName) {
 }
 
 std::optional<std::string> explicitTrackKey(std::string_view fileName) {
-    auto captured = group1(trackPattern(), withoutWavExtension(fileName));
+    auto captured = group1(trackPattern(), withoutWavExtension(searchable(fileName)));
     if (!captured) {
         return std::nullopt;
     }
@@ -246,12 +316,42 @@ std::optional<std::vector<TimelineRebuildDetectedAudioInput>> scanSyncedAudio(
         } catch (const std::exception& e) {
             throw SyncedAudioError(path, describeError(e));
         }
+        // The iXML is read once: the file set, take and timecode rate.
+        RecorderFileInfo recorder;
+        std::optional<FrameRateConfig> fileRate;
+        if (auto text = BWFReader::ixmlText(*file)) {
+            if (auto ixml = IXML::parse(*text)) {
+                fileRate = IXML::timecodeRate(*ixml);
+                if (auto take = ixml->childText("TAKE")) {
+                    recorder.take = readInteger(trim(*take));
+                }
+                if (const IXMLElement* set = ixml->child("FILE_SET")) {
+                    if (auto total = set->childText("TOTAL_FILES")) {
+                        recorder.totalFiles = readInteger(trim(*total));
+                    }
+                }
+                for (const IXMLTrack& track : IXML::tracks(*ixml)) {
+                    if (track.channelIndex) {
+                        recorder.channelIndices.push_back(*track.channelIndex);
+                    }
+                }
+            }
+        }
+        if (fileRate && (fileRate->numerator <= 0 || fileRate->denominator <= 0)) {
+            fileRate.reset();
+        }
+        FileIdentity identity = identifyFile(fileName, recorder);
+
         TimelineRebuildDetectedAudioInput row;
         row.id = makeUUID();
         row.name = path.stem().string();
         row.sourceURL = path;
-        row.eventOrder = eventIndex(fileName);
-        EventTimecodeResult tc = eventTimecode(*file, fileName, priority, timecodeRate);
+        row.eventOrder = identity.eventOrder;
+        row.namingRule = std::string(identity.rule);
+        row.timecodeRate = fileRate;
+        // Timecode text counts frames at the file's own rate when it says.
+        EventTimecodeResult tc =
+            eventTimecode(*file, fileName, priority, fileRate.value_or(timecodeRate));
         row.eventTimecode = tc.timecode.value_or("UNRESOLVED");
         row.timecodeProvenance = tc.provenance;
         row.usedFallback = tc.usedFallback;
@@ -271,10 +371,9 @@ std::optional<std::vector<TimelineRebuildDetectedAudioInput>> scanSyncedAudio(
                 }
             }
         }
-        auto key = explicitTrackKey(fileName);
-        explicitKey.push_back(key.has_value());
-        if (key) {
-            row.trackKey = *key;
+        explicitKey.push_back(identity.trackKey.has_value());
+        if (identity.trackKey) {
+            row.trackKey = *identity.trackKey;
             row.trackProvenance = TimelineTrackProvenance::explicit_;
         }
         rows.push_back(std::move(row));

@@ -67,6 +67,9 @@ struct TimelineRebuildDetectedAudioInput {
     std::string trackKey = "Trk1";
     TimelineTimecodeProvenance timecodeProvenance = TimelineTimecodeProvenance::unresolved;
     TimelineTrackProvenance trackProvenance = TimelineTrackProvenance::implicit;
+    // The naming rule that gave the event and track (kGenericNamingRule or a
+    // recorder pattern), shown in the mapping table.
+    std::string namingRule;
     // The timecode came from the name although metadata was asked for first.
     bool usedFallback = false;
     RationalTime sourceMediaStart;
@@ -85,6 +88,38 @@ class SyncedAudioError : public Error {
 // The event index in a file name ("Event_007_trk2.wav" -> 7, "a3-012_mix.wav" ->
 // 12, "take 5 part 9.wav" -> 9), or kNoEventIndex.
 std::int64_t eventIndex(std::string_view fileName);
+// How a file's name (and its iXML) place it in an event and a track.
+inline constexpr std::string_view kGenericNamingRule = "Event number in name";
+inline constexpr std::string_view kTrackSuffixRule = "Recorder track _Tr<N>";
+inline constexpr std::string_view kMixSuffixRule = "Recorder mix _TrL_R";
+inline constexpr std::string_view kTakeTrackRule = "Recorder take_track (iXML)";
+
+struct FileIdentity {
+    std::int64_t eventOrder = kNoEventIndex;
+    std::optional<std::string> trackKey;  // explicit track, when the name gives one
+    std::string_view rule = kGenericNamingRule;
+};
+
+// What the file's iXML says about the file set it belongs to.
+struct RecorderFileInfo {
+    std::optional<std::int64_t> take;          // <TAKE> as a number
+    std::optional<std::int64_t> totalFiles;    // <FILE_SET><TOTAL_FILES>
+    std::vector<std::int64_t> channelIndices;  // <TRACK_LIST><TRACK><CHANNEL_INDEX>
+};
+
+// Recorder file sets first, then the generic rules:
+// - "<take>_Tr<N>": track N of a multitrack recorder's take ("Scene_1_2AG-T001_Tr3");
+// - "<take>_TrL_R" (or "_TrLR"): the take's stereo mix, track "TrkLR";
+// - "<scene>_<take>_<track>" when the iXML shows a mono file of a poly set
+//   (its TAKE is the middle number, or its set has several files, or its one
+//   track has the last number as channel): take and track from the name, so
+//   "A101_1_2" is take 1 track 2, not event 2;
+// - otherwise eventIndex and explicitTrackKey.
+// The event number of a recorder take is read from the name without its
+// track suffix. Names that are not UTF-8 are read with their other bytes
+// set aside, so they keep their number.
+FileIdentity identifyFile(std::string_view fileName, const RecorderFileInfo& info = {});
+
 // "Trk" + N for a track or channel token standing at the start or after "_",
 // "-" or " " and followed by the end or one of those ("take_CH02" -> "Trk2").
 std::optional<std::string> explicitTrackKey(std::string_view fileName);

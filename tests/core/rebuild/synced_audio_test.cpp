@@ -144,3 +144,121 @@ TEST(SyncedAudioScan, UnreadableFilesAndFoldersAreReported) {
 
 }  // namespace
 }  // namespace norvane
+
+namespace norvane {
+namespace {
+
+TEST(SyncedAudioNames, RecorderFileSetsBeforeTheGenericRules) {
+    FileIdentity track = identifyFile("Scene_1_2AG-T001_Tr3.WAV");
+    EXPECT_EQ(track.eventOrder, 1);  // T001, not the 3 of the track suffix
+    EXPECT_EQ(track.trackKey, "Trk3");
+    EXPECT_EQ(track.rule, kTrackSuffixRule);
+    FileIdentity mix = identifyFile("Scene_1_2AG-T001_TrL_R.WAV");
+    EXPECT_EQ(mix.eventOrder, 1);
+    EXPECT_EQ(mix.trackKey, "TrkLR");
+    EXPECT_EQ(mix.rule, kMixSuffixRule);
+
+    // Scene A101, take 1, track 2: the iXML says which number is the take.
+    RecorderFileInfo take1;
+    take1.take = 1;
+    FileIdentity mono = identifyFile("A101_1_2.WAV", take1);
+    EXPECT_EQ(mono.eventOrder, 1);
+    EXPECT_EQ(mono.trackKey, "Trk2");
+    EXPECT_EQ(mono.rule, kTakeTrackRule);
+    RecorderFileInfo split;
+    split.channelIndices = {2};  // one track, channel 2 of the set
+    EXPECT_EQ(identifyFile("A101_1_2.WAV", split).eventOrder, 1);
+    // Without such iXML, or when the take is the last number, the generic
+    // rules apply as before.
+    EXPECT_EQ(identifyFile("A101_1_2.WAV").eventOrder, 2);
+    RecorderFileInfo take2;
+    take2.take = 2;
+    FileIdentity poly = identifyFile("Scene_1_2.wav", take2);
+    EXPECT_EQ(poly.eventOrder, 2);
+    EXPECT_EQ(poly.rule, kGenericNamingRule);
+    EXPECT_EQ(identifyFile("Event_007_trk2.wav").trackKey, "Trk2");
+}
+
+TEST(SyncedAudioNames, NamesThatAreNotUTF8KeepTheirNumbers) {
+    EXPECT_EQ(eventIndex("caf\xe9_take_12.wav"), 12);
+    EXPECT_EQ(eventIndex("\xff\xfe"
+                         "evt3.wav"),
+              3);
+    EXPECT_EQ(explicitTrackKey("sc\xe8ne_5_ch2.wav"), "Trk2");
+    EXPECT_EQ(identifyFile("Sc\xe8ne-T004_Tr2.WAV").eventOrder, 4);
+}
+
+// Recorders' own files, linked into a folder under the names their file
+// sets use.
+class RecorderFileSets : public ::testing::Test {
+  protected:
+    TempDir dir;
+    bool link(const std::string& fixture, const std::string& name) {
+        auto source = testing::sharedFixture("field/" + fixture);
+        if (source.empty()) {
+            return false;
+        }
+        std::filesystem::create_symlink(source, dir / name);
+        return true;
+    }
+};
+
+TEST_F(RecorderFileSets, AMultitrackTakeIsOneEvent) {
+    for (int take = 1; take <= 2; ++take) {
+        std::string base = "Scene_1_2AG-T00" + std::to_string(take);
+        for (int track = 1; track <= (take == 1 ? 8 : 2); ++track) {
+            if (!link("zoomF8_TrL_R.WAV", base + "_Tr" + std::to_string(track) + ".WAV")) {
+                GTEST_SKIP() << "shared fixtures not found";
+            }
+        }
+        link("zoomF8_TrL_R.WAV", base + "_TrL_R.WAV");
+    }
+    auto rows =
+        scanSyncedAudio(dir.path(), TimecodeSourcePriority::bwfIXMLThenFilename, fps25(), fps25());
+    ASSERT_TRUE(rows);
+    ASSERT_EQ(rows->size(), 12u);
+    std::vector<std::string> keys;
+    for (const auto& row : *rows) {
+        keys.push_back(std::to_string(row.eventOrder) + ":" + row.trackKey);
+        EXPECT_EQ(row.trackProvenance, TimelineTrackProvenance::explicit_);
+        // bext TimeReference 3917280000 at 48 kHz, counted at the file's 25/1.
+        EXPECT_EQ(row.eventTimecode, "22:40:10:00");
+        ASSERT_TRUE(row.timecodeRate);
+        EXPECT_EQ(row.timecodeRate->numerator, 25);
+    }
+    EXPECT_THAT(
+        keys, ::testing::ElementsAre("1:Trk1", "1:Trk2", "1:Trk3", "1:Trk4", "1:Trk5", "1:Trk6",
+                                     "1:Trk7", "1:Trk8", "1:TrkLR", "2:Trk1", "2:Trk2", "2:TrkLR"));
+    EXPECT_EQ(rows->front().namingRule, kTrackSuffixRule);
+    EXPECT_EQ((*rows)[8].namingRule, kMixSuffixRule);
+}
+
+TEST_F(RecorderFileSets, MonoFilesOfAPolyTakeAndTheFilesOwnRate) {
+    // A101_1_1 and A101_1_2: take 1's two tracks (the recorder's iXML says
+    // TAKE 1); A101_2 is another take and must not meet track 2 of take 1.
+    if (!link("sd702T_A101_1.WAV", "A101_1_1.WAV")) {
+        GTEST_SKIP() << "shared fixtures not found";
+    }
+    link("sd702T_A101_1.WAV", "A101_1_2.WAV");
+    link("sd702T_A101_1.WAV", "A101_2.WAV");
+    // The sequence runs at 25; the recorder counted 23.976 NDF.
+    auto rows =
+        scanSyncedAudio(dir.path(), TimecodeSourcePriority::bwfIXMLThenFilename, fps25(), fps25());
+    ASSERT_TRUE(rows);
+    std::vector<std::string> keys;
+    for (const auto& row : *rows) {
+        keys.push_back(row.name + "=" + std::to_string(row.eventOrder) + ":" + row.trackKey);
+        // Its own bext TimeReference 2190940753 is 12:39:59:00 at 23.976.
+        EXPECT_EQ(row.eventTimecode, "12:39:59:00");
+        ASSERT_TRUE(row.timecodeRate);
+        EXPECT_EQ(row.timecodeRate->numerator, 24000);
+        EXPECT_EQ(row.timecodeRate->denominator, 1001);
+    }
+    EXPECT_THAT(keys,
+                ::testing::ElementsAre("A101_1_1=1:Trk1", "A101_1_2=1:Trk2", "A101_2=2:Trk1"));
+    EXPECT_EQ((*rows)[0].namingRule, kTakeTrackRule);
+    EXPECT_EQ((*rows)[2].namingRule, kGenericNamingRule);
+}
+
+}  // namespace
+}  // namespace norvane
