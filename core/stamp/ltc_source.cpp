@@ -14,9 +14,8 @@ constexpr std::size_t kChannelChoiceSeconds = 60;
 
 struct Attempt {
     std::optional<LTCDecodeResult> result;
-    std::vector<LTCDecoder::AutoCandidateEvaluation> evaluations;  // automatic rate only
-    std::size_t selected = 0;
     bool hadSignal = false;
+    std::optional<LTCDecodeError> mismatch;  // code at another rate than the chosen one
 };
 
 // The decoder's own decode, except that an automatic choice keeps its
@@ -30,38 +29,16 @@ Attempt decodeChannel(const WAVFile& file, std::int64_t channel,
     if (maxSamples && samples.size() > *maxSamples) {
         samples.resize(*maxSamples);
     }
-    const std::int64_t sampleRate = file.fmt().sampleRate;
-    if (rate) {
-        try {
-            attempt.result = LTCDecoder::decode(samples, sampleRate, rate);
-            attempt.hadSignal = true;
-        } catch (const LTCDecodeError& e) {
-            attempt.hadSignal = e.kind() != LTCDecodeError::Kind::noSignal;
+    // Under Auto the rate is measured from the run; the diagnostic waits
+    // until the channel is chosen.
+    try {
+        attempt.result = LTCDecoder::decodeQuietly(samples, file.fmt().sampleRate, rate);
+        attempt.hadSignal = true;
+    } catch (const LTCDecodeError& e) {
+        attempt.hadSignal = e.kind() != LTCDecodeError::Kind::noSignal;
+        if (e.kind() == LTCDecodeError::Kind::rateMismatch) {
+            attempt.mismatch = e;
         }
-        return attempt;
-    }
-    // The decoder's silence rule: no samples, or a peak of 0.01 or less.
-    float peak = 0;
-    for (float x : samples) {
-        peak = std::max(peak, std::abs(x));
-    }
-    if (samples.empty() || !(peak > 0.01f)) {
-        return attempt;
-    }
-    attempt.hadSignal = true;
-    for (const FrameRateConfig& candidate : candidateFrameRates()) {
-        auto evaluation = LTCDecoder::evaluateCandidate(samples, sampleRate, candidate);
-        if (evaluation) {
-            attempt.evaluations.push_back(*evaluation);
-        } else {
-            LTCDecoder::AutoCandidateEvaluation failed;
-            failed.rate = candidate;
-            attempt.evaluations.push_back(failed);
-        }
-    }
-    if (auto selected = FrameRateDetection::select(attempt.evaluations)) {
-        attempt.selected = *selected;
-        attempt.result = attempt.evaluations[*selected].result;
     }
     return attempt;
 }
@@ -75,6 +52,7 @@ struct Best {
     std::optional<Attempt> attempt;
     std::int64_t channel = 0;
     bool anySignal = false;
+    std::optional<LTCDecodeError> mismatch;
 };
 
 Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
@@ -84,6 +62,7 @@ Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
         best.channel = clampChannel(file, *channelIndex);
         Attempt attempt = decodeChannel(file, best.channel, rate);
         best.anySignal = attempt.hadSignal;
+        best.mismatch = attempt.mismatch;
         if (attempt.result) {
             best.attempt = std::move(attempt);
         }
@@ -95,6 +74,9 @@ Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
         for (std::int64_t channel = 0; channel < channels; ++channel) {
             Attempt attempt = decodeChannel(file, channel, rate, maxSamples);
             best.anySignal = best.anySignal || attempt.hadSignal;
+            if (!best.mismatch) {
+                best.mismatch = attempt.mismatch;
+            }
             if (!attempt.result) {
                 continue;
             }
@@ -130,14 +112,17 @@ ChannelDecode decodeFileLTC(const WAVFile& file, std::optional<std::int64_t> cha
                             const std::optional<FrameRateConfig>& rate) {
     Best best = bestChannel(file, channelIndex, rate);
     if (!best.attempt) {
+        if (best.mismatch) {
+            throw *best.mismatch;
+        }
         if (best.anySignal) {
             throw LTCDecodeError::noFrameDetected();
         }
         throw LTCDecodeError::noSignal();
     }
     if (!rate) {
-        detail::writeFrameRateDiagnostics(FrameRateDetection::candidateDiagnostics(
-            best.attempt->evaluations, best.attempt->selected));
+        detail::writeFrameRateDiagnostics(FrameRateDetection::measurementDiagnostics(
+            *best.attempt->result, file.fmt().sampleRate));
     }
     return ChannelDecode{*best.attempt->result, best.channel};
 }

@@ -49,25 +49,27 @@ class LTCDecodeError : public Error {
     enum class Kind {
         noSignal,         // "LTC signal appears silent or invalid."
         noFrameDetected,  // "Could not decode a valid LTC frame."
+        rateMismatch,     // the code runs at another rate than the one chosen
     };
 
     explicit LTCDecodeError(Kind kind);
+    LTCDecodeError(Kind kind, const std::string& message);
     Kind kind() const { return kind_; }
 
     static std::string description(Kind kind);
     static LTCDecodeError noSignal() { return LTCDecodeError(Kind::noSignal); }
     static LTCDecodeError noFrameDetected() { return LTCDecodeError(Kind::noFrameDetected); }
+    // "The LTC runs at 25.000 fps, not at the chosen frame rate (24)."
+    static LTCDecodeError rateMismatch(double measuredFps, const std::string& chosenLabel);
 
   private:
     Kind kind_;
 };
 
-// A global, fixed-grid biphase-mark reader: all zero crossings are found once,
-// a bit grid with the period of the exact frame rate is laid over them at the
-// best of a few phases, every cell is read, and frames are found by their sync
-// word. It tolerates a timing error of +-20 % of a bit period between grid and
-// signal, so it locks only when the code begins within the first 200 bit cells
-// (about 2.5 frames) of the samples given. Pure and reentrant.
+// Whole-span entry points over the push decoders of ltc_frame_decoder.h and
+// ltc_stream_decode.h: the signal is tracked edge by edge wherever the code
+// begins, and a timecode is returned only from a run of frames that count on
+// one by one. Pure and reentrant.
 namespace LTCDecoder {
 
 // One candidate rate tried by an automatic decode.
@@ -75,22 +77,28 @@ struct AutoCandidateEvaluation {
     FrameRateConfig rate;
     bool success = false;
     double confidence = 0;            // 0 on failure
-    std::optional<double> bestScore;  // phase score of the bit grid, 0..1
-    std::optional<int> validRun;      // 1 or 2 consecutive decodable frames
+    std::optional<double> bestScore;  // unused by the tracking decoder
+    std::optional<int> validRun;      // frames in the run the result comes from
     std::optional<LTCDecodeResult> result;
 };
 
-// Decodes one channel of float samples (-1..1). With a rate only that rate is
-// tried; without one the six candidate rates are tried, one is selected
-// (FrameRateDetection::select) and the "Auto FPS candidates:" diagnostic is
-// written to the frame-rate diagnostics stream. Throws LTCDecodeError.
+// Decodes one channel of float samples (-1..1): the first run of consecutive
+// frames, projected to the first sample. With a rate the frames are counted at
+// that rate; without one the rate is measured from the run (frame period and
+// drop-frame bit) and the "Auto FPS candidates:" diagnostic is written to the
+// frame-rate diagnostics stream. Throws LTCDecodeError.
 LTCDecodeResult decode(std::span<const float> samples, std::int64_t sampleRate,
                        const std::optional<FrameRateConfig>& rate = std::nullopt);
 
-// Decodes windows of `windowSeconds` every `hopSeconds` (the hop is widened so
-// that at most `maxWindows` windows are decoded) and returns one point per
-// decodable window, sorted by sample and thinned to at least half a hop apart.
-// Never throws a decode error; a cancellation returns the points found so far.
+// decode without the diagnostic.
+LTCDecodeResult decodeQuietly(std::span<const float> samples, std::int64_t sampleRate,
+                              const std::optional<FrameRateConfig>& rate = std::nullopt);
+
+// The verified runs of the samples as points: each run's first frame, then
+// its frames at least half a hop apart, sorted by sample. The window length
+// and window count no longer matter (every frame is read once); they are kept
+// for callers. Never throws a decode error; a cancellation returns the points
+// found so far.
 std::vector<LTCTimelinePoint> decodeTimeline(
     std::span<const float> samples, std::int64_t sampleRate,
     const std::optional<FrameRateConfig>& rate, double windowSeconds, double hopSeconds,
@@ -98,8 +106,7 @@ std::vector<LTCTimelinePoint> decodeTimeline(
     const std::function<bool()>& isCancelled = {},
     const std::function<void(std::int64_t done, std::int64_t total)>& progress = {});
 
-// The decode of one rate with its grid score and valid run; nullopt when the
-// rate yields no frame.
+// The decode at one rate with its run length; nullopt when nothing decodes.
 std::optional<AutoCandidateEvaluation> evaluateCandidate(std::span<const float> samples,
                                                          std::int64_t sampleRate,
                                                          const FrameRateConfig& rate);

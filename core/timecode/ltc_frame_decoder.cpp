@@ -17,6 +17,8 @@ constexpr float kMinimumSwing = 0.004f;
 constexpr float kHysteresis = 0.2f;
 // Clock irregularities in a row after which the clock is acquired anew.
 constexpr int kErrorsToUnlock = 3;
+// Edges kept while the clock is not locked, to read the cells before the lock.
+constexpr std::size_t kHistoryEdges = 2 * kFrameBits + 2;
 
 // Bits 64..79 of a frame, bit 64 first.
 constexpr std::array<std::uint8_t, 16> kSyncWord = {0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1};
@@ -37,6 +39,7 @@ void LTCFrameDecoder::reset() {
     lockCount_ = 0;
     halfPending_ = false;
     pendingErrors_ = 0;
+    history_.clear();
     ringCount_ = 0;
     ringHead_ = 0;
 }
@@ -82,12 +85,16 @@ void LTCFrameDecoder::push(std::span<const float> block, std::int64_t firstSampl
                 level = -1;
             }
             if (level != 0 && level != state_) {
-                if (state_ != 0) {
-                    const double edge = lastMidCrossing_ > lastEdge_ && lastMidCrossing_ >= 0
-                                            ? lastMidCrossing_
-                                            : static_cast<double>(position);
-                    onEdge(edge);
-                }
+                // Leaving silence counts as an edge too: code that starts from
+                // silence opens its first cell there.
+                // The edge is where the signal crossed the mid level on its
+                // way here: a crossing of a quarter bit ago at most (an older
+                // one belongs to noise before the transition).
+                const bool recent =
+                    lastMidCrossing_ > lastEdge_ &&
+                    static_cast<double>(position) - lastMidCrossing_ <= 0.25 * minBit_;
+                const double edge = recent ? lastMidCrossing_ : static_cast<double>(position) - 0.5;
+                onEdge(edge);
                 state_ = level;
             }
         } else {
@@ -113,14 +120,22 @@ void LTCFrameDecoder::onEdge(double position) {
     if (!clockLocked_) {
         // Acquisition: half cells lie below 0.55 of the longest plausible bit
         // period, full cells above 0.9 of the shortest; these bands do not
-        // overlap, so the first interval in the full band sets the clock. That
-        // interval itself is not read: its phase is not known yet.
+        // overlap, so the first interval in the full band sets the clock. It
+        // is a whole cell, a zero, and it fixes the cell phase: the edges
+        // before it are read backwards from it, so the cells that came before
+        // the lock are not lost.
+        history_.push_back(previousEdge);
+        if (history_.size() > kHistoryEdges) {
+            history_.erase(history_.begin(), history_.begin() + (history_.size() - kHistoryEdges));
+        }
         if (interval >= 0.9 * minBit_ && interval <= 1.1 * maxBit_) {
-            bitPeriod_ = interval;
+            bitPeriod_ = std::clamp(interval, 0.9 * minBit_, 1.1 * maxBit_);
             clockLocked_ = true;
             lockCount_ = 0;
+            halfPending_ = false;
+            replayHistory();
+            onBit(0, previousEdge, position);
         }
-        halfPending_ = false;
         return;
     }
 
@@ -169,6 +184,39 @@ void LTCFrameDecoder::onEdge(double position) {
     if (lockCount_ >= kErrorsToUnlock) {
         clockLocked_ = false;
         lockCount_ = 0;
+    }
+}
+
+void LTCFrameDecoder::replayHistory() {
+    // history_ ends with the edge that opens the locking cell. Walking back:
+    // a full interval is a zero, two half intervals are a one.
+    std::vector<std::pair<std::uint8_t, double>> cells;  // value, start; latest first
+    std::size_t j = history_.size() - 1;
+    auto kind = [&](std::size_t at) {
+        const double ratio = (history_[at] - history_[at - 1]) / bitPeriod_;
+        if (ratio >= 0.75 && ratio <= 1.4) {
+            return 2;
+        }
+        return ratio >= 0.3 && ratio < 0.75 ? 1 : 0;
+    };
+    while (j >= 1) {
+        const int k = kind(j);
+        if (k == 2) {
+            cells.emplace_back(0, history_[j - 1]);
+            j -= 1;
+        } else if (k == 1 && j >= 2 && kind(j - 1) == 1) {
+            cells.emplace_back(1, history_[j - 2]);
+            j -= 2;
+        } else {
+            break;
+        }
+    }
+    const double lockStart = history_.back();
+    history_.clear();
+    // At most one frame's worth matters; older cells would only be pushed out.
+    const std::size_t keep = std::min<std::size_t>(cells.size(), kFrameBits);
+    for (std::size_t i = keep; i-- > 0;) {
+        onBit(cells[i].first, cells[i].second, i == 0 ? lockStart : cells[i - 1].second);
     }
 }
 
@@ -248,6 +296,48 @@ Fields readFields(BitAt bit) {
 
 }  // namespace
 
+void LTCFrameDecoder::place(LTCFrame& frame, double end) const {
+    // The cell boundaries of the frame lie on a line: fitting it places the
+    // frame from all 81 of them, so one late or early edge (the first after a
+    // lead-in of noise, a click) does not move it. Boundaries more than a
+    // quarter cell off the first fit are left out of the second.
+    auto startOf = [this, end](std::size_t i) {
+        return i < ring_.size() ? ring_[(ringHead_ + i) % ring_.size()].start : end;
+    };
+    constexpr std::size_t kPoints = kFrameBits + 1;
+    double a = startOf(0);
+    double b = (end - startOf(0)) / kFrameBits;
+    for (int pass = 0; pass < 2; ++pass) {
+        double n = 0, si = 0, sp = 0, sii = 0, sip = 0;
+        for (std::size_t i = 0; i < kPoints; ++i) {
+            const double p = startOf(i);
+            const auto x = static_cast<double>(i);
+            if (pass == 1 && std::fabs(p - (a + b * x)) > 0.25 * b) {
+                continue;
+            }
+            n += 1;
+            si += x;
+            sp += p;
+            sii += x * x;
+            sip += x * p;
+        }
+        const double det = n * sii - si * si;
+        if (n < 2 || !(det > 0)) {
+            break;
+        }
+        b = (n * sip - si * sp) / det;
+        a = (sp - b * si) / n;
+    }
+    frame.firstPosition = a;
+    frame.endPosition = a + b * kFrameBits;
+    frame.firstSample = static_cast<std::int64_t>(std::llround(frame.firstPosition));
+    frame.endSample = static_cast<std::int64_t>(std::llround(frame.endPosition));
+    frame.samplesPerBit = b;
+    for (std::size_t i = 1; i < ring_.size(); ++i) {
+        frame.bitErrors += ring_[(ringHead_ + i) % ring_.size()].errors;
+    }
+}
+
 void LTCFrameDecoder::emitForward(double end) {
     auto at = [this](std::size_t i) -> const Bit& { return ring_[(ringHead_ + i) % ring_.size()]; };
     const Fields f = readFields([&](int i) { return at(static_cast<std::size_t>(i)).value; });
@@ -260,14 +350,7 @@ void LTCFrameDecoder::emitForward(double end) {
     frame.colourFrameBit = f.colourFrame;
     frame.userBits = f.userBits;
     frame.reverse = false;
-    frame.firstPosition = at(0).start;
-    frame.endPosition = end;
-    frame.firstSample = static_cast<std::int64_t>(std::llround(frame.firstPosition));
-    frame.endSample = static_cast<std::int64_t>(std::llround(frame.endPosition));
-    frame.samplesPerBit = (frame.endPosition - frame.firstPosition) / kFrameBits;
-    for (std::size_t i = 1; i < ring_.size(); ++i) {
-        frame.bitErrors += at(i).errors;
-    }
+    place(frame, end);
     frames_.push_back(frame);
 }
 
@@ -284,14 +367,7 @@ void LTCFrameDecoder::emitReverse(double end) {
     frame.colourFrameBit = f.colourFrame;
     frame.userBits = f.userBits;
     frame.reverse = true;
-    frame.firstPosition = at(0).start;
-    frame.endPosition = end;
-    frame.firstSample = static_cast<std::int64_t>(std::llround(frame.firstPosition));
-    frame.endSample = static_cast<std::int64_t>(std::llround(frame.endPosition));
-    frame.samplesPerBit = (frame.endPosition - frame.firstPosition) / kFrameBits;
-    for (std::size_t i = 1; i < ring_.size(); ++i) {
-        frame.bitErrors += at(i).errors;
-    }
+    place(frame, end);
     frames_.push_back(frame);
 }
 

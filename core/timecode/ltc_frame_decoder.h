@@ -63,7 +63,9 @@ class LTCFrameDecoder {
 
     void reset();
     void onEdge(double position);
+    void replayHistory();
     void onBit(std::uint8_t value, double start, double end);
+    void place(LTCFrame& frame, double end) const;
     void emitForward(double end);
     void emitReverse(double end);
 
@@ -90,6 +92,7 @@ class LTCFrameDecoder {
     bool halfPending_ = false;
     double halfStart_ = 0;
     int pendingErrors_ = 0;
+    std::vector<double> history_;  // edges seen while the clock is not locked
 
     // The last 80 cells, oldest first in ring order.
     std::array<Bit, 80> ring_{};

@@ -159,6 +159,9 @@ void assessRun(LTCRun& run, std::int64_t sampleRate, const std::optional<FrameRa
     if (given) {
         run.rate = *given;
         run.rateEvidence = "given rate; " + measured;
+        // 24, 25 and 30 frames a second are 4 % and more apart: a run whose
+        // period says another of them is not code at the chosen rate.
+        run.rateMismatch = n >= 2 && nominalForFps(run.measuredFps) != nominal;
         return;
     }
     if (nominal == 25) {
@@ -401,6 +404,9 @@ LTCDecodeResult LTCStartDecoder::finish() const {
     if (!found) {
         throw LTCDecodeError::noFrameDetected();
     }
+    if (found->rateMismatch) {
+        throw LTCDecodeError::rateMismatch(found->measuredFps, found->rate.label);
+    }
     const double origin = static_cast<double>(origin_.value_or(0));
     LTCDecodeResult result;
     result.frameRate = found->rate;
@@ -408,8 +414,8 @@ LTCDecodeResult LTCStartDecoder::finish() const {
     result.timecode.dropFrame = found->rate.dropFrame;
     result.firstValidPosition = found->startPosition - origin;
     result.firstValidSample = roundHalfAwayFromZero(result.firstValidPosition);
-    result.firstValidSeconds =
-        result.firstValidPosition / static_cast<double>(std::max<std::int64_t>(sampleRate_, 1));
+    result.firstValidSeconds = static_cast<double>(result.firstValidSample) /
+                               static_cast<double>(std::max<std::int64_t>(sampleRate_, 1));
     result.confidence = found->confidence;
     result.direction = found->direction;
     result.runFrames = static_cast<std::int64_t>(found->frames.size());

@@ -29,6 +29,7 @@ struct LTCRun {
     double jitter = 0;             // rms of frame starts around the fit, in samples
     int bitErrors = 0;             // clock irregularities inside the run's frames
     double confidence = 0;         // 0..1 from run length, bit errors and clock stability
+    bool rateMismatch = false;     // a given rate that the measured period contradicts
 
     std::int64_t firstSample() const { return frames.front().firstSample; }
     std::int64_t endSample() const { return frames.back().endSample; }

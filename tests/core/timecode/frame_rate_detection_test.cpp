@@ -95,20 +95,33 @@ TEST(FrameRateSelectionTest, DiagnosticLinesAreFormattedPerCandidate) {
               "Selected: 25\n");
 }
 
-TEST(FrameRateSelectionTest, CleanFractionalRecordingsPreferTheIntegerRate) {
+TEST(FrameRateSelectionTest, FractionalRatesAreMeasuredAndDropFrameIsRead) {
     DiagnosticsCapture capture;
-    for (FrameRatePreset preset : {FrameRatePreset::fps29_97DF, FrameRatePreset::fps23_976}) {
+    // One second of code tells 1000/1001 from the integer rate; bit 10 tells
+    // drop-frame counting.
+    for (FrameRatePreset preset :
+         {FrameRatePreset::fps23_976, FrameRatePreset::fps24, FrameRatePreset::fps29_97NDF,
+          FrameRatePreset::fps29_97DF, FrameRatePreset::fps30}) {
         LTCEncoderOptions options;
         options.rate = rate(preset);
-        const std::vector<float> code = encodeLTC(Timecode{1, 0, 0, 0}, 30, options);
+        const Timecode start{1, 0, 0, 2, options.rate.dropFrame};
+        const std::vector<float> code = encodeLTC(start, 30, options);
         const LTCDecodeResult result = LTCDecoder::decode(code, 48000);
-        EXPECT_FALSE(result.frameRate.dropFrame);
-        EXPECT_EQ(result.frameRate.denominator, 1) << result.frameRate.label;
+        EXPECT_EQ(result.frameRate, rate(preset)) << result.rateEvidence;
+        EXPECT_EQ(result.timecode, start);
     }
+    EXPECT_THAT(capture.text(), HasSubstr("Selected: 23.976 (frame period: measured 23.976 fps"));
     EXPECT_THAT(capture.text(),
-                HasSubstr("Selected: 30 (near-tie preference for exact integer rate)\n"));
-    EXPECT_THAT(capture.text(),
-                HasSubstr("Selected: 24 (near-tie preference for exact integer rate)\n"));
+                HasSubstr("Selected: 29.97 DF (drop-frame bit; measured 29.970 fps"));
+
+    // Too short to measure 0.1 %: the exact integer rate is preferred, and
+    // the diagnostic says so.
+    LTCEncoderOptions options;
+    options.rate = rate(FrameRatePreset::fps29_97NDF);
+    const std::vector<float> code = encodeLTC(Timecode{1, 0, 0, 0}, 4, options);
+    const LTCDecodeResult result = LTCDecoder::decode(code, 48000);
+    EXPECT_EQ(result.frameRate, rate(FrameRatePreset::fps30));
+    EXPECT_THAT(capture.text(), HasSubstr("Selected: 30 (near tie: measured"));
 }
 
 FrameRateDetection::VoteEntry entry(FrameRatePreset p, double sum, std::int64_t count) {

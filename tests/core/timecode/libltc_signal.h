@@ -24,6 +24,7 @@ struct LibltcOptions {
     bool inverted = false;
     std::int64_t leadIn = 0;  // samples of silence before the code
     bool dropFrameBit = false;
+    double speed = 1.0;  // the code runs this much faster than its rate
 };
 
 inline LTC_TV_STANDARD libltcStandard(const FrameRateConfig& rate) {
@@ -39,8 +40,8 @@ inline LibltcSignal libltcSignal(const FrameRateConfig& rate, std::int64_t sampl
                                  const Timecode& start, int frames,
                                  const LibltcOptions& options = {}) {
     const double fps = static_cast<double>(rate.numerator) / static_cast<double>(rate.denominator);
-    LTCEncoder* encoder =
-        ltc_encoder_create(static_cast<double>(sampleRate), fps, libltcStandard(rate), 0);
+    LTCEncoder* encoder = ltc_encoder_create(static_cast<double>(sampleRate), fps * options.speed,
+                                             libltcStandard(rate), 0);
     ltc_encoder_set_volume(encoder, options.levelDBFS);
     LibltcSignal signal;
     signal.samples.assign(static_cast<std::size_t>(options.leadIn), 0.0f);
