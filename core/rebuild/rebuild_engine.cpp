@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 
+#include "core/audio/wav_reader.h"
 #include "core/common/file_output.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
@@ -312,7 +313,8 @@ RebuildValidationRun validateRebuild(const RebuildInputs& inputs, const RebuildC
     run.timecodeRate = timecodeRate(run.context.frameRate, choices.videoFrameRateMode);
     checkCancelled(hooks);
 
-    WAVFile mix(inputs.stereoMix);
+    // The mix's header only: its audio is not needed to place it.
+    WavReader mix(inputs.stereoMix);
     run.stereoMix.url = inputs.stereoMix;
     run.stereoMix.frameCount = mix.frameCount();
     run.stereoMix.sampleRate = mix.fmt().sampleRate;

@@ -6,6 +6,8 @@
 
 #include "core/audio/bwf_reader.h"
 #include "core/audio/ixml.h"
+#include "core/audio/wav_reader.h"
+#include "core/common/bytes.h"
 #include "core/common/regex.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
@@ -240,8 +242,14 @@ std::optional<Timecode> parseEventTimecode(std::string_view text) {
     return tc;
 }
 
-EventTimecodeResult eventTimecode(const WAVFile& file, std::string_view fileName,
-                                  TimecodeSourcePriority priority, const FrameRateConfig& rate) {
+namespace {
+
+// The timecode by priority from what the file holds: its iXML text and its
+// bext time reference.
+EventTimecodeResult eventTimecodeFrom(const std::optional<std::string>& ixml,
+                                      const std::optional<BWFInfo>& bwf, std::string_view fileName,
+                                      TimecodeSourcePriority priority,
+                                      const FrameRateConfig& rate) {
     EventTimecodeResult result;
     switch (priority) {
         case TimecodeSourcePriority::inputXMLOnly:
@@ -255,7 +263,7 @@ EventTimecodeResult eventTimecode(const WAVFile& file, std::string_view fileName
         case TimecodeSourcePriority::bwfIXMLThenFilename:
             break;
     }
-    if (auto ixml = BWFReader::ixmlText(file)) {
+    if (ixml) {
         if (auto tc = group1(ixmlTimecodePattern(), *ixml)) {
             std::string trimmed = trim(*tc);
             if (!trimmed.empty()) {
@@ -265,8 +273,8 @@ EventTimecodeResult eventTimecode(const WAVFile& file, std::string_view fileName
             }
         }
     }
-    if (auto info = BWFReader::info(file)) {
-        if (auto tc = BWFReader::timecode(info->timeReferenceSamples, info->sampleRate,
+    if (bwf) {
+        if (auto tc = BWFReader::timecode(bwf->timeReferenceSamples, bwf->sampleRate,
                                           rate.numerator, rate.denominator, rate.dropFrame)) {
             result.timecode = *tc;
             result.provenance = TimelineTimecodeProvenance::bwf;
@@ -279,6 +287,14 @@ EventTimecodeResult eventTimecode(const WAVFile& file, std::string_view fileName
         result.usedFallback = true;
     }
     return result;
+}
+
+}  // namespace
+
+EventTimecodeResult eventTimecode(const WAVFile& file, std::string_view fileName,
+                                  TimecodeSourcePriority priority, const FrameRateConfig& rate) {
+    return eventTimecodeFrom(BWFReader::ixmlText(file), BWFReader::info(file), fileName, priority,
+                             rate);
 }
 
 std::optional<std::vector<TimelineRebuildDetectedAudioInput>> scanSyncedAudio(
@@ -310,17 +326,29 @@ std::optional<std::vector<TimelineRebuildDetectedAudioInput>> scanSyncedAudio(
             return std::nullopt;
         }
         std::string fileName = path.filename().string();
-        std::optional<WAVFile> file;
+        // Headers and metadata chunks only: the audio is never read.
+        std::optional<WavReader> file;
         try {
             file.emplace(path);
         } catch (const std::exception& e) {
             throw SyncedAudioError(path, describeError(e));
         }
+        std::optional<std::string> ixmlText;
+        if (auto payload = file->metadataChunk("iXML")) {
+            ixmlText.emplace(payload->begin(), payload->end());
+            while (!ixmlText->empty() && ixmlText->back() == '\0') {
+                ixmlText->pop_back();
+            }
+        }
+        std::optional<BWFInfo> bwf;
+        if (auto payload = file->metadataChunk("bext"); payload && payload->size() >= 346) {
+            bwf = BWFInfo{readLE64(*payload, 338), file->fmt().sampleRate};
+        }
         // The iXML is read once: the file set, take and timecode rate.
         RecorderFileInfo recorder;
         std::optional<FrameRateConfig> fileRate;
-        if (auto text = BWFReader::ixmlText(*file)) {
-            if (auto ixml = IXML::parse(*text)) {
+        if (ixmlText) {
+            if (auto ixml = IXML::parse(*ixmlText)) {
                 fileRate = IXML::timecodeRate(*ixml);
                 if (auto take = ixml->childText("TAKE")) {
                     recorder.take = readInteger(trim(*take));
@@ -351,7 +379,7 @@ std::optional<std::vector<TimelineRebuildDetectedAudioInput>> scanSyncedAudio(
         row.timecodeRate = fileRate;
         // Timecode text counts frames at the file's own rate when it says.
         EventTimecodeResult tc =
-            eventTimecode(*file, fileName, priority, fileRate.value_or(timecodeRate));
+            eventTimecodeFrom(ixmlText, bwf, fileName, priority, fileRate.value_or(timecodeRate));
         row.eventTimecode = tc.timecode.value_or("UNRESOLVED");
         row.timecodeProvenance = tc.provenance;
         row.usedFallback = tc.usedFallback;
@@ -360,7 +388,7 @@ std::optional<std::vector<TimelineRebuildDetectedAudioInput>> scanSyncedAudio(
         row.channels = file->fmt().channelCount;
         row.durationSeconds =
             row.sampleRate > 0 ? static_cast<double>(row.frameCount) / row.sampleRate : 0.0;
-        if (auto info = BWFReader::info(*file)) {
+        if (const auto& info = bwf) {
             if (auto start =
                     BWFReader::startTime(info->timeReferenceSamples, info->sampleRate,
                                          sequenceRate.numerator, sequenceRate.denominator)) {
