@@ -11,6 +11,11 @@
 
 namespace norvane {
 
+// The id under which a source iXML that cannot be parsed is kept, byte for
+// byte, beside a new "iXML" chunk: readers find exactly one "iXML" chunk, ours,
+// and nothing of the recorder's document is lost.
+inline constexpr const char* kUnreadableIXMLChunkId = "oXML";
+
 // One element of an iXML document, kept whole so that a rewrite loses nothing:
 // name, attributes in document order, its character data (whitespace-only
 // text between child elements is layout and is dropped) and its children in

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "core/audio/riff_writer.h"
 #include "core/common/file_output.h"
@@ -64,6 +65,10 @@ std::size_t checkSource(const WAVFmtChunk& fmt, int channelIndex) {
 }  // namespace
 
 ByteBuffer build(const WAVFile& file, int channelIndex) {
+    return build(file, channelIndex, {});
+}
+
+ByteBuffer build(const WAVFile& file, int channelIndex, std::span<const RIFFChunk> metadata) {
     const WAVFmtChunk& fmt = file.fmt();
     const std::size_t bytesPerSample = checkSource(fmt, channelIndex);
     const std::size_t block = fmt.blockAlign;
@@ -75,8 +80,10 @@ ByteBuffer build(const WAVFile& file, int channelIndex) {
     if (byteRate > std::numeric_limits<std::uint32_t>::max()) {
         throw RIFFWriteError::byteRateTooLarge();
     }
-    // RIFF size = "WAVE" + fmt chunk (8 + 16) + data chunk (8 + data + pad).
-    if (4 + 24 + 8 + dataSize + (dataSize & 1) > std::numeric_limits<std::uint32_t>::max()) {
+    // RIFF size = "WAVE" + fmt chunk (8 + 16) + metadata + data chunk (8 + data + pad).
+    const std::uint64_t metadataSize = serializedRIFFSize(metadata) - 12;
+    if (4 + 24 + metadataSize + 8 + dataSize + (dataSize & 1) >
+        std::numeric_limits<std::uint32_t>::max()) {
         throw RIFFWriteError::outputTooLarge();
     }
 
@@ -96,8 +103,9 @@ ByteBuffer build(const WAVFile& file, int channelIndex) {
         std::memcpy(to, at, bytesPerSample);
     }
 
-    const std::array<RIFFChunk, 2> chunks = {RIFFChunk{"fmt ", fmtPayload},
-                                             RIFFChunk{"data", data}};
+    std::vector<RIFFChunk> chunks = {RIFFChunk{"fmt ", fmtPayload}};
+    chunks.insert(chunks.end(), metadata.begin(), metadata.end());
+    chunks.push_back(RIFFChunk{"data", data});
     return serializeRIFF(chunks);
 }
 

@@ -3,6 +3,9 @@
 #include <filesystem>
 #include <string>
 
+#include <span>
+
+#include "core/audio/riff_writer.h"
 #include "core/audio/wav_file.h"
 
 namespace norvane {
@@ -36,6 +39,9 @@ namespace MonoWAVWriter {
 // the source is dropped. Throws MonoWAVError for sources it cannot split and
 // RIFFWriteError when the result would not fit the 32-bit RIFF fields.
 ByteBuffer build(const WAVFile& file, int channelIndex);
+// The same with `metadata` chunks (bext, iXML, ...) written between "fmt " and
+// "data", payloads as given.
+ByteBuffer build(const WAVFile& file, int channelIndex, std::span<const RIFFChunk> metadata);
 
 // build() written in one operation: atomically replacing an existing file
 // when `overwrite`, otherwise failing with EEXIST if `url` exists.

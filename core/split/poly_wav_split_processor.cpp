@@ -10,6 +10,7 @@
 #include "core/audio/wav_file.h"
 #include "core/common/file_output.h"
 #include "core/common/text.h"
+#include "core/split/split_metadata.h"
 
 namespace norvane {
 namespace fs = std::filesystem;
@@ -53,8 +54,27 @@ std::string channelLabel(int channelNumber, int channelCount) {
     return fmt::format("CH{:0{}d}", channelNumber, width);
 }
 
+std::string outputFileName(const std::string& base, const std::string& label,
+                           const std::string& trackName, const PolyWavSplitNaming& naming) {
+    std::string name = base + "_" + label;
+    if (naming.appendTrackNames) {
+        if (const std::string safe = SplitMetadata::fileNameSafe(trackName); !safe.empty()) {
+            name += "_" + safe;
+        }
+    }
+    return name + ".wav";
+}
+
 PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& outputFolder,
                          bool overwriteExisting, const std::function<void(double)>& progress,
+                         const std::function<bool()>& isCancelled) {
+    return split(inputs, outputFolder, overwriteExisting, PolyWavSplitNaming{}, progress,
+                 isCancelled);
+}
+
+PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& outputFolder,
+                         bool overwriteExisting, const PolyWavSplitNaming& naming,
+                         const std::function<void(double)>& progress,
                          const std::function<bool()>& isCancelled) {
     PolyWavSplitReport report;
     // std::set<std::string> orders by bytes: code-point order for UTF-8 paths.
@@ -120,14 +140,21 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
             skip("File has one channel; nothing to split.");
             continue;
         }
+        const SplitSourceMetadata metadata = SplitMetadata::read(*file);
         for (int channel = 0; channel < channels; ++channel) {
             checkCancelled();
             const fs::path url =
-                outputFolder / (base + "_" + channelLabel(channel + 1, channels) + ".wav");
+                outputFolder / outputFileName(base, channelLabel(channel + 1, channels),
+                                              SplitMetadata::trackName(metadata, channel), naming);
             if (!overwriteExisting && fs::exists(fs::symlink_status(url))) {
                 throw PolyWavSplitError::outputExists(url);
             }
-            const ByteBuffer bytes = MonoWAVWriter::build(*file, channel);
+            const auto payloads = SplitMetadata::monoChunks(metadata, channel);
+            std::vector<RIFFChunk> chunks;
+            for (const auto& [id, payload] : payloads) {
+                chunks.push_back({id, payload});
+            }
+            const ByteBuffer bytes = MonoWAVWriter::build(*file, channel, chunks);
             writeFile(url, bytes, mode);
             result.outputURLs.push_back(url);
             report.outputPaths.push_back(url);

@@ -48,6 +48,13 @@ class PolyWavSplitError : public Error {
     std::filesystem::path url_;
 };
 
+// How mono outputs are named beyond the channel label.
+struct PolyWavSplitNaming {
+    // Appends "_" + the channel's iXML track name, made safe for file names
+    // ("A101_1_CH01_MKH516 A.wav"); channels without a name keep "A101_1_CH03.wav".
+    bool appendTrackNames = false;
+};
+
 // Splits multichannel WAV files into one mono WAV per channel. Holds no state.
 namespace PolyWavSplitProcessor {
 
@@ -61,10 +68,24 @@ namespace PolyWavSplitProcessor {
 // file and each channel and stops with PolyWavSplitError::cancelled().
 // `progress` gets done / total after each unit (a channel written or a file
 // skipped), reaching exactly 1.0 when nothing fails.
+//
+// Each mono file carries the source's recorder metadata for its channel (see
+// SplitMetadata::monoChunks): the bext TimeReference and the iXML scene, take
+// and track name survive the split.
 PolyWavSplitReport split(const std::vector<std::filesystem::path>& inputs,
                          const std::filesystem::path& outputFolder, bool overwriteExisting,
                          const std::function<void(double)>& progress = {},
                          const std::function<bool()>& isCancelled = {});
+PolyWavSplitReport split(const std::vector<std::filesystem::path>& inputs,
+                         const std::filesystem::path& outputFolder, bool overwriteExisting,
+                         const PolyWavSplitNaming& naming,
+                         const std::function<void(double)>& progress = {},
+                         const std::function<bool()>& isCancelled = {});
+
+// The mono output's file name: base + "_" + label (+ "_" + the safe track name
+// when asked and known) + ".wav".
+std::string outputFileName(const std::string& base, const std::string& label,
+                           const std::string& trackName, const PolyWavSplitNaming& naming);
 
 // "CH01" ... for a file of `channelCount` channels; `channelNumber` is 1-based.
 std::string channelLabel(int channelNumber, int channelCount);

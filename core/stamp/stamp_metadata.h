@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/audio/bwf_writer.h"
+#include "core/audio/ixml.h"
 #include "core/audio/wav_file.h"
 #include "core/timecode/timecode.h"
 
@@ -25,11 +26,6 @@ struct StampMetadata {
     StampChunks chunks;
     std::vector<std::string> warnings;
 };
-
-// The id under which a source iXML that cannot be parsed is kept, byte for
-// byte, beside the new "iXML" chunk: readers find exactly one "iXML" chunk,
-// ours, and nothing of the recorder's document is lost.
-inline constexpr const char* kUnreadableIXMLChunkId = "oXML";
 
 namespace StampMetadataComposer {
 

@@ -111,7 +111,10 @@ TEST_P(PolyWavSplitLayoutTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) 
             for (int c = 0; c < channels; ++c) {
                 const ByteBuffer out = testing::readBytes(report.outputPaths[c]);
                 const auto chunks = testing::listChunks(out);
-                ASSERT_EQ(chunks.size(), 2u);
+                // The source's bext travels with every channel, between fmt and data.
+                ASSERT_EQ(chunks.size(), 3u);
+                EXPECT_EQ(chunks[1].id, "bext");
+                EXPECT_EQ(readLE64(chunks[1].payload, 338), 42u);
                 const ByteBuffer& fmt = chunks[0].payload;
                 ASSERT_EQ(fmt.size(), 16u);
                 EXPECT_EQ(readLE16(fmt, 0),
@@ -127,7 +130,7 @@ TEST_P(PolyWavSplitLayoutTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) 
                     expected.insert(expected.end(), at,
                                     at + static_cast<std::ptrdiff_t>(bytesPerSample));
                 }
-                ASSERT_EQ(chunks[1].payload, expected) << "channel " << c;
+                ASSERT_EQ(chunks[2].payload, expected) << "channel " << c;
                 const auto view = testing::openWithSndfile(report.outputPaths[c]);
                 ASSERT_TRUE(view.opened);
                 EXPECT_EQ(view.frames, 3);
