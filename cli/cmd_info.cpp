@@ -5,13 +5,16 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include "cli/cli_common.h"
 #include "core/audio/bwf_reader.h"
+#include "core/audio/ixml.h"
 #include "core/audio/wav_file.h"
 #include "core/common/error.h"
 #include "core/common/text.h"
+#include "core/split/poly_wav_split_processor.h"
 
 namespace norvane::cli {
 
@@ -19,9 +22,30 @@ namespace {
 
 struct InfoOptions {
     std::vector<std::string> files;
-    std::string fps = "25";
+    std::string fps;  // empty: 25 unless the file gives its own rate
     bool json = false;
 };
+
+// Every file to describe: folders searched recursively for WAV files, other
+// paths kept as given (so that a wrong one is reported, not skipped).
+std::vector<std::string> expandInputs(const std::vector<std::string>& given) {
+    std::vector<std::string> files;
+    for (const std::string& path : given) {
+        std::error_code ec;
+        if (std::filesystem::is_directory(path, ec)) {
+            for (const std::filesystem::path& wav : expandWavInputs({path})) {
+                files.push_back(wav.string());
+            }
+        } else {
+            files.push_back(path);
+        }
+    }
+    return files;
+}
+
+nlohmann::ordered_json optionalJSON(const std::optional<std::string>& text) {
+    return text ? nlohmann::ordered_json(*text) : nlohmann::ordered_json();
+}
 
 // The text of the iXML <TIMECODE> element, if any.
 std::optional<std::string> ixmlTimecode(const std::string& ixml) {
@@ -46,7 +70,8 @@ std::string printableId(const std::string& id) {
     return id.empty() ? "(non-ASCII)" : id;
 }
 
-nlohmann::ordered_json describeFile(const std::string& path, const FrameRateConfig& rate,
+nlohmann::ordered_json describeFile(const std::string& path,
+                                    const std::optional<FrameRateConfig>& requestedRate,
                                     std::string& textOut) {
     nlohmann::ordered_json j;
     j["path"] = path;
@@ -66,6 +91,18 @@ nlohmann::ordered_json describeFile(const std::string& path, const FrameRateConf
         j["chunks"].push_back({{"id", chunk.id}, {"size", chunk.data.size()}});
         chunkTexts.push_back(fmt::format("{} ({})", printableId(chunk.id), chunk.data.size()));
     }
+
+    // The file's own iXML: its rate comes before --fps, as recorders write
+    // the rate the timecode was counted at.
+    const std::optional<std::string> ixmlText = BWFReader::ixmlText(file);
+    const std::optional<IXMLElement> ixml =
+        ixmlText ? IXML::parse(*ixmlText) : std::optional<IXMLElement>();
+    const std::optional<FrameRateConfig> ownRate =
+        ixml ? IXML::timecodeRate(*ixml) : std::optional<FrameRateConfig>();
+    const FrameRateConfig rate =
+        ownRate ? *ownRate : requestedRate.value_or(*frameRateConfig(FrameRatePreset::fps25));
+    const std::string rateSource = ownRate ? "iXML" : requestedRate ? "--fps" : "default";
+
     const auto bwf = BWFReader::info(file);
     std::optional<std::string> timecode;
     if (bwf) {
@@ -73,13 +110,45 @@ nlohmann::ordered_json describeFile(const std::string& path, const FrameRateConf
                                        rate.denominator, rate.dropFrame);
     }
     std::optional<std::string> ixmlTC;
-    if (auto ixml = BWFReader::ixmlText(file)) {
-        ixmlTC = ixmlTimecode(*ixml);
+    if (ixml) {
+        if (auto text = ixml->childText("TIMECODE")) {
+            ixmlTC = trim(*text);
+        }
+    } else if (ixmlText) {
+        ixmlTC = ixmlTimecode(*ixmlText);
     }
+    auto element = [&](std::string_view name) {
+        return ixml ? ixml->childText(name) : std::nullopt;
+    };
+    std::optional<std::string> ixmlRate;
+    if (ownRate) {
+        ixmlRate = IXML::rationalRate(*ownRate) + (ownRate->dropFrame ? " DF" : " NDF");
+    }
+    const std::vector<IXMLTrack> tracks = ixml ? IXML::tracks(*ixml) : std::vector<IXMLTrack>();
+
     j["timeReferenceSamples"] =
         bwf ? nlohmann::ordered_json(bwf->timeReferenceSamples) : nlohmann::ordered_json();
-    j["timecode"] = timecode ? nlohmann::ordered_json(*timecode) : nlohmann::ordered_json();
-    j["ixmlTimecode"] = ixmlTC ? nlohmann::ordered_json(*ixmlTC) : nlohmann::ordered_json();
+    j["timecode"] = optionalJSON(timecode);
+    j["frameRate"] = rate.label;
+    j["frameRateSource"] = rateSource;
+    j["ixmlTimecode"] = optionalJSON(ixmlTC);
+    j["ixmlRate"] = optionalJSON(ixmlRate);
+    j["ixmlReadable"] =
+        ixmlText ? nlohmann::ordered_json(ixml.has_value()) : nlohmann::ordered_json();
+    j["project"] = optionalJSON(element("PROJECT"));
+    j["scene"] = optionalJSON(element("SCENE"));
+    j["take"] = optionalJSON(element("TAKE"));
+    j["tape"] = optionalJSON(element("TAPE"));
+    j["tracks"] = nlohmann::ordered_json::array();
+    for (const IXMLTrack& track : tracks) {
+        j["tracks"].push_back(
+            {{"channelIndex", track.channelIndex ? nlohmann::ordered_json(*track.channelIndex)
+                                                 : nlohmann::ordered_json()},
+             {"interleaveIndex", track.interleaveIndex
+                                     ? nlohmann::ordered_json(*track.interleaveIndex)
+                                     : nlohmann::ordered_json()},
+             {"name", track.name}});
+    }
     j["error"] = nullptr;
 
     std::string& t = textOut;
@@ -95,12 +164,40 @@ nlohmann::ordered_json describeFile(const std::string& path, const FrameRateConf
     }
     t += "\n";
     if (bwf) {
-        t += fmt::format("  bext TimeReference: {} samples, timecode at {}: {}\n",
-                         bwf->timeReferenceSamples, rate.label, timecode.value_or("none"));
+        t += fmt::format("  bext TimeReference: {} samples, timecode at {}{}: {}\n",
+                         bwf->timeReferenceSamples, rate.label,
+                         ownRate ? " (the file's iXML rate)" : "", timecode.value_or("none"));
     } else {
         t += "  bext TimeReference: none\n";
     }
     t += "  iXML TIMECODE: " + ixmlTC.value_or("none") + "\n";
+    if (ixmlText && !ixml) {
+        t += "  iXML: not well-formed XML\n";
+    }
+    if (ixmlRate) {
+        t += "  iXML rate: " + *ixmlRate + " (" + ownRate->label + ")\n";
+    }
+    if (ixml) {
+        std::vector<std::string> parts;
+        for (const auto& [label, name] :
+             {std::pair{"project", "PROJECT"}, std::pair{"scene", "SCENE"},
+              std::pair{"take", "TAKE"}, std::pair{"tape", "TAPE"}}) {
+            if (const auto value = element(name); value && !value->empty()) {
+                parts.push_back(std::string(label) + " " + *value);
+            }
+        }
+        if (!parts.empty()) {
+            t += "  " + fmt::format("{}", fmt::join(parts, ", ")) + "\n";
+        }
+    }
+    if (!tracks.empty()) {
+        std::vector<std::string> names;
+        for (std::size_t i = 0; i < tracks.size(); ++i) {
+            const int number = tracks[i].interleaveIndex.value_or(static_cast<int>(i) + 1);
+            names.push_back(std::to_string(number) + " \"" + tracks[i].name + "\"");
+        }
+        t += "  tracks: " + fmt::format("{}", fmt::join(names, ", ")) + "\n";
+    }
     return j;
 }
 
@@ -111,25 +208,33 @@ Command addInfoCommand(CLI::App& parent) {
     Command command;
     command.app = parent.add_subcommand(
         "info", "Show the format, chunks and timecode metadata of WAV files.");
-    command.app->add_option("files", options->files, "WAV files")->required();
-    command.app->add_option(
-        "--fps", options->fps,
-        "Frame rate for the bext timecode (default 25; auto means 25): " + frameRateArgumentHelp());
+    command.app->add_option("files", options->files, "WAV files or folders (searched recursively)")
+        ->required();
+    command.app->add_option("--fps", options->fps,
+                            "Frame rate for the bext timecode of files whose iXML gives none "
+                            "(default 25; auto means 25): " +
+                                frameRateArgumentHelp());
     command.app->add_flag("--json", options->json, "Print one JSON object per file in an array");
     command.run = [options] {
-        const auto preset = parseFrameRateArgument(options->fps);
-        if (!preset) {
-            std::cerr << "error: unknown frame rate \"" << options->fps << "\"; use "
-                      << frameRateArgumentHelp() << std::endl;
-            return kExitUsage;
+        std::optional<FrameRateConfig> rate;
+        if (!options->fps.empty()) {
+            const auto preset = parseFrameRateArgument(options->fps);
+            if (!preset) {
+                std::cerr << "error: unknown frame rate \"" << options->fps << "\"; use "
+                          << frameRateArgumentHelp() << std::endl;
+                return kExitUsage;
+            }
+            rate = frameRateConfig(*preset).value_or(*frameRateConfig(FrameRatePreset::fps25));
         }
-        const FrameRateConfig rate =
-            frameRateConfig(*preset).value_or(*frameRateConfig(FrameRatePreset::fps25));
+        const std::vector<std::string> files = expandInputs(options->files);
+        if (files.empty()) {
+            return printError("No WAV files in selection.");
+        }
 
         bool failed = false;
         nlohmann::ordered_json all = nlohmann::ordered_json::array();
-        for (std::size_t i = 0; i < options->files.size(); ++i) {
-            const std::string& path = options->files[i];
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            const std::string& path = files[i];
             std::string text;
             try {
                 all.push_back(describeFile(path, rate, text));
@@ -143,10 +248,29 @@ Command addInfoCommand(CLI::App& parent) {
                 const bool namesPath = message.find(path) != std::string::npos;
                 std::cerr << "error: " << (namesPath ? "" : path + ": ") << message << std::endl;
                 nlohmann::ordered_json j;
-                for (const char* key :
-                     {"path", "audioFormat", "channels", "sampleRate", "bitsPerSample",
-                      "blockAlign", "byteRate", "frames", "durationSeconds", "chunks",
-                      "timeReferenceSamples", "timecode", "ixmlTimecode", "error"}) {
+                for (const char* key : {"path",
+                                        "audioFormat",
+                                        "channels",
+                                        "sampleRate",
+                                        "bitsPerSample",
+                                        "blockAlign",
+                                        "byteRate",
+                                        "frames",
+                                        "durationSeconds",
+                                        "chunks",
+                                        "timeReferenceSamples",
+                                        "timecode",
+                                        "frameRate",
+                                        "frameRateSource",
+                                        "ixmlTimecode",
+                                        "ixmlRate",
+                                        "ixmlReadable",
+                                        "project",
+                                        "scene",
+                                        "take",
+                                        "tape",
+                                        "tracks",
+                                        "error"}) {
                     j[key] = nullptr;
                 }
                 j["path"] = path;
@@ -155,7 +279,10 @@ Command addInfoCommand(CLI::App& parent) {
             }
         }
         if (options->json) {
-            std::cout << all.dump(2) << std::endl;
+            // Paths and iXML text may hold bytes that are not UTF-8: they are
+            // printed as U+FFFD rather than losing the whole report.
+            std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                      << std::endl;
         }
         return failed ? kExitFailure : kExitOk;
     };

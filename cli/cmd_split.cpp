@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,8 @@ struct SplitOptions {
     std::string outputFolder;
     bool overwrite = false;
     bool json = false;
+    bool trackNames = false;
+    CLI::Option* trackNamesOption = nullptr;  // not given: the saved setting
 };
 
 // Ctrl-C asks the split to stop before its next file or channel, so no output
@@ -69,15 +72,27 @@ Command addSplitCommand(CLI::App& parent) {
                             "Output folder (default: the saved poly split output folder)");
     command.app->add_flag("--overwrite", options->overwrite, "Replace existing output files");
     command.app->add_flag("--json", options->json, "Print the split report as JSON");
+    options->trackNamesOption =
+        command.app->add_flag("--track-names,!--no-track-names", options->trackNames,
+                              "Append each channel's iXML track name to its file name "
+                              "(default: the saved split setting)");
     command.run = [options] {
         std::vector<fs::path> given(options->inputs.begin(), options->inputs.end());
         const std::vector<fs::path> inputs = expandWavInputs(given);
         if (inputs.empty()) {
             return printError("No WAV files in selection.");
         }
+        // The saved settings are read once, and only when an option is left to them.
+        std::optional<AppSettingsStore> settings;
+        auto saved = [&]() -> const AppSettingsStore& {
+            if (!settings) {
+                settings.emplace();
+            }
+            return *settings;
+        };
         fs::path outputFolder = options->outputFolder;
         if (outputFolder.empty()) {
-            outputFolder = AppSettingsStore().polySplitDefaultOutputFolderURL();
+            outputFolder = saved().polySplitDefaultOutputFolderURL();
         }
         if (outputFolder.empty()) {
             return printError("No output folder: pass -o DIR.");
@@ -89,13 +104,18 @@ Command addSplitCommand(CLI::App& parent) {
             return printError("Output folder is not a folder: " + outputFolder.string());
         }
 
+        PolyWavSplitNaming naming;
+        naming.appendTrackNames = options->trackNamesOption->count() > 0
+                                      ? options->trackNames
+                                      : saved().polySplitAppendTrackNames();
+
         ProgressBar bar(true);
         interrupted = 0;
         auto previous = std::signal(SIGINT, onSplitInterrupt);
         PolyWavSplitReport report;
         try {
             report = PolyWavSplitProcessor::split(
-                inputs, outputFolder, options->overwrite,
+                inputs, outputFolder, options->overwrite, naming,
                 [&](double fraction) { bar.update(fraction, "Splitting…"); },
                 [] { return interrupted != 0; });
         } catch (...) {

@@ -49,7 +49,7 @@ struct KeySpec {
 };
 
 // Table order: the order of loading, of keys() and of `norvane settings show`.
-constexpr std::array<KeySpec, 18> kKeys = {{
+constexpr std::array<KeySpec, 19> kKeys = {{
     {"defaultFrameRatePreset", ValueKind::frameRatePreset},
     {"defaultGroupedLTCChannel", ValueKind::channel},
     {"lowConfidenceBehavior", ValueKind::lowConfidenceBehavior},
@@ -68,6 +68,7 @@ constexpr std::array<KeySpec, 18> kKeys = {{
     {"timelineRebuildRecentSyncedFolderPath", ValueKind::recentPath},
     {"timelineRebuildRecentOutputFolderPath", ValueKind::folder},
     {"polySplitDefaultOutputFolderPath", ValueKind::folder},
+    {"polySplitAppendTrackNames", ValueKind::boolean},
 }};
 
 // Indices into kKeys, so the property code reads by name.
@@ -90,6 +91,7 @@ enum Index : std::size_t {
     kRecentSyncedFolderPath,
     kRecentOutputFolderPath,
     kPolySplitOutputFolderPath,
+    kPolySplitAppendTrackNames,
 };
 
 std::string fullKey(std::size_t index) {
@@ -413,6 +415,9 @@ void AppSettingsStore::applyStored(std::size_t index, const Json* stored) {
         case kIncludeLTCOutputs:
             defaultIncludeLTCOutputs_ = boolOr(false);
             break;
+        case kPolySplitAppendTrackNames:
+            polySplitAppendTrackNames_ = boolOr(false);
+            break;
         case kSaveCSVReport:
             defaultSaveCSVReport_ = boolOr(true);
             break;
@@ -474,6 +479,8 @@ Json AppSettingsStore::currentValue(std::size_t index) const {
             return defaultOutputFolderPath_;
         case kIncludeLTCOutputs:
             return defaultIncludeLTCOutputs_;
+        case kPolySplitAppendTrackNames:
+            return polySplitAppendTrackNames_;
         case kSaveCSVReport:
             return defaultSaveCSVReport_;
         case kGroupingMethod:
@@ -573,6 +580,10 @@ void AppSettingsStore::setDefaultOutputFolderPath(const std::string& value) {
 }
 void AppSettingsStore::setDefaultIncludeLTCOutputs(bool value) {
     assign(kIncludeLTCOutputs, value);
+}
+
+void AppSettingsStore::setPolySplitAppendTrackNames(bool value) {
+    assign(kPolySplitAppendTrackNames, value);
 }
 void AppSettingsStore::setDefaultSaveCSVReport(bool value) {
     assign(kSaveCSVReport, value);

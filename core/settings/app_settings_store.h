@@ -129,17 +129,20 @@ class AppSettingsStore {
         return polySplitDefaultOutputFolderPath_;
     }
     void setPolySplitDefaultOutputFolderPath(const std::string& value);
+    // Split outputs named with the channel's iXML track name after its label.
+    bool polySplitAppendTrackNames() const { return polySplitAppendTrackNames_; }
+    void setPolySplitAppendTrackNames(bool value);
     std::filesystem::path polySplitDefaultOutputFolderURL() const {
         return polySplitDefaultOutputFolderPath_;
     }
 
-    // Removes the eighteen keys, then assigns every property its default (which
+    // Removes the nineteen keys, then assigns every property its default (which
     // saves the defaults under their keys and notifies each key).
     void resetToSystemDefaults();
 
     // Generic access by key, for the command line. A key may be given with or
     // without the "settings." prefix (ASCII case is ignored).
-    // The eighteen full keys in table order.
+    // The nineteen full keys in table order.
     static std::vector<std::string> keys();
     // The full key for `key`, or nullopt when it names no setting.
     static std::optional<std::string> canonicalKey(std::string_view key);
@@ -150,7 +153,7 @@ class AppSettingsStore {
     std::string valueText(std::string_view key) const;
     // The value with its stored type (string, integer or boolean).
     nlohmann::ordered_json value(std::string_view key) const;
-    // All eighteen keys and values in table order.
+    // All nineteen keys and values in table order.
     nlohmann::ordered_json snapshot() const;
     // Parses `text` for the key's type and sets it. Enumeration labels match
     // ignoring ASCII case. Throws SettingsError: unknownKey, invalidValue (with
@@ -195,6 +198,7 @@ class AppSettingsStore {
     std::string timelineRebuildRecentSyncedFolderPath_;
     std::string timelineRebuildRecentOutputFolderPath_;
     std::string polySplitDefaultOutputFolderPath_;
+    bool polySplitAppendTrackNames_ = false;
 };
 
 }  // namespace norvane

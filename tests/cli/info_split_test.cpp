@@ -28,7 +28,7 @@ ByteBuffer stampedFile() {
     recipe.frames = 480;
     const std::string ixml = "<BWFXML>\n  <TIMECODE>01:00:00:00</TIMECODE>\n</BWFXML>";
     recipe.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
-                       {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
+                         {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
     return testing::makeWav(recipe);
 }
 
@@ -94,6 +94,90 @@ TEST(InfoCommandTest, UnreadableFilesAreReportedAndTheOthersShown) {
 
     EXPECT_EQ(runCommand(cli() + " info --fps 12 " + quoted(dir / "good.wav")).exitCode, 64);
     EXPECT_EQ(runCommand(cli() + " info").exitCode, 64);
+}
+
+// A recorder file counts its timecode at its own iXML rate, not at --fps.
+TEST(InfoCommandTest, RecorderFilesShowTheirOwnRateTracksAndTake) {
+    const fs::path take = testing::sharedFixture("field/sd702T_A101_1.WAV");
+    if (take.empty()) {
+        return;
+    }
+    testing::TempDir dir;
+    fs::create_directories(dir / "day" / "sub");
+    fs::copy_file(take, dir / "day" / "sub" / "A101_1.WAV");
+    testing::writeBytes(dir / "day" / "notes.txt", {});
+    auto r = runCommand(cli() + " info --fps 25 " + quoted(dir / "day"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr("A101_1.WAV\n"));
+    EXPECT_THAT(r.out, HasSubstr("2190940753 samples, timecode at 23.976 (the file's iXML rate): "
+                                 "12:39:59:00"));
+    EXPECT_THAT(r.out, HasSubstr("iXML rate: 24000/1001 NDF (23.976)"));
+    EXPECT_THAT(r.out, HasSubstr("project BMH, scene A101, take 1, tape 18Y12M31"));
+    EXPECT_THAT(r.out, HasSubstr("tracks: 1 \"MKH516 A\", 2 \"Boom\""));
+    EXPECT_THAT(r.out, ::testing::Not(HasSubstr("notes.txt")));
+
+    r = runCommand(cli() + " info --json " + quoted(dir / "day" / "sub" / "A101_1.WAV"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out)[0];
+    EXPECT_EQ(j["timecode"], "12:39:59:00");
+    EXPECT_EQ(j["frameRate"], "23.976");
+    EXPECT_EQ(j["frameRateSource"], "iXML");
+    EXPECT_EQ(j["ixmlRate"], "24000/1001 NDF");
+    EXPECT_EQ(j["scene"], "A101");
+    EXPECT_EQ(j["take"], "1");
+    EXPECT_EQ(j["tracks"][1]["name"], "Boom");
+    EXPECT_EQ(j["tracks"][1]["interleaveIndex"], 2);
+
+    EXPECT_EQ(runCommand(cli() + " info " + quoted(dir / "day" / "sub" / "none")).exitCode, 2);
+    fs::create_directories(dir / "empty");
+    r = runCommand(cli() + " info " + quoted(dir / "empty"));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err, "error: No WAV files in selection.\n");
+}
+
+TEST(InfoCommandTest, JSONSurvivesBytesThatAreNotUTF8) {
+    testing::TempDir dir;
+    testing::WavSpec recipe;
+    recipe.frames = 4;
+    const std::string ixml = "<BWFXML><TIMECODE>01:00\xFF</TIMECODE></BWFXML>";
+    recipe.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
+                         {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
+    const fs::path path = dir / "take\xFE.wav";
+    testing::writeBytes(path, testing::makeWav(recipe));
+    const auto r = runCommand(cli() + " info --json " + quoted(path));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out)[0];
+    EXPECT_EQ(j["path"], (dir / "take\uFFFD.wav").string());
+    EXPECT_EQ(j["ixmlTimecode"], "01:00\uFFFD");
+    EXPECT_EQ(j["ixmlReadable"], false);
+    EXPECT_EQ(j["frameRateSource"], "default");
+    EXPECT_EQ(j["timecode"], "01:00:00:00");
+}
+
+TEST(SplitCommandTest, TrackNamesFromTheFlagOrTheSavedSetting) {
+    const fs::path take = testing::sharedFixture("field/sd702T_A101_1.WAV");
+    if (take.empty()) {
+        return;
+    }
+    testing::TempDir dir;
+    fs::copy_file(take, dir / "A101_1.WAV");
+    auto r = runCommand(cli() + " split --track-names " + quoted(dir / "A101_1.WAV") + " -o " +
+                        quoted(dir / "named"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(fs::exists(dir / "named" / "A101_1_CH01_MKH516 A.wav"));
+    EXPECT_TRUE(fs::exists(dir / "named" / "A101_1_CH02_Boom.wav"));
+
+    const std::string settings = R"({"settings.polySplitAppendTrackNames": true})";
+    testing::writeBytes(dir / "settings.json", ByteBuffer(settings.begin(), settings.end()));
+    const std::string env = "NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " ";
+    r = runCommand(env + cli() + " split " + quoted(dir / "A101_1.WAV") + " -o " +
+                   quoted(dir / "saved"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(fs::exists(dir / "saved" / "A101_1_CH02_Boom.wav"));
+    r = runCommand(env + cli() + " split --no-track-names " + quoted(dir / "A101_1.WAV") + " -o " +
+                   quoted(dir / "plain"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(fs::exists(dir / "plain" / "A101_1_CH02.wav"));
 }
 
 TEST(SplitCommandTest, SplitsFoldersAndReports) {

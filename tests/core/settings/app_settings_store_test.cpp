@@ -111,6 +111,7 @@ TEST_F(AppSettingsStoreTest, MissingFileGivesEveryDefaultAndWritesNothing) {
         {"settings.timelineRebuildRecentSyncedFolderPath", ""},
         {"settings.timelineRebuildRecentOutputFolderPath", home},
         {"settings.polySplitDefaultOutputFolderPath", home},
+        {"settings.polySplitAppendTrackNames", false},
     };
     EXPECT_EQ(settings.snapshot(), expected);  // ordered: also checks the table order
     EXPECT_EQ(settings.polySplitDefaultOutputFolderURL(), fs::path(home));
@@ -152,6 +153,7 @@ TEST_F(AppSettingsStoreTest, LoadRulesFallBackPerKey) {
     EXPECT_EQ(settings.timelineRebuildDefaultVideoFrameRateMode(), VideoFrameRateMode::sameAsLTC);
     EXPECT_EQ(settings.timelineRebuildRecentSourceXMLPath(), "");
     EXPECT_EQ(settings.polySplitDefaultOutputFolderPath(), home);
+    EXPECT_FALSE(settings.polySplitAppendTrackNames());
     // Loading never rewrites what is stored.
     EXPECT_EQ(readJSON(file)["settings.defaultGroupedLTCChannel"], 0);
 }
@@ -263,6 +265,7 @@ TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
     EXPECT_EQ(settings.defaultOutputFolderPath(), home);
     EXPECT_EQ(settings.timelineRebuildRecentOutputFolderPath(), home);
     EXPECT_EQ(settings.polySplitDefaultOutputFolderPath(), home);
+    EXPECT_FALSE(settings.polySplitAppendTrackNames());
     EXPECT_EQ(settings.timelineRebuildRecentSourceXMLPath(), "");
     EXPECT_EQ(settings.timelineRebuildRecentStereoMixPath(), "");
     EXPECT_EQ(settings.timelineRebuildRecentSyncedFolderPath(), "");
@@ -271,7 +274,7 @@ TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
     EXPECT_EQ(notified, AppSettingsStore::keys());
     // The same values as a store that never saw a settings file.
     EXPECT_EQ(settings.snapshot(), AppSettingsStore(dir / "fresh.json").snapshot());
-    // All eighteen defaults are written back under their keys.
+    // All nineteen defaults are written back under their keys.
     EXPECT_EQ(readJSON(file), settings.snapshot());
     EXPECT_EQ(AppSettingsStore(file).snapshot(), settings.snapshot());
 }
