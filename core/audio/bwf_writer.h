@@ -7,7 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "core/audio/riff_writer.h"
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 
 namespace norvane {
 
@@ -59,6 +61,24 @@ void write(const WAVFile& file, const StampChunks& stamp, const std::filesystem:
            bool overwrite);
 void write(const WAVFile& file, const BWFStampInfo& stamp, const std::filesystem::path& url,
            bool overwrite);
+
+// The chunks of the stamped copy of `source`, in the order build() writes
+// them. Chunks the reader holds are views into it, the others (the audio,
+// large chunks) ranges of its file; all stay valid while `source` and `stamp`
+// live.
+// With `frames` [first, end), every "data" chunk carries only those frames of
+// the audio (a segment of a recording).
+std::vector<RIFFStreamChunk> stampedChunks(
+    const WavReader& source, const StampChunks& stamp,
+    std::optional<std::pair<std::int64_t, std::int64_t>> frames = std::nullopt);
+
+// The stamped copy streamed into `out` (not committed): the bytes build()
+// gives for the same file up to 4 GiB, an RF64 file beyond; the audio is
+// copied in blocks (by the kernel where it can), never held in memory.
+// Returns false when `progress` asked to stop.
+bool write(const WavReader& source, const StampChunks& stamp, OutputFile& out,
+           const ByteProgress& progress = {},
+           std::optional<std::pair<std::int64_t, std::int64_t>> frames = std::nullopt);
 
 }  // namespace BWFWriter
 }  // namespace norvane

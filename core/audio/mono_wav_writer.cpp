@@ -109,6 +109,125 @@ ByteBuffer build(const WAVFile& file, int channelIndex, std::span<const RIFFChun
     return serializeRIFF(chunks);
 }
 
+namespace {
+
+// The plain 16-byte fmt payload of a one-channel output.
+std::array<std::uint8_t, 16> monoFmt(const WAVFmtChunk& fmt, std::size_t bytesPerSample) {
+    const std::uint64_t byteRate = static_cast<std::uint64_t>(fmt.sampleRate) * bytesPerSample;
+    if (byteRate > std::numeric_limits<std::uint32_t>::max()) {
+        throw RIFFWriteError::byteRateTooLarge();
+    }
+    std::array<std::uint8_t, 16> payload{};
+    writeLE16(payload.data(), fmt.audioFormat);
+    writeLE16(payload.data() + 2, 1);
+    writeLE32(payload.data() + 4, fmt.sampleRate);
+    writeLE32(payload.data() + 8, static_cast<std::uint32_t>(byteRate));
+    writeLE16(payload.data() + 12, static_cast<std::uint16_t>(bytesPerSample));
+    writeLE16(payload.data() + 14, static_cast<std::uint16_t>(bytesPerSample * 8));
+    return payload;
+}
+
+// Samples of `width` bytes at a stride of `block`, packed.
+template <std::size_t width>
+void gather(const std::uint8_t* from, std::size_t block, std::size_t frames, std::uint8_t* to) {
+    for (std::size_t f = 0; f < frames; ++f) {
+        std::memcpy(to + f * width, from + f * block, width);
+    }
+}
+
+}  // namespace
+
+bool writeChannels(const WavReader& source, std::span<const ChannelOutput> outputs,
+                   const ByteProgress& progress) {
+    const WAVFmtChunk& fmt = source.fmt();
+    std::size_t bytesPerSample = 0;
+    for (const ChannelOutput& output : outputs) {
+        bytesPerSample = checkSource(fmt, output.channel);
+    }
+    if (outputs.empty()) {
+        return true;
+    }
+    const std::array<std::uint8_t, 16> fmtPayload = monoFmt(fmt, bytesPerSample);
+    const std::size_t block = fmt.blockAlign;
+    const auto frames = static_cast<std::uint64_t>(source.frameCount());
+    const std::uint64_t dataSize = frames * bytesPerSample;
+
+    // Every header first, so a layout that cannot be written fails before
+    // any output has a byte.
+    std::vector<ByteBuffer> heads;
+    std::uint64_t total = 0;
+    for (const ChannelOutput& output : outputs) {
+        std::vector<RIFFLayout::Chunk> sizes{{"fmt ", fmtPayload.size()}};
+        for (const auto& [id, payload] : output.extraChunks) {
+            sizes.push_back({id, payload.size()});
+        }
+        sizes.push_back({"data", dataSize});
+        const RIFFLayout layout(sizes, frames);
+        ByteBuffer head = layout.fileHeader();
+        auto append = [&head](const ByteBuffer& bytes) {
+            head.insert(head.end(), bytes.begin(), bytes.end());
+        };
+        append(layout.chunkHeader(0));
+        head.insert(head.end(), fmtPayload.begin(), fmtPayload.end());
+        for (std::size_t i = 0; i < output.extraChunks.size(); ++i) {
+            const ByteBuffer& payload = output.extraChunks[i].second;
+            append(layout.chunkHeader(i + 1));
+            append(payload);
+            head.resize(head.size() + RIFFLayout::padding(payload.size()), 0);
+        }
+        append(layout.chunkHeader(sizes.size() - 1));
+        heads.push_back(std::move(head));
+        total += layout.totalSize();
+    }
+    std::uint64_t done = 0;
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        outputs[i].out->write(heads[i]);
+        done += heads[i].size();
+    }
+
+    const std::uint64_t perBlock = std::max<std::uint64_t>(1, WavReader::kBlockBytes * 4 / block);
+    ByteBuffer in(
+        static_cast<std::size_t>(std::min(perBlock, std::max<std::uint64_t>(frames, 1)) * block));
+    ByteBuffer mono(in.size() / block * bytesPerSample);
+    for (std::uint64_t at = 0; at < frames; at += perBlock) {
+        const std::size_t n = static_cast<std::size_t>(std::min(perBlock, frames - at));
+        source.readFrames(static_cast<std::int64_t>(at), static_cast<std::int64_t>(n),
+                          std::as_writable_bytes(std::span<std::uint8_t>(in)));
+        for (const ChannelOutput& output : outputs) {
+            const std::uint8_t* from =
+                in.data() + static_cast<std::size_t>(output.channel) * bytesPerSample;
+            switch (bytesPerSample) {
+                case 2:
+                    gather<2>(from, block, n, mono.data());
+                    break;
+                case 3:
+                    gather<3>(from, block, n, mono.data());
+                    break;
+                default:
+                    gather<4>(from, block, n, mono.data());
+                    break;
+            }
+            output.out->write(ByteView(mono.data(), n * bytesPerSample));
+            done += n * bytesPerSample;
+        }
+        // After every block (a few MiB of input): cancel takes effect at once.
+        if (progress && !progress(done, total)) {
+            return false;
+        }
+    }
+    if (dataSize & 1) {
+        const std::uint8_t pad = 0;
+        for (const ChannelOutput& output : outputs) {
+            output.out->write(ByteView(&pad, 1));
+        }
+        done += outputs.size();
+    }
+    if (progress) {
+        progress(done, total);
+    }
+    return true;
+}
+
 void write(const WAVFile& file, int channelIndex, const std::filesystem::path& url,
            bool overwrite) {
     const ByteBuffer bytes = build(file, channelIndex);

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
-
 #include <span>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "core/audio/riff_writer.h"
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 
 namespace norvane {
 
@@ -46,6 +48,24 @@ ByteBuffer build(const WAVFile& file, int channelIndex, std::span<const RIFFChun
 // build() written in one operation: atomically replacing an existing file
 // when `overwrite`, otherwise failing with EEXIST if `url` exists.
 void write(const WAVFile& file, int channelIndex, const std::filesystem::path& url, bool overwrite);
+
+// One output of a streamed split: the channel (zero-based) and where its
+// bytes go. `extraChunks` (id of four bytes, payload) are written between
+// "fmt " and "data", in order.
+struct ChannelOutput {
+    int channel = 0;
+    OutputFile* out = nullptr;
+    std::vector<std::pair<std::string, ByteBuffer>> extraChunks;
+};
+
+// Every output written in one pass over the audio of `source`: each block of
+// frames is read once and each output takes its channel from it. Without
+// extra chunks an output holds the bytes build() gives (an RF64 file when it
+// passes 4 GiB). The outputs are not committed. Throws as build() before
+// anything is written; returns false when `progress` (bytes of all outputs
+// written / their total) asked to stop.
+bool writeChannels(const WavReader& source, std::span<const ChannelOutput> outputs,
+                   const ByteProgress& progress = {});
 
 }  // namespace MonoWAVWriter
 }  // namespace norvane

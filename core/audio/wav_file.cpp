@@ -88,6 +88,33 @@ WAVFile WAVFile::fromBytes(ByteBuffer bytes, fs::path url) {
     return file;
 }
 
+WAVFile WAVFile::headersOf(const WavReader& reader) {
+    WAVFile file;
+    file.url_ = reader.path();
+    file.fmt_ = reader.fmt();
+    file.warnings_ = reader.warnings();
+    file.dataSize_ = reader.dataChunk().size;
+    ByteBuffer held;
+    for (std::size_t i = 0; i < reader.chunks().size(); ++i) {
+        if (auto payload = reader.heldPayload(i)) {
+            held.insert(held.end(), payload->begin(), payload->end());
+        }
+    }
+    file.storage_ = std::make_shared<const WAVStorage>(std::move(held));
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < reader.chunks().size(); ++i) {
+        const WavChunkInfo& chunk = reader.chunks()[i];
+        ByteView payload;
+        if (auto bytes = reader.heldPayload(i)) {
+            payload = file.storage_->view(at, bytes->size());
+            at += bytes->size();
+        }
+        file.chunks_.push_back(
+            WAVChunk{chunk.idText, payload, std::string(chunk.id.begin(), chunk.id.end())});
+    }
+    return file;
+}
+
 void WAVFile::parse() {
     const ByteView bytes = storage_->all();
     const WavIndex index = indexWav(
@@ -115,14 +142,15 @@ double WAVFile::duration() const {
     if (fmt_.byteRate == 0) {
         return 0;
     }
-    return static_cast<double>(dataChunk_.size()) / static_cast<double>(fmt_.byteRate);
+    return static_cast<double>(dataSize_.value_or(dataChunk_.size())) /
+           static_cast<double>(fmt_.byteRate);
 }
 
 std::int64_t WAVFile::frameCount() const {
     if (fmt_.blockAlign == 0) {
         return 0;
     }
-    return static_cast<std::int64_t>(dataChunk_.size() / fmt_.blockAlign);
+    return static_cast<std::int64_t>(dataSize_.value_or(dataChunk_.size()) / fmt_.blockAlign);
 }
 
 std::vector<float> WAVFile::samples(int channelIndex, bool mixDown) const {
@@ -175,6 +203,7 @@ std::vector<float> WAVFile::samples(int channelIndex, bool mixDown) const {
 WAVFile WAVFile::replacingData(ByteBuffer newData, fs::path newURL) const {
     WAVFile copy = *this;
     copy.url_ = std::move(newURL);
+    copy.dataSize_.reset();
     copy.replacedData_ = std::make_shared<const WAVStorage>(std::move(newData));
     const ByteView replaced = copy.replacedData_->all();
     for (WAVChunk& chunk : copy.chunks_) {

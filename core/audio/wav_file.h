@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -89,6 +90,8 @@ class WAVStorage {
 // A RIFF/WAVE (or RF64/BW64) file parsed in memory: the selected format, every chunk in file
 // order and the audio of the (last) "data" chunk. Copies are cheap and share
 // the storage.
+class WavReader;
+
 class WAVFile {
   public:
     // Reads and parses the file. Throws WAVError for structural faults and
@@ -96,6 +99,11 @@ class WAVFile {
     explicit WAVFile(const std::filesystem::path& url);
     // Parses bytes already in memory; `url` is only recorded.
     static WAVFile fromBytes(ByteBuffer bytes, std::filesystem::path url = {});
+    // The format and chunks of a file opened by `reader`, without its audio:
+    // for the readers of metadata. Chunks the reader holds keep their bytes;
+    // the data chunk and larger chunks are empty (dataChunk() too), while
+    // frameCount() and duration() are those of the file. samples() is empty.
+    static WAVFile headersOf(const WavReader& reader);
 
     const std::filesystem::path& url() const { return url_; }
     const WAVFmtChunk& fmt() const { return fmt_; }
@@ -133,6 +141,7 @@ class WAVFile {
     std::shared_ptr<const WAVStorage> storage_;
     std::shared_ptr<const WAVStorage> replacedData_;
     std::vector<std::string> warnings_;
+    std::optional<std::uint64_t> dataSize_;  // the file's, when the audio is not held
 };
 
 }  // namespace norvane

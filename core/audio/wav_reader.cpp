@@ -411,6 +411,13 @@ ByteBuffer WavReader::chunkPayload(const WavChunkInfo& chunk) const {
     return payload;
 }
 
+std::optional<ByteView> WavReader::heldPayload(std::size_t i) const {
+    if (i < payloads_.size() && payloads_[i]) {
+        return ByteView(*payloads_[i]);
+    }
+    return std::nullopt;
+}
+
 std::int64_t WavReader::frameCount() const {
     if (index_.fmt.blockAlign == 0) {
         return 0;

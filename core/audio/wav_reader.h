@@ -87,6 +87,9 @@ class WavReader {
     std::optional<ByteBuffer> metadataChunk(std::string_view id) const;
     // The payload of any chunk of chunks() other than the audio, read whole.
     ByteBuffer chunkPayload(const WavChunkInfo& chunk) const;
+    // The payload of chunks()[i] when it is held in memory (every chunk but
+    // the data chunk up to kMetadataChunkLimit bytes); nullopt otherwise.
+    std::optional<ByteView> heldPayload(std::size_t i) const;
 
     // Whole frames in the data chunk; 0 when blockAlign is 0.
     std::int64_t frameCount() const;

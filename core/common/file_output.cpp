@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace norvane {
 namespace fs = std::filesystem;
@@ -47,7 +50,8 @@ OutputFile::OutputFile(fs::path destination, WriteMode mode)
     if (folder.empty()) {
         folder = ".";
     }
-    std::string pattern = (folder / ("." + destination_.filename().string() + ".norvane-XXXXXX")).string();
+    std::string pattern =
+        (folder / ("." + destination_.filename().string() + ".norvane-XXXXXX")).string();
     fd_ = ::mkstemp(pattern.data());
     if (fd_ < 0) {
         throwErrno("cannot create output file", destination_, errno);
@@ -88,6 +92,52 @@ void OutputFile::write(ByteView bytes) {
         }
         p += n;
         left -= static_cast<std::size_t>(n);
+    }
+}
+
+void OutputFile::copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length) {
+    bool kernelCopy = true;
+    std::vector<std::uint8_t> buffer;
+    while (length > 0) {
+        if (kernelCopy) {
+            auto from = static_cast<off_t>(offset);
+            const ssize_t n = ::copy_file_range(
+                fromFd, &from, fd_, nullptr,
+                static_cast<std::size_t>(std::min<std::uint64_t>(length, std::uint64_t{1} << 30)),
+                0);
+            if (n > 0) {
+                offset += static_cast<std::uint64_t>(n);
+                length -= static_cast<std::uint64_t>(n);
+                continue;
+            }
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
+                          errno == EOPNOTSUPP || errno == EBADF)) {
+                kernelCopy = false;  // not offered here: copy through a buffer
+                continue;
+            }
+            const int err = n == 0 ? EIO : errno;
+            discard();
+            throwErrno("cannot write output file", destination_, err);
+        }
+        if (buffer.empty()) {
+            buffer.resize(std::size_t{1} << 20);
+        }
+        const auto want = static_cast<std::size_t>(std::min<std::uint64_t>(length, buffer.size()));
+        const ssize_t n = ::pread(fromFd, buffer.data(), want, static_cast<off_t>(offset));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            const int err = n == 0 ? EIO : errno;
+            discard();
+            throwErrno("cannot read file", destination_, err);
+        }
+        write(ByteView(buffer.data(), static_cast<std::size_t>(n)));
+        offset += static_cast<std::uint64_t>(n);
+        length -= static_cast<std::uint64_t>(n);
     }
 }
 

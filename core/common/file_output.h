@@ -21,18 +21,22 @@ enum class WriteMode {
 // Errors are std::filesystem::filesystem_error carrying the operating system's
 // error code (ENOSPC, EACCES, EEXIST for createNew over an existing file ...).
 class OutputFile {
-public:
+  public:
     OutputFile(std::filesystem::path destination, WriteMode mode);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     void write(ByteView bytes);
+    // Appends `length` bytes of the open file `fromFd` starting at `offset`,
+    // copied by the kernel (copy_file_range) where it can, else through a
+    // buffer. A source shorter than announced fails with EIO.
+    void copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length);
     void commit();
 
     const std::filesystem::path& destination() const { return destination_; }
 
-private:
+  private:
     void discard() noexcept;
 
     std::filesystem::path destination_;

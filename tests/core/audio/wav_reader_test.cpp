@@ -61,6 +61,20 @@ void expectReaderMatchesWholeFile(const std::filesystem::path& path) {
     }
     EXPECT_EQ(reader.frameCount(), whole.frameCount());
     EXPECT_DOUBLE_EQ(reader.duration(), whole.duration());
+    // The metadata view: every chunk but the audio, the file's length.
+    const WAVFile headers = WAVFile::headersOf(reader);
+    EXPECT_EQ(headers.frameCount(), whole.frameCount());
+    EXPECT_DOUBLE_EQ(headers.duration(), whole.duration());
+    EXPECT_TRUE(headers.dataChunk().empty());
+    ASSERT_EQ(headers.chunks().size(), whole.chunks().size());
+    for (std::size_t i = 0; i < whole.chunks().size(); ++i) {
+        const ByteView a = headers.chunks()[i].data;
+        const ByteView b = whole.chunks()[i].data;
+        EXPECT_EQ(headers.chunks()[i].writtenId(), whole.chunks()[i].writtenId());
+        if (whole.chunks()[i].id != "data") {
+            EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end())) << i;
+        }
+    }
     for (int c = 0; c < reader.fmt().channelCount; ++c) {
         EXPECT_TRUE(sameFloats(blocksOf(reader, c), whole.samples(c))) << "channel " << c;
     }

@@ -1,0 +1,198 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+
+#include "core/audio/bwf_writer.h"
+#include "core/audio/mono_wav_writer.h"
+#include "core/audio/riff_writer.h"
+#include "core/audio/wav_reader.h"
+#include "core/common/file_output.h"
+#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+using testing::makeWav;
+using testing::WavSpec;
+
+// Every WAV the tests have: the recorders' own files and the repository's.
+std::vector<std::filesystem::path> sampleFiles() {
+    std::vector<std::filesystem::path> files;
+    auto add = [&files](const std::filesystem::path& folder) {
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, ec)) {
+            const auto ext = entry.path().extension().string();
+            if (entry.is_regular_file() && (ext == ".wav" || ext == ".WAV")) {
+                files.push_back(entry.path());
+            }
+        }
+    };
+    add(testing::sharedFixturesDir() / "field");
+    add(testing::dataDir());
+    return files;
+}
+
+// Streaming changes no byte: the stamped copy and every mono channel written
+// from the reader equal what the whole-file writers build, on every sample
+// file that parses (chunk layouts of real recorders and DAWs, odd sizes,
+// extensible formats, hostile headers).
+TEST(StreamWriterTest, StreamedOutputsEqualTheWholeFileWriters) {
+    testing::TempDir dir;
+    StampChunks stamp;
+    BWFStampInfo info;
+    info.timeReferenceSamples = 123456789;
+    info.description = "sSCENE=1";
+    info.ixml = "<BWFXML><SCENE>1</SCENE></BWFXML>x";  // odd length: a pad byte
+    stamp = BWFWriter::stampChunks(info);
+    stamp.extra.push_back({"ZZZZ", ByteBuffer{1, 2, 3}});
+    int stamped = 0;
+    int split = 0;
+    for (const auto& path : sampleFiles()) {
+        SCOPED_TRACE(path.string());
+        std::optional<WAVFile> whole;
+        try {
+            whole.emplace(path);
+        } catch (const WAVError&) {
+            continue;  // a hostile file both readers refuse
+        }
+        const WavReader reader(path);
+        {
+            OutputFile out(dir / "stamped.wav", WriteMode::replaceAtomically);
+            ASSERT_TRUE(BWFWriter::write(reader, stamp, out));
+            out.commit();
+        }
+        EXPECT_EQ(testing::readBytes(dir / "stamped.wav"), BWFWriter::build(*whole, stamp));
+        ++stamped;
+
+        const int channels = whole->fmt().channelCount;
+        if (channels < 1 || channels > 16) {
+            continue;
+        }
+        std::vector<std::unique_ptr<OutputFile>> files;
+        std::vector<MonoWAVWriter::ChannelOutput> outputs;
+        for (int c = 0; c < channels; ++c) {
+            files.push_back(std::make_unique<OutputFile>(dir / ("ch" + std::to_string(c) + ".wav"),
+                                                         WriteMode::replaceAtomically));
+            outputs.push_back({c, files.back().get(), {}});
+        }
+        try {
+            MonoWAVWriter::build(*whole, 0);
+        } catch (const std::exception& e) {
+            // The same refusal, before anything is written.
+            EXPECT_THROW(MonoWAVWriter::writeChannels(reader, outputs), std::exception);
+            continue;
+        }
+        ASSERT_TRUE(MonoWAVWriter::writeChannels(reader, outputs));
+        for (int c = 0; c < channels; ++c) {
+            files[c]->commit();
+            EXPECT_EQ(testing::readBytes(dir / ("ch" + std::to_string(c) + ".wav")),
+                      MonoWAVWriter::build(*whole, c))
+                << "channel " << c;
+        }
+        ++split;
+    }
+    EXPECT_GE(stamped, 12);
+    EXPECT_GE(split, 8);
+}
+
+TEST(StreamWriterTest, SplitBlocksCarryExtraChunksAndStopWhenAsked) {
+    testing::TempDir dir;
+    // 3 channels of 24-bit, several blocks long.
+    const std::int64_t frames = 3 * (WavReader::kBlockBytes * 4 / 9) + 11;
+    std::vector<std::vector<std::int32_t>> channels(3, std::vector<std::int32_t>(frames));
+    for (std::int64_t f = 0; f < frames; ++f) {
+        for (int c = 0; c < 3; ++c) {
+            channels[c][f] = static_cast<std::int32_t>((f * (c + 3)) % 8000000) - 4000000;
+        }
+    }
+    WavSpec spec;
+    spec.channels = 3;
+    spec.bits = 24;
+    spec.data = testing::interleavePcm(24, channels);
+    testing::writeBytes(dir / "in.wav", makeWav(spec));
+    const WavReader reader(dir / "in.wav");
+
+    OutputFile out(dir / "ch2.wav", WriteMode::createNew);
+    const ByteBuffer ixml = {'<', 'x', '/', '>', 'z'};
+    const std::vector<MonoWAVWriter::ChannelOutput> outputs = {{2, &out, {{"iXML", ixml}}}};
+    std::vector<std::uint64_t> reports;
+    ASSERT_TRUE(MonoWAVWriter::writeChannels(reader, outputs, [&](auto done, auto total) {
+        reports.push_back(done);
+        EXPECT_LE(done, total);
+        return true;
+    }));
+    out.commit();
+    EXPECT_GE(reports.size(), 2u);
+    EXPECT_EQ(reports.back(), std::filesystem::file_size(dir / "ch2.wav"));
+    // libsndfile reads the channel back, sample for sample.
+    const auto view = testing::openWithSndfile(dir / "ch2.wav");
+    ASSERT_TRUE(view.opened);
+    ASSERT_EQ(view.frames, frames);
+    for (std::int64_t f = 0; f < frames; f += 9973) {
+        EXPECT_EQ(std::lround(view.samples[f] * 8388608.0), channels[2][f]) << f;
+    }
+    const WAVFile written(dir / "ch2.wav");
+    ASSERT_EQ(written.chunks().size(), 3u);
+    EXPECT_EQ(written.chunks()[1].id, "iXML");
+
+    // Stopping leaves the output uncommitted: nothing at the destination.
+    {
+        OutputFile stopped(dir / "stopped.wav", WriteMode::createNew);
+        const std::vector<MonoWAVWriter::ChannelOutput> one = {{0, &stopped, {}}};
+        EXPECT_FALSE(MonoWAVWriter::writeChannels(reader, one, [](auto, auto) { return false; }));
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "stopped.wav"));
+}
+
+// Past 4 GiB the layout is RF64. Its header is checked by writing it in front
+// of a sparse data chunk and letting libsndfile and our reader read it.
+TEST(StreamWriterTest, OutputsPast4GiBAreRF64) {
+    const std::uint64_t frames = 1600000000;  // 24-bit mono: 4.8 GB of data
+    const std::array<std::uint8_t, 16> fmt = {1,    0,    1,    0, 0x80, 0xBB, 0,  0,
+                                              0x80, 0x32, 0x02, 0, 3,    0,    24, 0};
+    const RIFFLayout big({{"fmt ", 16}, {"bext", 602}, {"data", frames * 3}}, frames);
+    EXPECT_TRUE(big.rf64());
+    const RIFFLayout small({{"fmt ", 16}, {"data", 1000}}, 333);
+    EXPECT_FALSE(small.rf64());
+    EXPECT_THROW(RIFFLayout({{"fmt ", 16}, {"LIST", 5000000000ull}, {"data", 4}}, 1),
+                 RIFFWriteError);
+
+    testing::TempDir dir;
+    ByteBuffer head = big.fileHeader();
+    auto append = [&head](ByteView b) { head.insert(head.end(), b.begin(), b.end()); };
+    append(big.chunkHeader(0));
+    append(fmt);
+    append(big.chunkHeader(1));
+    head.resize(head.size() + 602, 0);
+    append(big.chunkHeader(2));
+    const int fd = ::open((dir / "big.wav").c_str(), O_WRONLY | O_CREAT, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::write(fd, head.data(), head.size()), static_cast<ssize_t>(head.size()));
+    ASSERT_EQ(::ftruncate(fd, static_cast<off_t>(big.totalSize())), 0);
+    struct stat st {};
+    ::fstat(fd, &st);
+    ::close(fd);
+    if (static_cast<std::uint64_t>(st.st_blocks) * 512 > big.totalSize() / 2) {
+        GTEST_SKIP() << "the temporary folder's file system does not keep sparse files";
+    }
+    const WavReader reader(dir / "big.wav");
+    EXPECT_EQ(reader.container(), WavContainer::rf64);
+    EXPECT_EQ(static_cast<std::uint64_t>(reader.frameCount()), frames);
+    EXPECT_TRUE(reader.warnings().empty());
+    SF_INFO info{};
+    SNDFILE* sf = sf_open((dir / "big.wav").c_str(), SFM_READ, &info);
+    ASSERT_NE(sf, nullptr) << sf_strerror(nullptr);
+    EXPECT_EQ(static_cast<std::uint64_t>(info.frames), frames);
+    EXPECT_EQ(info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_RF64);
+    sf_close(sf);
+}
+
+}  // namespace
+}  // namespace norvane
