@@ -30,6 +30,7 @@ struct SplitOutcome {
 PolySplitWorkflow::PolySplitWorkflow(const AppSettingsStore& settings, QObject* parent)
     : QObject(parent),
       outputFolder_(toQString(settings.polySplitDefaultOutputFolderURL())),
+      appendTrackNames_(settings.polySplitAppendTrackNames()),
       polySplitTask_(this) {}
 
 PolySplitWorkflow::~PolySplitWorkflow() = default;
@@ -64,6 +65,13 @@ void PolySplitWorkflow::setPolySplitOverwriteExisting(bool overwrite) {
     if (overwriteExisting_ != overwrite) {
         overwriteExisting_ = overwrite;
         emit polySplitOverwriteExistingChanged();
+    }
+}
+
+void PolySplitWorkflow::setPolySplitAppendTrackNames(bool append) {
+    if (appendTrackNames_ != append) {
+        appendTrackNames_ = append;
+        emit polySplitAppendTrackNamesChanged();
     }
 }
 
@@ -124,11 +132,14 @@ void PolySplitWorkflow::startSplit() {
     }
     const fs::path folder = toPath(outputFolder_);
 
-    polySplitTask_.start([this, inputs, folder, overwrite](const BackgroundTask::Context& task) {
+    PolyWavSplitNaming naming;
+    naming.appendTrackNames = appendTrackNames_;
+    polySplitTask_.start([this, inputs, folder, overwrite,
+                          naming](const BackgroundTask::Context& task) {
         SplitOutcome outcome;
         try {
             outcome.report = PolyWavSplitProcessor::split(
-                inputs, folder, overwrite,
+                inputs, folder, overwrite, naming,
                 [this, &task](double fraction) {
                     task.post([this, fraction] { setProgress(fraction); });
                 },

@@ -26,6 +26,10 @@ class PolySplitWorkflow : public QObject {
     Q_PROPERTY(QStringList polySplitLogLines READ polySplitLogLines NOTIFY polySplitLogLinesChanged)
     Q_PROPERTY(bool polySplitOverwriteExisting READ polySplitOverwriteExisting WRITE
                    setPolySplitOverwriteExisting NOTIFY polySplitOverwriteExistingChanged)
+    // Outputs named "Take_CH01_<iXML track name>.wav"; starts as the setting
+    // polySplitAppendTrackNames.
+    Q_PROPERTY(bool polySplitAppendTrackNames READ polySplitAppendTrackNames WRITE
+                   setPolySplitAppendTrackNames NOTIFY polySplitAppendTrackNamesChanged)
 
   public:
     // The output folder starts as the settings' polySplitDefaultOutputFolderPath.
@@ -39,8 +43,10 @@ class PolySplitWorkflow : public QObject {
     const QString& polySplitStatusMessage() const { return statusMessage_; }
     const QStringList& polySplitLogLines() const { return logLines_; }
     bool polySplitOverwriteExisting() const { return overwriteExisting_; }
+    bool polySplitAppendTrackNames() const { return appendTrackNames_; }
 
     void setPolySplitOverwriteExisting(bool overwrite);
+    void setPolySplitAppendTrackNames(bool append);
 
     // Files and folders from the picker or a drop: folders are searched
     // recursively, only .wav files are kept, merged without duplicates and
@@ -60,6 +66,7 @@ class PolySplitWorkflow : public QObject {
     void polySplitStatusMessageChanged();
     void polySplitLogLinesChanged();
     void polySplitOverwriteExistingChanged();
+    void polySplitAppendTrackNamesChanged();
 
   private:
     void appendLog(const QString& message);
@@ -74,6 +81,7 @@ class PolySplitWorkflow : public QObject {
     QString statusMessage_;
     QStringList logLines_;
     bool overwriteExisting_ = false;
+    bool appendTrackNames_ = false;
     // Last, so that it stops and joins its thread before the state goes away.
     BackgroundTask polySplitTask_;
 };
