@@ -105,6 +105,34 @@ TEST(PolySplitWorkflowTest, NothingUsableDroppedOrQueued) {
         (QStringList{"Loaded 0 poly WAV file(s) for split.", "Split aborted: no input files."}));
 }
 
+TEST(PolySplitWorkflowTest, TrackNamesStartFromTheSettingAndNameTheOutputs) {
+    const fs::path take = testing::sharedFixture("field/sd702T_A101_1.WAV");
+    if (take.empty()) {
+        return;
+    }
+    Fixture f;
+    f.store.setPolySplitAppendTrackNames(true);
+    PolySplitWorkflow split(f.store);
+    EXPECT_TRUE(split.polySplitAppendTrackNames());
+    fs::create_directories(f.dir / "in");
+    fs::copy_file(take, f.dir / "in" / "A101_1.WAV");
+    split.addFiles({q(f.dir / "in")});
+    split.startSplit();
+    ASSERT_TRUE(testing::waitUntil([&] { return !split.polySplitIsProcessing(); }));
+    EXPECT_TRUE(fs::exists(f.output / "A101_1_CH01_MKH516 A.wav"));
+    EXPECT_TRUE(fs::exists(f.output / "A101_1_CH02_Boom.wav"));
+
+    int changes = 0;
+    QObject::connect(&split, &PolySplitWorkflow::polySplitAppendTrackNamesChanged,
+                     [&] { ++changes; });
+    split.setPolySplitAppendTrackNames(false);
+    split.setPolySplitAppendTrackNames(false);
+    EXPECT_EQ(changes, 1);
+    split.startSplit();
+    ASSERT_TRUE(testing::waitUntil([&] { return !split.polySplitIsProcessing(); }));
+    EXPECT_TRUE(fs::exists(f.output / "A101_1_CH02.wav"));
+}
+
 TEST(PolySplitWorkflowTest, SplitsStereoSkipsMonoAndRefusesToOverwrite) {
     Fixture f;
     PolySplitWorkflow split(f.store);
