@@ -273,6 +273,7 @@ void TimelineRebuildWorkflow::publishScan(
             {QStringLiteral("trackKey"), toQString(row.trackKey)},
             {QStringLiteral("timecodeProvenance"), toQString(label(row.timecodeProvenance))},
             {QStringLiteral("trackProvenance"), toQString(label(row.trackProvenance))},
+            {QStringLiteral("namingRule"), toQString(row.namingRule)},
             {QStringLiteral("usedFallback"), row.usedFallback}});
         events[row.eventOrder].push_back(&row);
     }
@@ -288,32 +289,61 @@ void TimelineRebuildWorkflow::publishScan(
         const QString name = order == kNoEventIndex
                                  ? QStringLiteral("No event index")
                                  : QStringLiteral("Event ") + QString::number(order);
-        const QString timecode = toQString(files.front()->eventTimecode);
+        // The timecode the analysis placed the event by, and the file it came
+        // from (not always the event's first file); without an analysis the
+        // first file whose timecode reads.
+        const ResolveRebuildEventAnalysis* placed = nullptr;
+        if (analysis) {
+            const auto event =
+                std::find_if(analysis->events.begin(), analysis->events.end(),
+                             [order = order](const auto& e) { return e.eventOrder == order; });
+            placed = event != analysis->events.end() ? &*event : nullptr;
+        }
+        const TimelineRebuildDetectedAudioInput* timed = files.front();
+        for (const auto* file : files) {
+            if (parseEventTimecode(file->eventTimecode)) {
+                timed = file;
+                break;
+            }
+        }
+        const QString timecode =
+            placed != nullptr ? toQString(placed->timecode) : toQString(timed->eventTimecode);
+        const QString timecodeSource = placed != nullptr ? toQString(placed->sourceFile)
+                                                         : toQString(timed->sourceURL.filename());
         eventRows.append(
             QVariantMap{{QStringLiteral("id"), toQString(makeUUID())},
                         {QStringLiteral("name"), name},
                         {QStringLiteral("order"), static_cast<qint64>(order)},
                         {QStringLiteral("timecode"), timecode},
+                        {QStringLiteral("timecodeSource"), timecodeSource},
                         {QStringLiteral("durationSeconds"), longest},
                         {QStringLiteral("audioTrackCount"), static_cast<qint64>(files.size())},
                         {QStringLiteral("usedFallback"), fallback}});
+        // Per lane, where the camera clip stands inside the event (seconds
+        // from the event's start), for a to-scale view.
         QVariantMap matches;
-        if (analysis) {
-            const auto event =
-                std::find_if(analysis->events.begin(), analysis->events.end(),
-                             [order = order](const auto& e) { return e.eventOrder == order; });
-            if (event != analysis->events.end()) {
-                for (const auto& match : event->cameraMatches) {
-                    matches.insert(toQString(match.laneLabel), match.hasMatch);
-                }
+        QVariantList lanes;
+        if (placed != nullptr) {
+            for (const auto& match : placed->cameraMatches) {
+                matches.insert(toQString(match.laneLabel), match.hasMatch);
+                lanes.append(QVariantMap{
+                    {QStringLiteral("label"), toQString(match.laneLabel)},
+                    {QStringLiteral("hasMatch"), match.hasMatch},
+                    {QStringLiteral("clipName"), toQString(match.clipName.value_or(""))},
+                    {QStringLiteral("leadSeconds"), match.leadSeconds},
+                    {QStringLiteral("coveredSeconds"), match.coveredSeconds}});
             }
         }
-        preview.append(
-            QVariantMap{{QStringLiteral("id"), toQString(makeUUID())},
-                        {QStringLiteral("eventTimecode"), timecode},
-                        {QStringLiteral("audioClipName"), toQString(files.front()->name)},
-                        {QStringLiteral("audioClipCount"), static_cast<qint64>(files.size())},
-                        {QStringLiteral("trackMatches"), matches}});
+        preview.append(QVariantMap{
+            {QStringLiteral("id"), toQString(makeUUID())},
+            {QStringLiteral("eventTimecode"), timecode},
+            {QStringLiteral("audioClipName"), toQString(files.front()->name)},
+            {QStringLiteral("audioClipCount"), static_cast<qint64>(files.size())},
+            {QStringLiteral("trackMatches"), matches},
+            {QStringLiteral("offsetSeconds"), placed != nullptr ? placed->offsetSeconds : 0.0},
+            {QStringLiteral("durationSeconds"),
+             placed != nullptr ? placed->durationSeconds : longest},
+            {QStringLiteral("lanes"), lanes}});
     }
     QVariantList tracks;
     for (const auto& source : context.videoSources) {
@@ -342,6 +372,9 @@ void TimelineRebuildWorkflow::publishItems(
 void TimelineRebuildWorkflow::autoScan() {
     setStatus(QStringLiteral("Auto-scanning..."));
     setBusy(true);
+    // A scan supersedes a build still running: its posts are dropped, so it
+    // can no longer clear the flag itself.
+    assign(isBuilding_, false, &TimelineRebuildWorkflow::isBuildingChanged);
     const fs::path source = toPath(sourceXMLURL_);
     const fs::path folder = toPath(syncedAudioFolderURL_);
     const RebuildChoices options = choices();
@@ -399,6 +432,7 @@ void TimelineRebuildWorkflow::autoScan() {
 
 void TimelineRebuildWorkflow::validate() {
     setBusy(true);
+    assign(isBuilding_, false, &TimelineRebuildWorkflow::isBuildingChanged);
     const RebuildInputs current = inputs();
     const RebuildChoices options = choices();
     timelineRebuildTask_.start([this, current, options](const BackgroundTask::Context& task) {
@@ -455,7 +489,7 @@ void TimelineRebuildWorkflow::build() {
             RebuildBuildRun run = buildRebuild(current, options, hooks);
             task.post([this, run = std::move(run)] {
                 sourceXMLText_ = run.validation.sourceText;
-                publishItems(run.validation.items);
+                publishItems(run.shownItems());
                 lastAnalysis_ = run.analysis;
                 assign(buildStats_, statsMap(run.stats),
                        &TimelineRebuildWorkflow::buildStatsChanged);

@@ -269,6 +269,8 @@ RebuildPlan planRebuild(const SourceContext& context,
         eventAnalysis.timecode = event.timecode;
         eventAnalysis.sourceFile = event.sourceFile;
         eventAnalysis.audioTrackCount = static_cast<std::int64_t>(byEvent[order].size());
+        eventAnalysis.offsetSeconds = (event.offset - plan.timelineStart).toSeconds();
+        eventAnalysis.durationSeconds = event.duration.toSeconds();
 
         for (const VideoSource& source : context.videoSources) {
             const VideoCandidate* match = nullptr;
@@ -337,6 +339,8 @@ RebuildPlan planRebuild(const SourceContext& context,
                     }
                     cameraMatch.clipName = clipName;
                     cameraMatch.hasMatch = true;
+                    cameraMatch.leadSeconds = camera->lead.toSeconds();
+                    cameraMatch.coveredSeconds = camera->duration.toSeconds();
                     event.cameras.push_back(*camera);
                 }
             }

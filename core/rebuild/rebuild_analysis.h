@@ -26,6 +26,11 @@ struct ResolveRebuildEventCameraMatch {
     std::string laneLabel;
     bool hasMatch = false;
     std::optional<std::string> clipName;
+    // Where the matched clip stands inside the event, in seconds from the
+    // event's start: it shows [leadSeconds, leadSeconds + coveredSeconds);
+    // the rest of the event is a lane gap. Both 0 without a match.
+    double leadSeconds = 0;
+    double coveredSeconds = 0;
 };
 
 struct ResolveRebuildEventAnalysis {
@@ -34,6 +39,9 @@ struct ResolveRebuildEventAnalysis {
     // The file whose timecode the event uses (empty when none parsed).
     std::string sourceFile;
     std::int64_t audioTrackCount = 0;
+    // The event on the rebuilt timeline, in seconds from its start.
+    double offsetSeconds = 0;
+    double durationSeconds = 0;
     std::vector<ResolveRebuildEventCameraMatch> cameraMatches;  // one per video lane
 };
 

@@ -182,13 +182,14 @@ std::vector<TimelineRebuildValidationItem> validationItems(
             "Input XML only mode provides no synced WAV event timecodes in this release; "
             "validation may fail unless filenames include parseable TC.");
     }
-    // The file checks alone decide whether the set passed; the analysis
-    // issues follow them unchanged either way.
+    // The analysis issues follow the file checks unchanged. The set passed
+    // when the file checks found nothing and nothing blocks the build: a
+    // pass is never shown beside an Error.
     const bool filesPassed = items.empty();
     for (const ResolveRebuildIssue& issue : analysis.issues) {
         add(validationSeverity(issue.severity), issue.message);
     }
-    if (filesPassed) {
+    if (filesPassed && !analysis.hasErrors()) {
         add(TimelineValidationSeverity::info, "Validation passed with no issues.");
     }
     return items;
@@ -335,6 +336,20 @@ RebuildValidationRun validateRebuild(const RebuildInputs& inputs, const RebuildC
         validationItems(run.detectedAudioInputs, run.analysis, choices.timecodeSourcePriority);
     run.items.push_back({makeUUID(), run.duration.severity, run.duration.message});
     return run;
+}
+
+std::vector<TimelineRebuildValidationItem> RebuildBuildRun::shownItems() const {
+    std::vector<TimelineRebuildValidationItem> items = validation.items;
+    if (outcome == RebuildBuildOutcome::blockedByGeneratedValidation) {
+        // The document's Errors block the build: the pass no longer holds.
+        std::erase_if(items, [](const TimelineRebuildValidationItem& item) {
+            return item.message == "Validation passed with no issues.";
+        });
+        for (const ResolveRebuildIssue& issue : generated.issues) {
+            items.push_back({makeUUID(), validationSeverity(issue.severity), issue.message});
+        }
+    }
+    return items;
 }
 
 RebuildBuildRun buildRebuild(const RebuildInputs& inputs, const RebuildChoices& choices,

@@ -63,8 +63,8 @@ DurationBoundary durationBoundary(double stereoSeconds,
                                   const FrameRateConfig& sequenceRate);
 
 // The checks over the scanned files, then the analysis issues, then the Info
-// "Validation passed with no issues." when the file checks found nothing
-// (whatever the analysis raised).
+// "Validation passed with no issues." when the file checks found nothing and
+// the analysis raised no Error (warnings and notes do not withhold it).
 std::vector<TimelineRebuildValidationItem> validationItems(
     const std::vector<TimelineRebuildDetectedAudioInput>& rows,
     const ResolveRebuildAnalysis& analysis, TimecodeSourcePriority priority);
@@ -149,6 +149,12 @@ struct RebuildBuildRun {
     ResolveGeneratedFCPXMLValidation generated;
     TimelineRebuildBuildStats stats;
     std::optional<TimelineRebuildReport> report;  // filled when written
+
+    // What the user is shown as findings: the validation items, and when
+    // the generated document failed its own check, that check's Errors too
+    // (so the reason for "Build blocked by generated FCPXML validation
+    // errors." is on screen).
+    std::vector<TimelineRebuildValidationItem> shownItems() const;
 };
 
 // Validates, builds, checks the generated document and writes it to the

@@ -236,5 +236,75 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     EXPECT_EQ(rebuild.detectedEvents().size(), 2);  // the last good scan stays
 }
 
+QStringList itemTexts(const TimelineRebuildWorkflow& rebuild) {
+    QStringList messages;
+    for (const QVariant& item : rebuild.validationItems()) {
+        messages.append(item.toMap().value("severity").toString() + ": " +
+                        item.toMap().value("message").toString());
+    }
+    return messages;
+}
+
+TEST(TimelineRebuildWorkflowTest, AScanOrValidationDuringABuildLeavesNoBuildingFlag) {
+    Fixture f;
+    TimelineRebuildWorkflow rebuild(f.store);
+    f.choose(rebuild);
+    rebuild.build();
+    EXPECT_TRUE(rebuild.isBuilding());
+    rebuild.validate();  // supersedes the build, whose posts are dropped
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_FALSE(rebuild.isBuilding());
+    rebuild.build();
+    rebuild.autoScan();
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_FALSE(rebuild.isBuilding());
+}
+
+TEST(TimelineRebuildWorkflowTest, EventRowsShowTheTimecodeTheAnalysisUsed) {
+    Fixture f;
+    // Event 3's first file has no timecode; its second file gives it.
+    testing::WavSpec bare;
+    bare.channels = 1;
+    bare.frames = 48000;
+    testing::writeBytes(f.synced / "evt3_trk1.wav", testing::makeWav(bare));
+    writeTake(f.synced / "evt3_trk2.wav", "01:00:21:00", 1);
+    TimelineRebuildWorkflow rebuild(f.store);
+    f.choose(rebuild);
+    rebuild.autoScan();
+    ASSERT_TRUE(idle(rebuild));
+    ASSERT_EQ(rebuild.detectedEvents().size(), 3);
+    const QVariantMap event = rebuild.detectedEvents()[2].toMap();
+    EXPECT_EQ(event.value("timecode"), "01:00:21:00");
+    EXPECT_EQ(event.value("timecodeSource"), "evt3_trk2.wav");
+    const QVariantMap preview = rebuild.previewRows()[2].toMap();
+    EXPECT_EQ(preview.value("eventTimecode"), "01:00:21:00");
+    // The lane's clip stands in the whole one-second event.
+    const QVariantList lanes = preview.value("lanes").toList();
+    ASSERT_EQ(lanes.size(), 1);
+    EXPECT_TRUE(lanes[0].toMap().value("hasMatch").toBool());
+    EXPECT_DOUBLE_EQ(lanes[0].toMap().value("coveredSeconds").toDouble(), 1.0);
+    EXPECT_DOUBLE_EQ(preview.value("offsetSeconds").toDouble(), 5.0);  // after 2 s and 3 s
+    EXPECT_EQ(rebuild.detectedAudioInputs()[0].toMap().value("namingRule"),
+              QString::fromUtf8(kGenericNamingRule.data(), kGenericNamingRule.size()));
+}
+
+TEST(TimelineRebuildWorkflowTest, AGeneratedDocumentThatFailsItsCheckShowsWhy) {
+    Fixture f;
+    testing::WavSpec empty;
+    empty.frames = 0;
+    testing::writeBytes(f.mix, testing::makeWav(empty));
+    TimelineRebuildWorkflow rebuild(f.store);
+    f.choose(rebuild);
+    rebuild.build();
+    ASSERT_TRUE(idle(rebuild));
+    EXPECT_EQ(rebuild.statusMessage(), "Build blocked by generated FCPXML validation errors.");
+    const QStringList messages = itemTexts(rebuild);
+    EXPECT_TRUE(messages.contains(
+        "Error: Generated FCPXML contains invalid durations: asset duration=0/1s."))
+        << messages.join("\n").toStdString();
+    EXPECT_FALSE(messages.contains("Info: Validation passed with no issues."))
+        << messages.join("\n").toStdString();
+}
+
 }  // namespace
 }  // namespace norvane

@@ -114,15 +114,19 @@ TEST(RebuildValidation, MissingIndicesListEightThenEllipsis) {
     EXPECT_THAT(texts(clean), ElementsAre("Info: Validation passed with no issues."));
 }
 
-TEST(RebuildValidation, PassedFollowsTheFileChecksWhateverTheAnalysisRaised) {
+TEST(RebuildValidation, PassedNeverStandsBesideAnError) {
     ResolveRebuildAnalysis analysis = oneLane();
     analysis.issues.push_back({ResolveRebuildIssueSeverity::warning, "Camera gap."});
-    analysis.issues.push_back({ResolveRebuildIssueSeverity::error, "Unparseable."});
     auto clean = validationItems({row(1, "Trk1"), row(2, "Trk1")}, analysis,
                                  TimecodeSourcePriority::bwfIXMLThenFilename);
-    EXPECT_THAT(texts(clean), ElementsAre("Warning: Camera gap.", "Error: Unparseable.",
-                                          "Info: Validation passed with no issues."));
-    // One finding over the files withholds it.
+    EXPECT_THAT(texts(clean),
+                ElementsAre("Warning: Camera gap.", "Info: Validation passed with no issues."));
+    // An Error of the analysis blocks the build: no pass beside it.
+    analysis.issues.push_back({ResolveRebuildIssueSeverity::error, "Unparseable."});
+    EXPECT_THAT(texts(validationItems({row(1, "Trk1"), row(2, "Trk1")}, analysis,
+                                      TimecodeSourcePriority::bwfIXMLThenFilename)),
+                ElementsAre("Warning: Camera gap.", "Error: Unparseable."));
+    // One finding over the files withholds it too.
     auto implicit = std::vector{row(1, "Trk1")};
     implicit[0].trackProvenance = TimelineTrackProvenance::implicit;
     EXPECT_THAT(
@@ -278,6 +282,22 @@ TEST_F(RebuildRunTest, ValidationErrorsBlockTheBuildAndWriteNothing) {
     EXPECT_THAT(texts(run.validation.items),
                 ::testing::Contains("Error: Missing camera clip for lane V2 at event 2 "
                                     "(01:01:00:12); failing export."));
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
+}
+
+TEST_F(RebuildRunTest, AGeneratedDocumentThatFailsItsCheckSaysWhy) {
+    // An empty stereo mix gives an asset of no length: the document's own
+    // check refuses it, and the reason is among the findings shown.
+    testing::writeSyncedWav(dir / "mix.wav", {0, 48000, 2, {}, {}});
+    RebuildBuildRun run = buildRebuild(inputs, {});
+    EXPECT_EQ(run.outcome, RebuildBuildOutcome::blockedByGeneratedValidation);
+    EXPECT_EQ(run.statusMessage, "Build blocked by generated FCPXML validation errors.");
+    EXPECT_FALSE(run.validation.hasErrors());
+    auto shown = texts(run.shownItems());
+    EXPECT_THAT(shown, ::testing::Contains("Error: Generated FCPXML contains invalid durations: "
+                                           "asset duration=0/1s."));
+    EXPECT_THAT(shown,
+                ::testing::Not(::testing::Contains("Info: Validation passed with no issues.")));
     EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
