@@ -8,8 +8,10 @@
 
 #include <algorithm>
 
+#include "core/audio/bext.h"
 #include "core/audio/bwf_reader.h"
 #include "core/audio/bwf_writer.h"
+#include "core/audio/ixml.h"
 #include "core/audio/mono_wav_writer.h"
 #include "core/audio/riff_writer.h"
 #include "core/audio/wav_file.h"
@@ -34,7 +36,22 @@ inline void exerciseWAV(ByteView bytes) {
         (void)BWFReader::timecode(info->timeReferenceSamples, info->sampleRate, 30000, 1001, true);
         (void)BWFReader::startTime(info->timeReferenceSamples, info->sampleRate, 24000, 1001);
     }
-    (void)BWFReader::ixmlText(*file);
+    for (const WAVChunk& chunk : file->chunks()) {
+        if (chunk.id == "bext") {
+            if (auto bext = decodeBext(chunk.data)) {
+                (void)encodeBext(*bext);
+            }
+        }
+    }
+    if (auto text = BWFReader::ixmlText(*file)) {
+        if (auto doc = IXML::parse(*text)) {
+            (void)IXML::timecodeRate(*doc);
+            (void)IXML::samplesSinceMidnight(*doc);
+            (void)IXML::serialize(IXML::forSingleChannel(*doc, 2));
+            IXML::mergeStamp(*doc, {FrameRateConfig{}, Timecode{}, 1, 48000});
+            (void)IXML::parse(IXML::serialize(*doc));
+        }
+    }
     try {
         BWFStampInfo stamp;
         stamp.timeReferenceSamples = 1;
