@@ -7,6 +7,7 @@
 
 #include "core/common/uuid.h"
 #include "core/stamp/ltc_source.h"
+#include "core/timecode/ltc_stream_decode.h"
 #include "core/timecode/timecode.h"
 
 namespace norvane::CutDetection {
@@ -26,9 +27,9 @@ std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint
                                    static_cast<double>(rateNumerator) *
                                    static_cast<double>(sampleRate);
     const double fps = static_cast<double>(rateNumerator) / static_cast<double>(rateDenominator);
-    // Half a second of frames at least: 12 at 23.976/24/25, 15 at 29.97/30.
-    const std::int64_t tolerance =
-        std::max(roundHalfAwayFromZero(fps) / 2, discontinuityFrameThreshold);
+    (void)fps;
+    // Every jump of a frame or more is a cut, unless the threshold asks for more.
+    const std::int64_t tolerance = std::max<std::int64_t>(discontinuityFrameThreshold, 1);
 
     std::vector<std::int64_t> boundaries = {0};
     for (std::size_t i = 1; i < points.size(); ++i) {
@@ -40,9 +41,8 @@ std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint
         if (std::llabs(actual - expected) < tolerance) {
             continue;
         }
-        // The cut lands on the next frame boundary at or after the later point.
-        const auto cut = static_cast<std::int64_t>(
-            samplesPerFrame * std::ceil(static_cast<double>(b.sample) / samplesPerFrame));
+        // Points are frame starts: the new take begins at the later one.
+        const std::int64_t cut = b.sample;
         if (cut >= 1 && cut <= frameCount - 1) {
             boundaries.push_back(cut);
         }
@@ -97,46 +97,28 @@ std::vector<LTCTimelinePoint> scanTimeline(
     const std::vector<float>& samples, std::int64_t sampleRate,
     const std::optional<FrameRateConfig>& rate, const std::function<bool()>& isCancelled,
     const std::function<void(std::int64_t, std::int64_t)>& progress) {
-    const auto count = static_cast<std::int64_t>(samples.size());
-    const std::int64_t window = std::max<std::int64_t>(
-        static_cast<std::int64_t>(static_cast<double>(sampleRate) * kWindowSeconds), 1);
-    const std::int64_t hop = std::max<std::int64_t>(
-        static_cast<std::int64_t>(static_cast<double>(sampleRate) * kHopSeconds), 1);
-    std::vector<LTCTimelinePoint> points;
-    if (count < window) {
-        return points;
-    }
-    const std::int64_t total = (count - window) / hop + 1;
+    LTCRunScanner scanner(sampleRate, rate);
+    const std::size_t block = kScanBlock;
+    const auto total = static_cast<std::int64_t>((samples.size() + block - 1) / block);
     const std::span<const float> all(samples);
     std::int64_t done = 0;
-    for (std::int64_t offset = 0; offset + window <= count; offset += hop) {
+    for (std::size_t offset = 0; offset < samples.size(); offset += block) {
         if (isCancelled && isCancelled()) {
             throw ProcessingError::cancelled();
         }
-        try {
-            const LTCDecodeResult result = LTCDecoder::decode(
-                all.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(window)),
-                sampleRate, rate);
-            points.push_back(
-                LTCTimelinePoint{offset + result.firstValidSample, result.timecode,
-                                 TimecodeMath::frameCount(result.timecode, result.frameRate)});
-        } catch (const LTCDecodeError&) {
-            // A window without a readable frame adds no point.
-        }
+        scanner.push(all.subspan(offset, std::min(block, samples.size() - offset)),
+                     static_cast<std::int64_t>(offset));
         ++done;
         if (progress) {
             progress(done, total);
         }
     }
-    std::stable_sort(
-        points.begin(), points.end(),
-        [](const LTCTimelinePoint& a, const LTCTimelinePoint& b) { return a.sample < b.sample; });
-    points.erase(std::unique(points.begin(), points.end(),
-                             [](const LTCTimelinePoint& a, const LTCTimelinePoint& b) {
-                                 return a.sample == b.sample;
-                             }),
-                 points.end());
-    return points;
+    if (isCancelled && isCancelled()) {
+        throw ProcessingError::cancelled();
+    }
+    const auto spacing =
+        static_cast<std::int64_t>(static_cast<double>(sampleRate) * kHopSeconds / 2);
+    return timelinePoints(scanner.finish(), std::max<std::int64_t>(spacing, 1));
 }
 
 CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel,
@@ -151,27 +133,27 @@ CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel
     analysis.sampleRate = wav.fmt().sampleRate;
     analysis.frameCount = wav.frameCount();
 
-    // The channel (when not given) and, under Auto, the rate come from one
-    // decode of the whole file, so every window is read at the same rate.
+    // The channel (when not given) is the one whose code reads best. Under
+    // Auto every run of the scan carries its own measured rate; the analysis
+    // reports the first run's.
     std::optional<FrameRateConfig> rate = frameRateConfig(options.frameRatePreset);
+    std::optional<FrameRateConfig> firstRunRate;
     try {
         const ChannelDecode whole = decodeFileLTC(wav, channel, rate);
         analysis.ltcChannelIndex = whole.channelIndex;
-        if (!rate) {
-            rate = whole.result.frameRate;
-        }
+        firstRunRate = whole.result.frameRate;
     } catch (const LTCDecodeError&) {
-        // No LTC anywhere: the windows will find no points either.
+        // No verified run anywhere: the scan will find none either.
         analysis.ltcChannelIndex = channel.value_or(0);
     }
-    analysis.rate = rate.value_or(candidateFrameRates().front());
+    analysis.rate = rate.value_or(firstRunRate.value_or(candidateFrameRates().front()));
 
     if (progress) {
         progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", 0, 1});
     }
     const std::vector<float> samples = wav.samples(static_cast<int>(analysis.ltcChannelIndex));
     analysis.points = scanTimeline(
-        samples, analysis.sampleRate, analysis.rate, isCancelled,
+        samples, analysis.sampleRate, rate, isCancelled,
         [&](std::int64_t done, std::int64_t total) {
             if (progress) {
                 progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", done, total});
@@ -193,6 +175,11 @@ std::vector<ProcessingJob> segmentJobs(const std::vector<SegmentBoundary>& segme
             targets.push_back(file.url);
         }
     }
+    // A recording alone carries its own code: its segments are cut from it.
+    const bool alone = targets.empty();
+    if (alone) {
+        targets.push_back(ltcFile);
+    }
     std::vector<ProcessingJob> jobs;
     for (const SegmentBoundary& segment : segments) {
         ProcessingJob job;
@@ -203,7 +190,7 @@ std::vector<ProcessingJob> segmentJobs(const std::vector<SegmentBoundary>& segme
         job.ltcFileURL = ltcFile;
         job.ltcChannelIndex = options.ltcChannelIndex;
         job.targetFileURLs = targets;
-        job.includeLTCOutput = options.includeLTCOutputs;
+        job.includeLTCOutput = options.includeLTCOutputs && !alone;
         jobs.push_back(std::move(job));
     }
     return jobs;

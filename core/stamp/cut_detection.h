@@ -15,16 +15,19 @@
 
 namespace norvane::CutDetection {
 
-// Analysis windows of the scan: 0.75 s every 0.2 s.
+// Timeline points are kept this far apart within a run (every run's first
+// frame is always a point); the scan reads the samples in blocks of kScanBlock.
 inline constexpr double kWindowSeconds = 0.75;
 inline constexpr double kHopSeconds = 0.2;
+inline constexpr std::size_t kScanBlock = 65536;
 
 // The segments of a file of `frameCount` sample frames from its timeline
-// points (sorted by sample). A jump of at least max(nominal fps / 2, threshold)
+// points (frame starts, sorted by sample). A jump of at least max(threshold, 1)
 // frames between neighbouring points against the advance their distance
-// predicts is a cut at the next frame boundary after the later point; cuts
-// closer than max(minSegmentFrames / 2, 10) frames to the previous boundary
-// replace it. Fewer than two points, or a single remaining boundary, give none.
+// predicts is a cut at the later point, where the new run's first frame
+// begins; cuts closer than max(minSegmentFrames / 2, 10) frames to the
+// previous boundary replace it. Fewer than two points, or a single remaining
+// boundary, give none.
 std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint>& points,
                                               std::int64_t frameCount, std::int64_t sampleRate,
                                               std::int64_t rateNumerator,
@@ -32,11 +35,11 @@ std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint
                                               std::int64_t minSegmentFrames,
                                               std::int64_t discontinuityFrameThreshold);
 
-// Timeline points of one channel: each 0.75 s window (every 0.2 s, while it
-// fits in the samples) decoded at `rate`; a decoded window gives a point at its
-// start plus the decode's first valid sample, with the absolute frame count of
-// the decoded timecode. Sorted by sample, duplicates dropped. Cancellation ends
-// it with ProcessingError::cancelled; `progress` gets (windows done, total).
+// Timeline points of one channel: the verified runs of consecutive frames
+// (LTCRunScanner), each run's first frame and then its frames about 0.1 s
+// apart, with frame counts at `rate` (without one, at each run's measured
+// rate). Sorted by sample. Cancellation ends it with
+// ProcessingError::cancelled; `progress` gets (blocks done, total).
 std::vector<LTCTimelinePoint> scanTimeline(
     const std::vector<float>& samples, std::int64_t sampleRate,
     const std::optional<FrameRateConfig>& rate, const std::function<bool()>& isCancelled = {},

@@ -97,22 +97,31 @@ std::vector<ProcessingJob> StampProcessor::buildJobs(const std::vector<FileDescr
                                                      const ProcessingOptions& options,
                                                      const ProgressCallback& progress,
                                                      const CancellationQuery& isCancelled) const {
+    // A single recording that carries its own LTC is its own LTC file.
+    const std::optional<fs::path> ltcFile =
+        selectedLTCFile ? selectedLTCFile
+                        : (files.size() == 1 ? std::optional(files.front().url) : std::nullopt);
     switch (options.mode) {
         case ProcessingMode::single: {
-            if (!selectedLTCFile) {
+            if (!ltcFile) {
                 throw ProcessingError::ltcFileMissing();
             }
             ProcessingJob job;
             job.id = makeUUID();
             job.mode = ProcessingMode::single;
             job.groupID = "single";
-            job.ltcFileURL = *selectedLTCFile;
+            job.ltcFileURL = *ltcFile;
             job.ltcChannelIndex = options.ltcChannelIndex;
             job.includeLTCOutput = options.includeLTCOutputs;
             for (const FileDescriptor& file : files) {
-                if (file.url != *selectedLTCFile) {
+                if (file.url != *ltcFile) {
                     job.targetFileURLs.push_back(file.url);
                 }
+            }
+            if (job.targetFileURLs.empty()) {
+                // The recording alone: it is stamped from its own code, once.
+                job.targetFileURLs.push_back(*ltcFile);
+                job.includeLTCOutput = false;
             }
             return {job};
         }
@@ -120,15 +129,15 @@ std::vector<ProcessingJob> StampProcessor::buildJobs(const std::vector<FileDescr
             Grouping::validateRule(options.groupingConfig);
             return Grouping::buildGroupedJobs(files, options);
         case ProcessingMode::cutDetect: {
-            if (!selectedLTCFile) {
+            if (!ltcFile) {
                 throw ProcessingError::ltcFileMissing();
             }
             const CutDetection::CutAnalysis analysis = CutDetection::analyze(
-                *selectedLTCFile, options.ltcChannelIndex, options, progress, isCancelled);
+                *ltcFile, options.ltcChannelIndex, options, progress, isCancelled);
             if (analysis.segments.empty()) {
                 throw ProcessingError::noCutBoundariesDetected();
             }
-            return CutDetection::segmentJobs(analysis.segments, files, *selectedLTCFile, options);
+            return CutDetection::segmentJobs(analysis.segments, files, *ltcFile, options);
         }
     }
     return {};
@@ -141,7 +150,10 @@ ProcessingReport StampProcessor::run(const std::vector<FileDescriptor>& files,
                                      const CancellationQuery& isCancelled) const {
     const auto cancelled = [&] { return isCancelled && isCancelled(); };
     const auto report = progressReporter(progress);
-    if (files.size() < 2) {
+    // One recording is enough where it carries its own LTC (single and cut
+    // modes); grouping needs files to group.
+    const bool alone = files.size() == 1 && options.mode != ProcessingMode::groupedBatch;
+    if (files.size() < 2 && !alone) {
         throw ProcessingError::notEnoughWavs();
     }
     if (cancelled()) {

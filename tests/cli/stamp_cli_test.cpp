@@ -126,9 +126,16 @@ TEST_F(StampCommandTest, ExitCodesOfFailures) {
     EXPECT_THAT(usage.err, HasSubstr("--collision: expected ask, keep-both or overwrite"));
     EXPECT_EQ(norvane("stamp in -o out --ltc in/missing.wav").exitCode, 2);
 
+    // One recording is stamped from its own code; without code its job fails.
     auto one = norvane("stamp 'in/Take 1 Boom.WAV' -o out");
-    EXPECT_EQ(one.exitCode, 2);
-    EXPECT_EQ(one.err,
+    EXPECT_EQ(one.exitCode, 1);
+    EXPECT_THAT(one.out, HasSubstr("error: Could not decode a valid LTC frame."));
+    auto alone = norvane("stamp 'in/Take 1 LTC.wav' -o out --fps 25");
+    EXPECT_EQ(alone.exitCode, 0) << alone.out << alone.err;
+    EXPECT_TRUE(fs::exists(dir / "out" / "Take 1 LTC_tc.wav"));
+    auto grouped = norvane("stamp 'in/Take 1 Boom.WAV' -o out --mode grouped");
+    EXPECT_EQ(grouped.exitCode, 2);
+    EXPECT_EQ(grouped.err,
               "error: Please supply at least two WAV files (one LTC + one or more stems).\n");
     auto noLTC = norvane("stamp in -o out --fps 25");
     EXPECT_EQ(noLTC.err, "error: No LTC source file selected.\n");

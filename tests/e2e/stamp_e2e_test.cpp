@@ -324,11 +324,16 @@ TEST(CutRunTest, ContinuousCodeIsOneSegmentAndScanCancellationStopsTheRun) {
     }
     EXPECT_TRUE(fs::is_empty(out2.path()));
 
-    // Shorter than one analysis window: no points, no segments.
+    // A short roll still holds a run of frames: one segment. A roll without
+    // code has no run: no segments.
     const fs::path shortRoll = testing::writeLTCFile(in / "short.wav", FrameRatePreset::fps25,
                                                      {1, 0, 0, 0, false}, 0, 0.7);
+    EXPECT_EQ(StampProcessor::analyzeCuts(shortRoll, options).segments.size(), 1u);
+    const fs::path silent = in / "silent.wav";
+    writeFile(silent, testing::makePcm(24, 48000, {std::vector<float>(48000, 0.0f)}),
+              WriteMode::replaceAtomically);
     try {
-        StampProcessor().run(describeAll({shortRoll, stem}), shortRoll, options);
+        StampProcessor().run(describeAll({silent, stem}), silent, options);
         ADD_FAILURE();
     } catch (const ProcessingError& e) {
         EXPECT_EQ(e.message(), "No cut boundaries were detected from LTC discontinuities.");

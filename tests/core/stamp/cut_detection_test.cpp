@@ -43,20 +43,20 @@ TEST(CutDetectionTest, ContinuousCodeIsOneSegmentOverTheFile) {
     EXPECT_TRUE(detect25({}, 200000).empty());
 }
 
-TEST(CutDetectionTest, JumpToleranceIsHalfASecondUnlessTheThresholdIsLarger) {
-    // Jump after point 10 (sample 96,100): next frame boundary 96,000 + 1,920.
-    EXPECT_EQ(detect25(points25(20, 0, 10, 11), 200000).size(), 1u);
-    auto cut = detect25(points25(20, 0, 10, 12), 200000);
-    ASSERT_EQ(cut.size(), 2u);
-    EXPECT_EQ(cut[0].endSample, 97920);
-    EXPECT_EQ(cut[1].startSample, 97920);
-    EXPECT_EQ(cut[1].endSample, 200000);
-    EXPECT_EQ(cut[1].segmentIndex, 2);
-    // Anchored on the point at 96,100, one frame later plus the jump of 12.
-    EXPECT_EQ(cut[1].startFrameCount, 50 + 12 + 1);
-    // Backwards jumps cut too.
-    EXPECT_EQ(detect25(points25(20, 1000, 10, -500), 200000).size(), 2u);
-
+TEST(CutDetectionTest, EveryJumpOfAFrameCutsWhereTheNewRunBegins) {
+    // Jump after point 10 (sample 96,100, a frame start): the cut is there.
+    EXPECT_EQ(detect25(points25(20, 0, 10, 0), 200000).size(), 1u);
+    for (const std::int64_t jump : {1, 11, 12, -500}) {
+        auto cut = detect25(points25(20, 1000, 10, jump), 200000);
+        ASSERT_EQ(cut.size(), 2u) << jump;
+        EXPECT_EQ(cut[0].endSample, 96100);
+        EXPECT_EQ(cut[1].startSample, 96100);
+        EXPECT_EQ(cut[1].endSample, 200000);
+        EXPECT_EQ(cut[1].segmentIndex, 2);
+        // The new take's own first frame.
+        EXPECT_EQ(cut[1].startFrameCount, 1000 + 50 + jump);
+    }
+    // The threshold still asks for larger jumps when set.
     EXPECT_EQ(detect25(points25(20, 0, 10, 39), 200000, 24, 40).size(), 1u);
     EXPECT_EQ(detect25(points25(20, 0, 10, 40), 200000, 24, 40).size(), 2u);
 }
@@ -69,22 +69,22 @@ TEST(CutDetectionTest, TwoJumpsGiveThreeSegments) {
     auto segments = detect25(points, 300000);
     ASSERT_EQ(segments.size(), 3u);
     EXPECT_EQ(segments[0].startSample, 0);
-    EXPECT_EQ(segments[1].startSample, 97920);
-    EXPECT_EQ(segments[2].startSample, 193920);  // next boundary after 192,100
+    EXPECT_EQ(segments[1].startSample, 96100);
+    EXPECT_EQ(segments[2].startSample, 192100);
     EXPECT_EQ(segments[2].endSample, 300000);
 }
 
 TEST(CutDetectionTest, MinimumSpacingIsHalvedAndFlooredAtTenFrames) {
     // minSegmentFrames 24 at 25 fps, 48 kHz: 12 x 1,920 = 23,040 samples.
-    // A cut at 19,200 samples (10 frames) from the start moves the start to it.
-    auto early = points25(20, 0, 2, 100);  // jump at sample 19,300 -> boundary 21,120
+    // A cut 19,300 samples (10 frames) from the start moves the start to it.
+    auto early = points25(20, 0, 2, 100);
     auto segments = detect25(early, 200000);
     ASSERT_EQ(segments.size(), 1u);
-    EXPECT_EQ(segments[0].startSample, 21120);
+    EXPECT_EQ(segments[0].startSample, 19300);
     // With minSegmentFrames 10 the spacing is 10 frames (19,200), not 5: kept.
     EXPECT_EQ(detect25(early, 200000, 10).size(), 2u);
     // A cut close to the end is absorbed into the final segment.
-    auto late = points25(20, 0, 19, 100);  // boundary 184,320 in a file of 200,000
+    auto late = points25(20, 0, 19, 100);  // cut at 182,500 in a file of 200,000
     auto lastSegments = detect25(late, 200000);
     ASSERT_EQ(lastSegments.size(), 1u);
     EXPECT_EQ(lastSegments[0].endSample, 200000);
@@ -96,15 +96,15 @@ TEST(CutDetectionTest, ScanOfShortOrSilentAudioHasNoPoints) {
     EXPECT_TRUE(
         CutDetection::scanTimeline(std::vector<float>(35999, 0.5f), 48000, std::nullopt).empty());
     int progressCalls = 0;
-    auto points = CutDetection::scanTimeline(std::vector<float>(48000, 0.0f), 48000,
+    auto points = CutDetection::scanTimeline(std::vector<float>(3 * 48000, 0.0f), 48000,
                                              frameRateConfig(FrameRatePreset::fps25), {},
                                              [&](std::int64_t done, std::int64_t total) {
                                                  ++progressCalls;
-                                                 EXPECT_EQ(total, 2);
-                                                 EXPECT_LE(done, total);
+                                                 EXPECT_EQ(total, 3);  // blocks of 65,536
+                                                 EXPECT_EQ(done, progressCalls);
                                              });
     EXPECT_TRUE(points.empty());
-    EXPECT_EQ(progressCalls, 2);
+    EXPECT_EQ(progressCalls, 3);
     try {
         CutDetection::scanTimeline(std::vector<float>(48000, 0.0f), 48000, std::nullopt,
                                    [] { return true; });

@@ -161,9 +161,12 @@ TEST(StampProcessorTest, InputErrorsEndTheRunBeforeAnythingIsWritten) {
         testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
     const fs::path stem = testing::writeStem(in / "stem.wav");
     const auto options = optionsFor(ProcessingMode::single, FrameRatePreset::fps25, out.path());
-    // One file: refused before even the cancellation check.
+    // One file of a grouped run: refused before even the cancellation check
+    // (single and cut runs take a recording alone, below).
+    auto grouped = options;
+    grouped.mode = ProcessingMode::groupedBatch;
     EXPECT_EQ(runError([&] {
-                  StampProcessor().run(describeAll({ltc}), ltc, options, {}, [] { return true; });
+                  StampProcessor().run(describeAll({ltc}), ltc, grouped, {}, [] { return true; });
               }),
               "Please supply at least two WAV files (one LTC + one or more stems).");
     EXPECT_EQ(
@@ -358,6 +361,41 @@ TEST(StampProcessorTest, StartBeforeMidnightWrapsAndTimeReferenceFollowsTheTimec
     EXPECT_EQ(start.description(), "23:59:59:23");
     EXPECT_EQ(JobExecutor::timeReference(start, decode.frameRate, 48000),
               static_cast<std::uint64_t>(86400 * 25 - 2) * 1920);
+}
+
+TEST(StampProcessorTest, ARecordingAloneIsStampedFromItsOwnCode) {
+    TempDir in, out;
+    // Two takes in one roll: 10:00:00:00 from sample 1000, 14:30:00:00 from
+    // 1.6 s (sample 76,800, a frame start).
+    const fs::path roll =
+        testing::writeLTCFile(in / "roll.wav", FrameRatePreset::fps25, {10, 0, 0, 0, false}, 1000,
+                              4, 1, 1, {LTCRecordingJump{1.6, Timecode{14, 30, 0, 0, false}}});
+    const FrameRateConfig fps25 = testing::rateOf(FrameRatePreset::fps25);
+
+    for (const FrameRatePreset preset : {FrameRatePreset::fps25, FrameRatePreset::auto_}) {
+        TempDir single;
+        const ProcessingReport report =
+            StampProcessor().run(describeAll({roll}), std::nullopt,
+                                 optionsFor(ProcessingMode::single, preset, single.path()));
+        ASSERT_EQ(report.outputFiles.size(), 1u);
+        EXPECT_EQ(report.detectedFrameRate, "25");
+        const auto expected = testing::expectedStart({10, 0, 0, 0, false}, 1000, fps25);
+        EXPECT_EQ(testing::sndfileTimeReference(single / report.outputFiles[0]),
+                  expected.timeReference);
+    }
+
+    auto cut = optionsFor(ProcessingMode::cutDetect, FrameRatePreset::auto_, out.path());
+    const ProcessingReport report = StampProcessor().run(describeAll({roll}), std::nullopt, cut);
+    ASSERT_EQ(report.outputFiles.size(), 2u);
+    const fs::path second = out / report.outputFiles[1];
+    // The second take begins at its own first frame, to the sample, and is
+    // stamped with its own code.
+    EXPECT_NEAR(static_cast<double>(testing::sndfileFrames(out / report.outputFiles[0])), 76800, 2);
+    EXPECT_EQ(
+        testing::sndfileTimeReference(second),
+        static_cast<std::uint64_t>(TimecodeMath::frameCount({14, 30, 0, 0, false}, fps25)) * 1920);
+    EXPECT_EQ(testing::sndfileTimeReference(out / report.outputFiles[0]),
+              testing::expectedStart({10, 0, 0, 0, false}, 1000, fps25).timeReference);
 }
 
 TEST(StampProcessorTest, SegmentStartsStepFromTheNearestAnchor) {
