@@ -56,6 +56,19 @@ std::int64_t framesRoundedDown(const RationalTime& t, const FrameRateConfig& rat
 
 namespace {
 
+// Versions up to 1.9 (and a document that names none) are read as they are;
+// newer ones by the same rules, which the analysis notes.
+bool isKnownFCPXMLVersion(std::string_view version) {
+    if (version.empty()) {
+        return true;
+    }
+    if (version.substr(0, 2) != "1.") {
+        return false;
+    }
+    std::string_view minor = version.substr(2);
+    return minor.size() == 1 && minor[0] >= '0' && minor[0] <= '9';
+}
+
 std::string secondsText(const RationalTime& t) {
     char buffer[64];
     std::snprintf(buffer, sizeof buffer, "%.3f", t.toSeconds());
@@ -153,6 +166,11 @@ RebuildPlan planRebuild(const SourceContext& context,
         analysis.issues.push_back({severity, std::move(message)});
     };
 
+    if (!isKnownFCPXMLVersion(context.version)) {
+        raise(ResolveRebuildIssueSeverity::info,
+              "Source FCPXML version " + context.version +
+                  " is newer than 1.9; it was read by the 1.9 rules.");
+    }
     if (options.videoFrameRateMode == VideoFrameRateMode::doubleLTC &&
         !isLTCRate(plan.timecodeRate)) {
         // Half of this picture rate is no LTC rate (25p would count 12.5 fps

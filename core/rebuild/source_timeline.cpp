@@ -465,6 +465,7 @@ SourceContext readSourceTimeline(std::string_view sourceBytes) {
 
     SourceContext context;
     context.document = root;
+    context.version = attrOr(*root, "version", "");
 
     for (const auto& child : resources->children) {
         if (child->name == "format") {

@@ -143,6 +143,8 @@ struct SourceContext {
     std::vector<SourceFormat> formats;
     std::map<std::string, SourceAsset> assetsByID;
     std::map<std::string, MulticamMedia> multicamMediaByID;
+    // The root's version attribute ("1.9", "1.13"), empty when absent.
+    std::string version;
     std::string sequenceFormatID = "r0";
     std::string sequenceTCFormat = "NDF";
     FrameRateConfig frameRate;

@@ -380,7 +380,9 @@ TEST(FCPXMLGenerator, RealExportResourcesAreCopiedAsValidFCPXML) {
                                       "start=\"50/1s\" offset=\"50/1s\" duration=\"1/1s\" "
                                       "format=\"r5\" tcFormat=\"NDF\"/>"));
     EXPECT_THAT(issueTexts(output.analysis),
-                ElementsAre("Warning: Missing camera clip for lane V2 at event 1 (00:00:50:00); "
+                ElementsAre("Info: Source FCPXML version 1.11 is newer than 1.9; it was read by "
+                            "the 1.9 rules.",
+                            "Warning: Missing camera clip for lane V2 at event 1 (00:00:50:00); "
                             "emitting lane gap."));
 }
 
