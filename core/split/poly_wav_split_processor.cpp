@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <set>
 
 #include <fmt/format.h>
 
 #include "core/audio/mono_wav_writer.h"
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/common/file_output.h"
 #include "core/common/text.h"
 #include "core/split/split_metadata.h"
@@ -35,9 +37,10 @@ bool isSplittableFormat(const WAVFmtChunk& fmt) {
 }
 
 // Progress units of one file: its channel count, or 1 when it will be skipped.
+// Only the header is read.
 std::int64_t progressUnits(const fs::path& input) {
     try {
-        const WAVFile file(input);
+        const WavReader file(input);
         if (!isSplittableFormat(file.fmt()) || file.fmt().channelCount < 2) {
             return 1;
         }
@@ -99,6 +102,15 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
             progress(static_cast<double>(done) / static_cast<double>(total));
         }
     };
+    // Within a file its channels' units fill in as the bytes are written.
+    auto partly = [&](std::int64_t units, std::uint64_t bytes, std::uint64_t of) {
+        if (progress && of > 0) {
+            progress((static_cast<double>(done) + static_cast<double>(units) *
+                                                      static_cast<double>(bytes) /
+                                                      static_cast<double>(of)) /
+                     static_cast<double>(total));
+        }
+    };
     auto checkCancelled = [&] {
         if (isCancelled && isCancelled()) {
             throw PolyWavSplitError::cancelled();
@@ -124,7 +136,8 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
             report.fileResults.push_back(result);
             advance();
         };
-        std::optional<WAVFile> file;
+        // The header and metadata chunks only; the audio is read once below.
+        std::optional<WavReader> file;
         try {
             file.emplace(input);
         } catch (const std::exception& e) {
@@ -140,26 +153,47 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
             skip("File has one channel; nothing to split.");
             continue;
         }
-        const SplitSourceMetadata metadata = SplitMetadata::read(*file);
+        result.warnings = file->warnings();
+        const SplitSourceMetadata metadata = SplitMetadata::read(WAVFile::headersOf(*file));
+        // Every output is named and checked before any is written.
+        std::vector<fs::path> urls;
         for (int channel = 0; channel < channels; ++channel) {
-            checkCancelled();
             const fs::path url =
                 outputFolder / outputFileName(base, channelLabel(channel + 1, channels),
                                               SplitMetadata::trackName(metadata, channel), naming);
             if (!overwriteExisting && fs::exists(fs::symlink_status(url))) {
                 throw PolyWavSplitError::outputExists(url);
             }
-            const auto payloads = SplitMetadata::monoChunks(metadata, channel);
-            std::vector<RIFFChunk> chunks;
-            for (const auto& [id, payload] : payloads) {
-                chunks.push_back({id, payload});
-            }
-            const ByteBuffer bytes = MonoWAVWriter::build(*file, channel, chunks);
-            writeFile(url, bytes, mode);
-            result.outputURLs.push_back(url);
-            report.outputPaths.push_back(url);
-            advance();
+            urls.push_back(url);
         }
+        checkCancelled();
+        // One pass over the audio: each block feeds every channel's output.
+        std::vector<std::unique_ptr<OutputFile>> outs;
+        std::vector<MonoWAVWriter::ChannelOutput> outputs;
+        for (int channel = 0; channel < channels; ++channel) {
+            outs.push_back(
+                std::make_unique<OutputFile>(urls[static_cast<std::size_t>(channel)], mode));
+            outputs.push_back(
+                {channel, outs.back().get(), SplitMetadata::monoChunks(metadata, channel)});
+        }
+        const bool finished = MonoWAVWriter::writeChannels(
+            *file, outputs, [&](std::uint64_t bytes, std::uint64_t of) {
+                if (isCancelled && isCancelled()) {
+                    return false;
+                }
+                partly(channels, bytes, of);
+                return true;
+            });
+        if (!finished) {
+            throw PolyWavSplitError::cancelled();  // the outputs' temporary files go
+        }
+        for (int channel = 0; channel < channels; ++channel) {
+            outs[static_cast<std::size_t>(channel)]->commit();
+            result.outputURLs.push_back(urls[static_cast<std::size_t>(channel)]);
+            report.outputPaths.push_back(urls[static_cast<std::size_t>(channel)]);
+        }
+        done += channels - 1;
+        advance();
         report.fileResults.push_back(std::move(result));
     }
     return report;

@@ -17,6 +17,9 @@ struct PolyWavSplitFileResult {
     std::vector<std::filesystem::path> outputURLs;  // in channel order
     bool skipped = false;
     std::optional<std::string> skipReason;
+    // What the user should know about an input that was split (a cut-off
+    // recording read to its last whole frame), each naming the file.
+    std::vector<std::string> warnings;
 
     friend bool operator==(const PolyWavSplitFileResult&, const PolyWavSplitFileResult&) = default;
 };
@@ -62,12 +65,16 @@ namespace PolyWavSplitProcessor {
 // their full paths (name disambiguation follows that order). Each channel i of
 // a file goes to outputFolder / (base + "_CH" + i+1 zero-padded to
 // max(2, digits of the channel count) + ".wav"). Unreadable, unsupported and
-// one-channel files are skipped with a reason. An existing output without
-// `overwriteExisting`, a mono-writer error or a write error stops the run by
-// throwing (files already written stay); `isCancelled` is polled before each
-// file and each channel and stops with PolyWavSplitError::cancelled().
-// `progress` gets done / total after each unit (a channel written or a file
-// skipped), reaching exactly 1.0 when nothing fails.
+// one-channel files are skipped with a reason. The audio of a file is read
+// once, in blocks, and every channel's output is written from each block; the
+// outputs of a file appear together when it is done. An existing output
+// without `overwriteExisting` (checked for all of a file's outputs before
+// any is written), a mono-writer error or a write error stops the run by
+// throwing (files already written stay, the current file's outputs do not);
+// `isCancelled` is polled before each file and after each block of a few MiB
+// and stops with PolyWavSplitError::cancelled(). `progress` gets the fraction
+// of units done (a channel written or a file skipped), moving with the bytes
+// written inside a file and reaching exactly 1.0 when nothing fails.
 //
 // Each mono file carries the source's recorder metadata for its channel (see
 // SplitMetadata::monoChunks): the bext TimeReference and the iXML scene, take

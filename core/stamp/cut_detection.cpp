@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "core/audio/wav_reader.h"
 #include "core/common/uuid.h"
 #include "core/stamp/ltc_source.h"
 #include "core/timecode/ltc_stream_decode.h"
@@ -128,7 +129,7 @@ CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel
     if (isCancelled && isCancelled()) {
         throw ProcessingError::cancelled();
     }
-    const WAVFile wav(ltcFile);
+    const WavReader wav(ltcFile);
     CutAnalysis analysis;
     analysis.sampleRate = wav.fmt().sampleRate;
     analysis.frameCount = wav.frameCount();
@@ -151,7 +152,7 @@ CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel
     if (progress) {
         progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", 0, 1});
     }
-    const std::vector<float> samples = wav.samples(static_cast<int>(analysis.ltcChannelIndex));
+    const std::vector<float> samples = channelSamples(wav, analysis.ltcChannelIndex);
     analysis.points = scanTimeline(
         samples, analysis.sampleRate, rate, isCancelled,
         [&](std::int64_t done, std::int64_t total) {

@@ -10,6 +10,8 @@
 #include <fmt/format.h>
 
 #include "core/audio/bwf_writer.h"
+#include "core/audio/wav_reader.h"
+#include "core/common/file_output.h"
 #include "core/common/local_time.h"
 #include "core/common/uuid.h"
 #include "core/stamp/cut_detection.h"
@@ -54,44 +56,45 @@ struct Stamp {
 };
 
 // Names, stamps and writes one source (a segment's stretch of it for a segment
-// job), appending the output and its record.
-void writeOutput(const WAVFile& source, const Stamp& stamp, const std::string& ltcFileName,
-                 std::vector<ProcessedFileRecord>& records, std::vector<std::string>& outputs) {
+// job), appending the output and its record. The audio is copied from the
+// file in blocks, never held; `isCancelled` is polled between blocks.
+void writeOutput(const WavReader& source, const Stamp& stamp, const std::string& ltcFileName,
+                 std::vector<ProcessedFileRecord>& records, std::vector<std::string>& outputs,
+                 const std::function<bool()>& isCancelled) {
     const ProcessingJob& job = *stamp.job;
     const ProcessingOptions& options = *stamp.options;
     const std::optional<SegmentBoundary>& segment = job.segment;
     const std::string name = OutputNaming::outputName(
-        source.url(), segment ? std::optional(segment->segmentIndex) : std::nullopt,
+        source.path(), segment ? std::optional(segment->segmentIndex) : std::nullopt,
         options.outputNaming.suffix);
     const fs::path destination = OutputNaming::resolveDestination(
         options.outputFolder, name, options.outputNaming.collisionBehavior);
 
     // The recorder's bext and iXML are merged with the stamp, never replaced.
     const StampMetadata metadata = StampMetadataComposer::compose(
-        source, StampValues{stamp.decode.frameRate, stamp.start, stamp.timeReference, makeUUID(),
-                            stamp.originationDate, stamp.originationTime});
+        WAVFile::headersOf(source),
+        StampValues{stamp.decode.frameRate, stamp.start, stamp.timeReference, makeUUID(),
+                    stamp.originationDate, stamp.originationTime});
     const StampChunks& info = metadata.chunks;
     const bool overwrite =
         options.outputNaming.collisionBehavior == OutputCollisionBehavior::overwrite;
 
+    std::optional<std::pair<std::int64_t, std::int64_t>> frames;
     if (segment) {
-        // Only the segment's frames are copied; the writer gets them as the data
-        // of a file with the source's format and chunks.
-        const std::int64_t frames = source.frameCount();
-        const std::int64_t start = std::clamp<std::int64_t>(segment->startSample, 0, frames);
-        const std::int64_t end = std::clamp<std::int64_t>(segment->endSample, start, frames);
-        const std::size_t block = source.fmt().blockAlign;
-        const ByteView data = source.dataChunk();
-        ByteBuffer stretch(data.begin() + static_cast<std::ptrdiff_t>(start * block),
-                           data.begin() + static_cast<std::ptrdiff_t>(end * block));
-        BWFWriter::write(source.replacingData(std::move(stretch), source.url()), info, destination,
-                         overwrite);
-    } else {
-        BWFWriter::write(source, info, destination, overwrite);
+        // Only the segment's frames are copied.
+        frames = std::pair{segment->startSample, segment->endSample};
     }
+    OutputFile out(destination, overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
+    const bool finished = BWFWriter::write(
+        source, info, out,
+        [&](std::uint64_t, std::uint64_t) { return !(isCancelled && isCancelled()); }, frames);
+    if (!finished) {
+        throw ProcessingError::cancelled();  // the temporary file goes with `out`
+    }
+    out.commit();
 
     ProcessedFileRecord record;
-    record.sourceFile = fileName(source.url());
+    record.sourceFile = fileName(source.path());
     record.outputFile = fileName(destination);
     record.ltcFile = ltcFileName;
     record.sampleRate = stamp.sampleRate;
@@ -101,7 +104,9 @@ void writeOutput(const WAVFile& source, const Stamp& stamp, const std::string& l
     record.stampedStartTimecode = stamp.start.description();
     record.status = "ok";
     std::vector<ProcessingWarning> warnings = stamp.warnings;
-    for (const std::string& message : metadata.warnings) {
+    std::vector<std::string> notes = source.warnings();  // a cut-off recording
+    notes.insert(notes.end(), metadata.warnings.begin(), metadata.warnings.end());
+    for (const std::string& message : notes) {
         warnings.push_back({message});
         if (stamp.outputWarnings) {
             stamp.outputWarnings->push_back({message});
@@ -135,7 +140,7 @@ std::int64_t sourceFrameCount(const std::vector<fs::path>& sources,
             continue;
         }
         try {
-            const std::int64_t frames = WAVFile(source).frameCount();
+            const std::int64_t frames = WavReader(source).frameCount();
             if (!found || std::to_string(frames) == record.segmentLengthSamples) {
                 found = frames;
             }
@@ -222,19 +227,16 @@ std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceL
 }
 
 JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
-                     const std::optional<FrameRateConfig>& votedRate) {
-    const WAVFile ltc(job.ltcFileURL);
-    // Every file is read before anything is written, but only one target is
-    // held at a time (a poly recording can be gigabytes): the first stays for
-    // its write, the others are read again when their turn comes.
-    std::optional<WAVFile> firstTarget;
-    std::set<std::uint32_t> rates = {ltc.fmt().sampleRate};
+                     const std::optional<FrameRateConfig>& votedRate,
+                     const std::function<bool()>& isCancelled) {
+    // Every file is opened (its header read) before anything is written; the
+    // audio is read when it is copied.
+    const WavReader ltcReader(job.ltcFileURL);
+    std::vector<WavReader> targets;
+    std::set<std::uint32_t> rates = {ltcReader.fmt().sampleRate};
     for (const fs::path& url : job.targetFileURLs) {
-        WAVFile target(url);
-        rates.insert(target.fmt().sampleRate);
-        if (!firstTarget) {
-            firstTarget = std::move(target);
-        }
+        targets.emplace_back(url);
+        rates.insert(targets.back().fmt().sampleRate);
     }
     if (rates.size() != 1) {
         throw ProcessingError::sampleRateMismatch();
@@ -245,7 +247,7 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
     execution.ltcFile = fileName(job.ltcFileURL);
     const std::optional<FrameRateConfig> rate =
         votedRate ? votedRate : frameRateConfig(options.frameRatePreset);
-    execution.decode = decodeFileLTC(ltc, job.ltcChannelIndex, rate).result;
+    execution.decode = decodeFileLTC(ltcReader, job.ltcChannelIndex, rate).result;
     execution.warnings =
         confidenceWarnings(execution.decode.confidence, options.forceLowConfidence);
 
@@ -265,21 +267,13 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
     stamp.outputWarnings = &execution.warnings;
     stampOriginationNow(stamp);
 
-    for (std::size_t i = 0; i < job.targetFileURLs.size(); ++i) {
-        if (i == 0) {
-            writeOutput(*firstTarget, stamp, execution.ltcFile, execution.records,
-                        execution.outputs);
-            firstTarget.reset();
-            continue;
-        }
-        const WAVFile target(job.targetFileURLs[i]);
-        if (target.fmt().sampleRate != ltc.fmt().sampleRate) {
-            throw ProcessingError::sampleRateMismatch();  // changed since it was checked
-        }
-        writeOutput(target, stamp, execution.ltcFile, execution.records, execution.outputs);
+    for (const WavReader& target : targets) {
+        writeOutput(target, stamp, execution.ltcFile, execution.records, execution.outputs,
+                    isCancelled);
     }
     if (job.includeLTCOutput && options.includeLTCOutputs) {
-        writeOutput(ltc, stamp, execution.ltcFile, execution.records, execution.outputs);
+        writeOutput(ltcReader, stamp, execution.ltcFile, execution.records, execution.outputs,
+                    isCancelled);
     }
     return execution;
 }
@@ -322,12 +316,12 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
     }
 
     const ProcessingJob& first = jobs.front();
-    const WAVFile ltc(first.ltcFileURL);
-    execution.sampleRate = ltc.fmt().sampleRate;
+    const WavReader ltcReader(first.ltcFileURL);
+    execution.sampleRate = ltcReader.fmt().sampleRate;
     execution.ltcFile = fileName(first.ltcFileURL);
     const std::optional<FrameRateConfig> rate =
         votedRate ? votedRate : frameRateConfig(options.frameRatePreset);
-    const ChannelDecode decoded = decodeFileLTC(ltc, first.ltcChannelIndex, rate);
+    const ChannelDecode decoded = decodeFileLTC(ltcReader, first.ltcChannelIndex, rate);
     execution.decode = decoded.result;
     const std::vector<ProcessingWarning> confidence =
         confidenceWarnings(execution.decode.confidence, options.forceLowConfidence);
@@ -336,15 +330,15 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
 
     report("Building LTC anchors for segment timestamps...", 0, total);
     const std::vector<LTCTimelinePoint> anchors =
-        CutDetection::scanTimeline(ltc.samples(static_cast<int>(decoded.channelIndex)),
+        CutDetection::scanTimeline(channelSamples(ltcReader, decoded.channelIndex),
                                    execution.sampleRate, execution.decode.frameRate, isCancelled);
 
-    // The targets are the same for every segment: read each once.
-    std::vector<std::optional<WAVFile>> targets;
+    // The targets are the same for every segment: open each once.
+    std::vector<std::optional<WavReader>> targets;
     std::vector<std::string> targetErrors;
     for (const fs::path& url : first.targetFileURLs) {
         try {
-            targets.emplace_back(WAVFile(url));
+            targets.emplace_back(std::in_place, url);
             targetErrors.emplace_back();
         } catch (const std::exception& e) {
             targets.emplace_back(std::nullopt);
@@ -397,13 +391,13 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
                 if (!targets[t]) {
                     throw Error(targetErrors[t]);
                 }
-                if (targets[t]->fmt().sampleRate != ltc.fmt().sampleRate) {
+                if (targets[t]->fmt().sampleRate != ltcReader.fmt().sampleRate) {
                     throw ProcessingError::sampleRateMismatch();
                 }
-                writeOutput(*targets[t], stamp, execution.ltcFile, records, outputs);
+                writeOutput(*targets[t], stamp, execution.ltcFile, records, outputs, isCancelled);
             }
             if (job.includeLTCOutput && options.includeLTCOutputs) {
-                writeOutput(ltc, stamp, execution.ltcFile, records, outputs);
+                writeOutput(ltcReader, stamp, execution.ltcFile, records, outputs, isCancelled);
             }
             jobReport.outputs = outputs;
             for (const ProcessingWarning& w : confidence) {
@@ -458,7 +452,7 @@ std::vector<ProcessingWarning> validateFrameLengths(const std::vector<ProcessedF
         std::int64_t actual = 0;
         std::int64_t rate = 0;
         try {
-            const WAVFile output(outputFolder / record.outputFile);
+            const WavReader output(outputFolder / record.outputFile);
             actual = output.frameCount();
             rate = output.fmt().sampleRate;
         } catch (const std::exception& e) {

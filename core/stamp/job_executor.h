@@ -78,8 +78,12 @@ std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceL
 // Executes a single or grouped-batch job (a job with a segment renders that
 // stretch). `votedRate` is the run's batch-voted rate, if any. Throws the
 // failure of the job (file layer, decoder, ProcessingError).
+// The audio is copied from each source in blocks; `isCancelled` is polled
+// between blocks and ends the job with ProcessingError::cancelled(), the
+// output being written removed.
 JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
-                     const std::optional<FrameRateConfig>& votedRate);
+                     const std::optional<FrameRateConfig>& votedRate,
+                     const std::function<bool()>& isCancelled = {});
 
 // Renders every segment job (all of one LTC file) with start timecodes from
 // anchors decoded across the LTC file. A job that fails is reported as failed

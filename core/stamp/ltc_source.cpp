@@ -9,6 +9,38 @@ namespace norvane {
 
 namespace {
 
+// The audio the decoder reads: one channel at a time, from a file held in
+// memory or streamed from disk (only that channel is converted).
+class LTCAudio {
+  public:
+    explicit LTCAudio(const WAVFile& file)
+        : fmt_(file.fmt()), frames_(file.frameCount()), file_(&file) {}
+    explicit LTCAudio(const WavReader& reader)
+        : fmt_(reader.fmt()), frames_(reader.frameCount()), reader_(&reader) {}
+
+    const WAVFmtChunk& fmt() const { return fmt_; }
+    std::int64_t frameCount() const { return frames_; }
+    std::vector<float> samples(int channel, std::optional<std::size_t> maxSamples) const {
+        if (file_) {
+            std::vector<float> all = file_->samples(channel);
+            if (maxSamples && all.size() > *maxSamples) {
+                all.resize(*maxSamples);
+            }
+            return all;
+        }
+        const std::int64_t end =
+            maxSamples ? std::min<std::int64_t>(frames_, static_cast<std::int64_t>(*maxSamples))
+                       : frames_;
+        return channelSamples(*reader_, channel, end);
+    }
+
+  private:
+    WAVFmtChunk fmt_;
+    std::int64_t frames_ = 0;
+    const WAVFile* file_ = nullptr;
+    const WavReader* reader_ = nullptr;
+};
+
 // Length of the stretch on which the channels of a long recording are compared.
 constexpr std::size_t kChannelChoiceSeconds = 60;
 
@@ -21,14 +53,11 @@ struct Attempt {
 // The decoder's own decode, except that an automatic choice keeps its
 // evaluations instead of writing the diagnostic, so that only the chosen
 // channel's is written.
-Attempt decodeChannel(const WAVFile& file, std::int64_t channel,
+Attempt decodeChannel(const LTCAudio& file, std::int64_t channel,
                       const std::optional<FrameRateConfig>& rate,
                       std::optional<std::size_t> maxSamples = std::nullopt) {
     Attempt attempt;
-    std::vector<float> samples = file.samples(static_cast<int>(channel));
-    if (maxSamples && samples.size() > *maxSamples) {
-        samples.resize(*maxSamples);
-    }
+    std::vector<float> samples = file.samples(static_cast<int>(channel), maxSamples);
     // Under Auto the rate is measured from the run; the diagnostic waits
     // until the channel is chosen.
     try {
@@ -43,7 +72,7 @@ Attempt decodeChannel(const WAVFile& file, std::int64_t channel,
     return attempt;
 }
 
-std::int64_t clampChannel(const WAVFile& file, std::int64_t channel) {
+std::int64_t clampChannel(const LTCAudio& file, std::int64_t channel) {
     const std::int64_t channels = std::max<std::int64_t>(file.fmt().channelCount, 1);
     return std::clamp<std::int64_t>(channel, 0, channels - 1);
 }
@@ -55,7 +84,7 @@ struct Best {
     std::optional<LTCDecodeError> mismatch;
 };
 
-Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
+Best bestChannel(const LTCAudio& file, std::optional<std::int64_t> channelIndex,
                  const std::optional<FrameRateConfig>& rate) {
     if (channelIndex) {
         Best best;
@@ -106,10 +135,8 @@ Best bestChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
     return compareChannels(std::nullopt);
 }
 
-}  // namespace
-
-ChannelDecode decodeFileLTC(const WAVFile& file, std::optional<std::int64_t> channelIndex,
-                            const std::optional<FrameRateConfig>& rate) {
+ChannelDecode decodeAudio(const LTCAudio& file, std::optional<std::int64_t> channelIndex,
+                          const std::optional<FrameRateConfig>& rate) {
     Best best = bestChannel(file, channelIndex, rate);
     if (!best.attempt) {
         if (best.mismatch) {
@@ -127,12 +154,50 @@ ChannelDecode decodeFileLTC(const WAVFile& file, std::optional<std::int64_t> cha
     return ChannelDecode{*best.attempt->result, best.channel};
 }
 
-std::int64_t chooseLTCChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
-                              const std::optional<FrameRateConfig>& rate) {
+std::int64_t chooseAudioChannel(const LTCAudio& file, std::optional<std::int64_t> channelIndex,
+                                const std::optional<FrameRateConfig>& rate) {
     if (channelIndex) {
         return clampChannel(file, *channelIndex);
     }
     return bestChannel(file, channelIndex, rate).channel;
+}
+
+}  // namespace
+
+std::vector<float> channelSamples(const WavReader& file, std::int64_t channel,
+                                  std::optional<std::int64_t> endFrame) {
+    std::vector<float> out;
+    if (!file.canReadSamples(static_cast<int>(channel))) {
+        return out;
+    }
+    const std::int64_t end = std::min(endFrame.value_or(file.frameCount()), file.frameCount());
+    out.reserve(static_cast<std::size_t>(std::max<std::int64_t>(end, 0)));
+    file.forEachChannelBlock(static_cast<int>(channel), 0, end,
+                             [&out](std::span<const float> block, std::int64_t) {
+                                 out.insert(out.end(), block.begin(), block.end());
+                                 return true;
+                             });
+    return out;
+}
+
+ChannelDecode decodeFileLTC(const WAVFile& wav, std::optional<std::int64_t> channelIndex,
+                            const std::optional<FrameRateConfig>& rate) {
+    return decodeAudio(LTCAudio(wav), channelIndex, rate);
+}
+
+ChannelDecode decodeFileLTC(const WavReader& reader, std::optional<std::int64_t> channelIndex,
+                            const std::optional<FrameRateConfig>& rate) {
+    return decodeAudio(LTCAudio(reader), channelIndex, rate);
+}
+
+std::int64_t chooseLTCChannel(const WAVFile& wav, std::optional<std::int64_t> channelIndex,
+                              const std::optional<FrameRateConfig>& rate) {
+    return chooseAudioChannel(LTCAudio(wav), channelIndex, rate);
+}
+
+std::int64_t chooseLTCChannel(const WavReader& reader, std::optional<std::int64_t> channelIndex,
+                              const std::optional<FrameRateConfig>& rate) {
+    return chooseAudioChannel(LTCAudio(reader), channelIndex, rate);
 }
 
 }  // namespace norvane

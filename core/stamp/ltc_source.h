@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/timecode/ltc_decoder.h"
 
 namespace norvane {
@@ -26,10 +27,21 @@ struct ChannelDecode {
 // channel decodes (noFrameDetected if any channel carried a signal).
 ChannelDecode decodeFileLTC(const WAVFile& file, std::optional<std::int64_t> channelIndex,
                             const std::optional<FrameRateConfig>& rate);
+// The same streamed from disk: only the channel being decoded is read into
+// memory, block by block.
+ChannelDecode decodeFileLTC(const WavReader& file, std::optional<std::int64_t> channelIndex,
+                            const std::optional<FrameRateConfig>& rate);
 
 // The channel decodeFileLTC would use; the named one when given, else the
 // best-decoding channel (0 when none decodes). Writes no diagnostics.
 std::int64_t chooseLTCChannel(const WAVFile& file, std::optional<std::int64_t> channelIndex,
                               const std::optional<FrameRateConfig>& rate);
+std::int64_t chooseLTCChannel(const WavReader& file, std::optional<std::int64_t> channelIndex,
+                              const std::optional<FrameRateConfig>& rate);
+
+// Channel `channel` of frames [0, endFrame) (the whole file without an end)
+// as WAVFile::samples gives it, read block by block.
+std::vector<float> channelSamples(const WavReader& file, std::int64_t channel,
+                                  std::optional<std::int64_t> endFrame = std::nullopt);
 
 }  // namespace norvane

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/common/local_time.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
@@ -65,9 +66,9 @@ std::optional<FrameRateConfig> batchVote(const std::vector<ProcessingJob>& jobs)
     for (const SourceKey& source : distinctSources(jobs)) {
         sources.push_back(
             {[source]() -> std::optional<std::pair<std::vector<float>, std::int64_t>> {
-                const WAVFile wav(source.first);
+                const WavReader wav(source.first);
                 const std::int64_t channel = chooseLTCChannel(wav, source.second, std::nullopt);
-                return std::pair{wav.samples(static_cast<int>(channel)),
+                return std::pair{channelSamples(wav, channel),
                                  static_cast<std::int64_t>(wav.fmt().sampleRate)};
             }});
     }
@@ -81,7 +82,7 @@ std::string csvLogName(std::chrono::system_clock::time_point time) {
 }
 
 FileDescriptor StampProcessor::describeFile(const fs::path& url) {
-    const WAVFile wav(url);
+    const WavReader wav(url);  // the header only
     FileDescriptor file;
     file.id = makeUUID();
     file.url = url;
@@ -239,7 +240,7 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
             }
             std::optional<std::string> failure;
             try {
-                JobExecution execution = JobExecutor::execute(job, options, votedRate);
+                JobExecution execution = JobExecutor::execute(job, options, votedRate, isCancelled);
                 records.insert(records.end(), execution.records.begin(), execution.records.end());
                 outputs.insert(outputs.end(), execution.outputs.begin(), execution.outputs.end());
                 warnings.insert(warnings.end(), execution.warnings.begin(),
@@ -347,7 +348,7 @@ LTCPrecheck StampProcessor::precheckLTC(const std::vector<ProcessingJob>& jobs,
     const std::optional<FrameRateConfig> rate = frameRateConfig(options.frameRatePreset);
     for (const SourceKey& source : distinctSources(jobs)) {
         try {
-            const WAVFile wav(source.first);
+            const WavReader wav(source.first);
             const ChannelDecode decoded = decodeFileLTC(wav, source.second, rate);
             const FrameRateConfig& found = decoded.result.frameRate;
             if (std::find(result.detectedRates.begin(), result.detectedRates.end(), found) ==
