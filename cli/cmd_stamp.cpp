@@ -31,6 +31,7 @@ struct StampArguments {
     std::string collision;
     bool includeLTC = false;
     bool force = false;
+    std::string timeReference = "frame";
     std::string groupBy;
     std::string delimiter = "-";
     std::int64_t tokenIndex = 1;
@@ -189,6 +190,12 @@ ProcessingOptions buildOptions(const StampArguments& args, const AppSettingsStor
         throw UsageError{"an output folder is required (-o DIR)"};
     }
     options.outputFolder = absolutePath(folder);
+    if (const auto reference = timeReferenceModeFromLabel(args.timeReference)) {
+        options.timeReferenceMode = *reference;
+    } else {
+        throw UsageError{"--time-reference: expected frame or sample, got \"" + args.timeReference +
+                         "\""};
+    }
     options.forceLowConfidence =
         args.force || settings.lowConfidenceBehavior() == LowConfidenceBehavior::alwaysProceed;
     options.includeLTCOutputs = args.includeLTC;
@@ -385,6 +392,9 @@ Command addStampCommand(CLI::App& parent) {
                     "When an output exists: ask, keep-both or overwrite");
     app->add_flag("--include-ltc", args->includeLTC, "Also write a stamped copy of the LTC file");
     app->add_flag("--force", args->force, "Stamp even when the LTC decodes with low confidence");
+    app->add_option("--time-reference", args->timeReference,
+                    "TimeReference of the file's frame-aligned start (frame, default) or of its "
+                    "exact first sample (sample)");
     app->add_option("--group-by", args->groupBy, "Grouped mode: duration, token or regex");
     app->add_option("--delimiter", args->delimiter, "Token grouping delimiter (default \"-\")");
     app->add_option("--token-index", args->tokenIndex,

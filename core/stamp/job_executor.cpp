@@ -174,7 +174,10 @@ double samplesPerFrame(std::int64_t sampleRate, const FrameRateConfig& rate) {
 Timecode startTimecode(const LTCDecodeResult& decode, std::int64_t anchorSample,
                        std::int64_t sampleRate) {
     const double perFrame = samplesPerFrame(sampleRate, decode.frameRate);
-    const std::int64_t offset = roundHalfAwayFromZero(static_cast<double>(anchorSample) / perFrame);
+    // Code played backwards counts down along the file.
+    const std::int64_t offset =
+        roundHalfAwayFromZero(static_cast<double>(anchorSample) / perFrame) *
+        (decode.direction < 0 ? -1 : 1);
     return TimecodeMath::timecodeFromFrameCount(
         TimecodeMath::frameCount(decode.timecode, decode.frameRate) - offset, decode.frameRate);
 }
@@ -184,6 +187,17 @@ std::uint64_t timeReference(const Timecode& start, const FrameRateConfig& rate,
     const std::int64_t frames = TimecodeMath::frameCount(start, rate);
     const std::int64_t samples =
         roundHalfAwayFromZero(static_cast<double>(frames) * samplesPerFrame(sampleRate, rate));
+    return samples < 0 ? 0 : static_cast<std::uint64_t>(samples);
+}
+
+std::uint64_t exactTimeReference(const LTCDecodeResult& decode, double sample,
+                                 std::int64_t sampleRate) {
+    const double frameStart =
+        static_cast<double>(TimecodeMath::frameCount(decode.timecode, decode.frameRate)) *
+        samplesPerFrame(sampleRate, decode.frameRate);
+    const double position = frameStart + static_cast<double>(decode.direction >= 0 ? 1 : -1) *
+                                             (sample - decode.firstValidPosition);
+    const std::int64_t samples = roundHalfAwayFromZero(position);
     return samples < 0 ? 0 : static_cast<std::uint64_t>(samples);
 }
 
@@ -262,7 +276,11 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
     stamp.sampleRate = execution.sampleRate;
     stamp.start = execution.startTC;
     stamp.timeReference =
-        timeReference(execution.startTC, execution.decode.frameRate, execution.sampleRate);
+        options.timeReferenceMode == TimeReferenceMode::sample
+            ? exactTimeReference(execution.decode,
+                                 job.segment ? static_cast<double>(job.segment->startSample) : 0.0,
+                                 execution.sampleRate)
+            : timeReference(execution.startTC, execution.decode.frameRate, execution.sampleRate);
     stamp.warnings = execution.warnings;
     stamp.outputWarnings = &execution.warnings;
     stampOriginationNow(stamp);

@@ -60,6 +60,13 @@ Timecode startTimecode(const LTCDecodeResult& decode, std::int64_t anchorSample,
 std::uint64_t timeReference(const Timecode& start, const FrameRateConfig& rate,
                             std::int64_t sampleRate);
 
+// The exact samples since midnight of `sample` from the decoded run: the
+// decoded frame's position in the day at the exact rate, plus the distance
+// from the frame's start (sub-sample) to `sample`, counted backwards for code
+// played in reverse. Rounded half away from zero; never below 0.
+std::uint64_t exactTimeReference(const LTCDecodeResult& decode, double sample,
+                                 std::int64_t sampleRate);
+
 // The absolute LTC frame count at `sample` from the anchor nearest to it (the
 // earlier one on equal distance; anchors sorted by sample): the anchor's frame
 // count plus round((sample - anchor.sample) / (denominator / numerator x

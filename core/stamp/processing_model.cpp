@@ -9,6 +9,20 @@
 
 namespace norvane {
 
+std::string label(TimeReferenceMode mode) {
+    return mode == TimeReferenceMode::sample ? "sample" : "frame";
+}
+
+std::optional<TimeReferenceMode> timeReferenceModeFromLabel(std::string_view text) {
+    if (text == "frame") {
+        return TimeReferenceMode::frame;
+    }
+    if (text == "sample") {
+        return TimeReferenceMode::sample;
+    }
+    return std::nullopt;
+}
+
 namespace {
 
 template <typename Enum, std::size_t N>

@@ -124,6 +124,14 @@ struct ProcessingJob {
 };
 
 // Everything the user chose for one run.
+// What the bext TimeReference of a stamped file counts: the samples since
+// midnight of its frame-aligned start timecode (`frame`), or of its first
+// sample exactly as the LTC run places it (`sample`, as location recorders
+// write it). Labels "frame" and "sample".
+enum class TimeReferenceMode { frame, sample };
+std::string label(TimeReferenceMode mode);
+std::optional<TimeReferenceMode> timeReferenceModeFromLabel(std::string_view text);
+
 struct ProcessingOptions {
     ProcessingMode mode = ProcessingMode::single;
     FrameRatePreset frameRatePreset = FrameRatePreset::auto_;
@@ -138,6 +146,7 @@ struct ProcessingOptions {
     // 0-based LTC channel of the selected LTC file in single and cut-detect
     // runs; absent lets the engine find the channel that carries the code.
     std::optional<std::int64_t> ltcChannelIndex;
+    TimeReferenceMode timeReferenceMode = TimeReferenceMode::frame;
 };
 
 // ---- Results ------------------------------------------------------------------
@@ -209,6 +218,16 @@ struct ProcessingReport {
     std::int64_t firstValidLTCSample = 0;
     double firstValidLTCSeconds = 0;
     std::string stampedStartTimecode;
+    // The evidence of the LTC file's decode.
+    double confidence = 0;
+    std::int64_t ltcRunFrames = 0;  // frames in the verified run
+    std::int64_t ltcBitErrors = 0;  // clock irregularities inside it
+    std::string rateEvidence;       // what chose the frame rate
+    std::string timeReferenceMode = "frame";
+    // The file's first sample lies this many samples after the start of the
+    // frame its start timecode names (the part a frame-aligned TimeReference
+    // drops; negative when the nearest frame starts later).
+    double subFrameOffsetSamples = 0;
     std::vector<ProcessingWarning> warnings;
     std::vector<std::string> outputFiles;
     std::filesystem::path csvLogURL;

@@ -59,6 +59,7 @@ struct Header {
     std::int64_t firstValidSample = 0;
     double firstValidSeconds = 0;
     std::optional<Timecode> startTC;
+    std::optional<LTCDecodeResult> decode;
 };
 
 std::optional<FrameRateConfig> batchVote(const std::vector<ProcessingJob>& jobs) {
@@ -223,7 +224,8 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
                             cut.decode.frameRate.label,
                             cut.decode.firstValidSample,
                             cut.decode.firstValidSeconds,
-                            cut.startTC};
+                            cut.startTC,
+                            cut.decode};
         }
     } else {
         bool haveHeader = false;
@@ -261,7 +263,8 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
                                     execution.decode.frameRate.label,
                                     execution.decode.firstValidSample,
                                     execution.decode.firstValidSeconds,
-                                    execution.startTC};
+                                    execution.startTC,
+                                    execution.decode};
                 }
             } catch (const std::exception& e) {
                 failure = describeError(e);
@@ -301,6 +304,20 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
     result.firstValidLTCSample = header.firstValidSample;
     result.firstValidLTCSeconds = header.firstValidSeconds;
     result.stampedStartTimecode = header.startTC ? header.startTC->description() : std::string();
+    result.timeReferenceMode = label(options.timeReferenceMode);
+    if (header.decode && header.startTC) {
+        const LTCDecodeResult& d = *header.decode;
+        result.confidence = d.confidence;
+        result.ltcRunFrames = d.runFrames;
+        result.ltcBitErrors = d.bitErrors;
+        result.rateEvidence = d.rateEvidence;
+        const double perFrame = JobExecutor::samplesPerFrame(header.sampleRate, d.frameRate);
+        result.subFrameOffsetSamples =
+            static_cast<double>(TimecodeMath::frameCount(d.timecode, d.frameRate) -
+                                TimecodeMath::frameCount(*header.startTC, d.frameRate)) *
+                perFrame -
+            (d.direction < 0 ? -1.0 : 1.0) * d.firstValidPosition;
+    }
     result.warnings = std::move(warnings);
     result.outputFiles = std::move(outputs);
     result.csvLogURL = csvLog;
@@ -372,6 +389,13 @@ std::string reportText(const ProcessingReport& report) {
     lines.push_back(fmt::format("First valid LTC location: {} samples ({:.6f} s)",
                                 report.firstValidLTCSample, report.firstValidLTCSeconds));
     lines.push_back("Calculated file-set start TC: " + report.stampedStartTimecode);
+    if (report.ltcRunFrames > 0) {
+        lines.push_back(fmt::format(
+            "LTC evidence: run of {} frames, {} bit errors, confidence {:.3f}; rate: {}",
+            report.ltcRunFrames, report.ltcBitErrors, report.confidence, report.rateEvidence));
+        lines.push_back(fmt::format("Sub-frame offset: {:+.2f} samples (TimeReference: {})",
+                                    report.subFrameOffsetSamples, report.timeReferenceMode));
+    }
     lines.push_back(fmt::format("Jobs: {}, Success: {}, Failed: {}, Warnings: {}",
                                 report.summary.totalJobs, report.summary.successfulJobs,
                                 report.summary.failedJobs, report.summary.warningCount));

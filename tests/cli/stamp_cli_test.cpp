@@ -105,8 +105,11 @@ TEST_F(StampCommandTest, SingleRunReportsAndStamps) {
     }
     EXPECT_EQ(keys, (std::vector<std::string>{"chosenLTCFile", "csvLogURL", "detectedFrameRate",
                                               "firstValidLTCSample", "firstValidLTCSeconds", "jobs",
-                                              "outputFiles", "sampleRate", "stampedStartTimecode",
-                                              "summary", "warnings"}));
+                                              "ltcEvidence", "outputFiles", "sampleRate",
+                                              "stampedStartTimecode", "subFrameOffsetSamples",
+                                              "summary", "timeReferenceMode", "warnings"}));
+    EXPECT_EQ(json["timeReferenceMode"], "frame");
+    EXPECT_GE(json["ltcEvidence"]["runFrames"].get<int>(), 3);
 }
 
 TEST_F(StampCommandTest, JSONReportOfFileNamesThatAreNotUTF8) {

@@ -398,6 +398,38 @@ TEST(StampProcessorTest, ARecordingAloneIsStampedFromItsOwnCode) {
               testing::expectedStart({10, 0, 0, 0, false}, 1000, fps25).timeReference);
 }
 
+TEST(StampProcessorTest, SampleTimeReferenceIsTheExactFirstSample) {
+    // 10:00:00:00 begins 1,000 samples into the file (0.52 of a frame at
+    // 25 fps): frame mode steps back a whole frame, sample mode writes the
+    // exact samples since midnight of sample 0.
+    TempDir in;
+    const fs::path ltc =
+        testing::writeLTCFile(in / "ltc.wav", FrameRatePreset::fps25, {10, 0, 0, 0, false}, 1000);
+    const fs::path stem = testing::writeStem(in / "stem.wav");
+    const FrameRateConfig fps25 = testing::rateOf(FrameRatePreset::fps25);
+    const std::uint64_t midnightToCode =
+        static_cast<std::uint64_t>(TimecodeMath::frameCount({10, 0, 0, 0, false}, fps25)) * 1920;
+    for (const TimeReferenceMode mode : {TimeReferenceMode::frame, TimeReferenceMode::sample}) {
+        TempDir out;
+        auto options = optionsFor(ProcessingMode::single, FrameRatePreset::auto_, out.path());
+        options.timeReferenceMode = mode;
+        const ProcessingReport report =
+            StampProcessor().run(describeAll({ltc, stem}), ltc, options);
+        ASSERT_EQ(report.outputFiles.size(), 1u);
+        const auto written = testing::sndfileTimeReference(out / report.outputFiles[0]);
+        ASSERT_TRUE(written.has_value());
+        // Either way the report shows where sample 0 lies against its frame.
+        EXPECT_NEAR(report.subFrameOffsetSamples, 1920 - 1000, 1.0);
+        EXPECT_EQ(report.stampedStartTimecode, "09:59:59:24");
+        if (mode == TimeReferenceMode::frame) {
+            EXPECT_EQ(*written, midnightToCode - 1920);
+        } else {
+            EXPECT_NEAR(static_cast<double>(*written), static_cast<double>(midnightToCode - 1000),
+                        1.0);
+        }
+    }
+}
+
 TEST(StampProcessorTest, SegmentStartsStepFromTheNearestAnchor) {
     const FrameRateConfig ndf = testing::rateOf(FrameRatePreset::fps29_97NDF);
     const std::vector<LTCTimelinePoint> anchors = {{0, {}, 1000}, {20000, {}, 2000}};
