@@ -132,12 +132,13 @@ TEST(StampWorkflowTest, IngestReportsWhatItCouldNotUse) {
     EXPECT_EQ(stamp.statusMessage(), "No WAV files found in dropped items.");
     EXPECT_TRUE(stamp.files().isEmpty());
 
-    // A header that promises more than the file holds.
+    // A file without its format chunk. (A header that promises more audio than
+    // the file holds is a cut-off recording and is read to its last frame.)
     testing::WavSpec recipe;
     recipe.frames = 100;
-    recipe.dataDeclaredSize = 1'000'000;
+    recipe.includeFmt = false;
     fs::create_directories(f.dir / "bad");
-    testing::writeBytes(f.dir / "bad" / "cut.wav", testing::makeWav(recipe));
+    testing::writeBytes(f.dir / "bad" / "nofmt.wav", testing::makeWav(recipe));
     testing::writeBytes(f.dir / "bad" / "junk.wav", ByteBuffer(64, 'j'));
     stamp.ingest({q(f.dir / "bad")});
     EXPECT_EQ(stamp.statusMessage(),
