@@ -12,6 +12,7 @@
 #include "core/audio/bwf_reader.h"
 #include "core/audio/ixml.h"
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/common/error.h"
 #include "core/common/text.h"
 #include "core/split/poly_wav_split_processor.h"
@@ -75,7 +76,9 @@ nlohmann::ordered_json describeFile(const std::string& path,
                                     std::string& textOut) {
     nlohmann::ordered_json j;
     j["path"] = path;
-    const WAVFile file{std::filesystem::path(path)};
+    // The header and metadata chunks only: the audio is never read.
+    const WavReader reader{std::filesystem::path(path)};
+    const WAVFile file = WAVFile::headersOf(reader);
     const WAVFmtChunk& f = file.fmt();
     j["audioFormat"] = f.audioFormat;
     j["channels"] = f.channelCount;
@@ -85,11 +88,12 @@ nlohmann::ordered_json describeFile(const std::string& path,
     j["byteRate"] = f.byteRate;
     j["frames"] = file.frameCount();
     j["durationSeconds"] = file.duration();
+    j["warnings"] = reader.warnings();
     j["chunks"] = nlohmann::ordered_json::array();
     std::vector<std::string> chunkTexts;
-    for (const WAVChunk& chunk : file.chunks()) {
-        j["chunks"].push_back({{"id", chunk.id}, {"size", chunk.data.size()}});
-        chunkTexts.push_back(fmt::format("{} ({})", printableId(chunk.id), chunk.data.size()));
+    for (const WavChunkInfo& chunk : reader.chunks()) {
+        j["chunks"].push_back({{"id", chunk.idText}, {"size", chunk.size}});
+        chunkTexts.push_back(fmt::format("{} ({})", printableId(chunk.idText), chunk.size));
     }
 
     // The file's own iXML: its rate comes before --fps, as recorders write
@@ -158,6 +162,9 @@ nlohmann::ordered_json describeFile(const std::string& path,
         formatName(f.audioFormat), f.audioFormat, f.channelCount, f.sampleRate, f.bitsPerSample,
         f.blockAlign, f.byteRate);
     t += fmt::format("  frames: {}, duration: {:.6f} s\n", file.frameCount(), file.duration());
+    for (const std::string& warning : reader.warnings()) {
+        t += "  warning: " + warning + "\n";
+    }
     t += "  chunks: ";
     for (std::size_t i = 0; i < chunkTexts.size(); ++i) {
         t += (i ? ", " : "") + chunkTexts[i];

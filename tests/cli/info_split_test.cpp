@@ -70,6 +70,25 @@ TEST(InfoCommandTest, TextAndJson) {
     EXPECT_EQ(nlohmann::json::parse(r.out)[0]["timecode"], "00:59:56:12");
 }
 
+// A recording cut off before its header was finished (data size 0 with the
+// audio after it) shows the audio present and a warning naming the file.
+TEST(InfoCommandTest, CutOffRecordingIsShownWithAWarning) {
+    testing::TempDir dir;
+    testing::WavSpec recipe;
+    recipe.bits = 24;
+    recipe.frames = 480;
+    recipe.dataDeclaredSize = 0;
+    testing::writeBytes(dir / "crash.wav", testing::makeWav(recipe));
+    auto r = runCommand(cli() + " info " + quoted(dir / "crash.wav"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr("frames: 480"));
+    EXPECT_THAT(r.out, HasSubstr("warning: crash.wav: the data chunk size does not match"));
+    r = runCommand(cli() + " info --json " + quoted(dir / "crash.wav"));
+    const auto j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j[0]["frames"], 480);
+    ASSERT_EQ(j[0]["warnings"].size(), 1u);
+}
+
 TEST(InfoCommandTest, UnreadableFilesAreReportedAndTheOthersShown) {
     testing::TempDir dir;
     testing::writeBytes(dir / "good.wav", testing::makePcm16(48000, {{0.0f}}));
