@@ -1,7 +1,9 @@
 // norvane decode: read the LTC of a WAV file, once or window by window.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include "core/audio/wav_file.h"
 #include "core/common/error.h"
 #include "core/timecode/ltc_decoder.h"
+#include "core/timecode/ltc_stream_decode.h"
 
 namespace norvane::cli {
 
@@ -76,6 +79,49 @@ std::string resultText(const ChannelDecode& d) {
         "{:.6f}\nconfidence: {:.3f}\n",
         d.channel, r.timecode.description(), r.frameRate.label, r.firstValidSample,
         r.firstValidSeconds, r.confidence);
+}
+
+// One verified run: where it lies, what it carries and the evidence for it.
+nlohmann::ordered_json runJSON(const LTCRun& r) {
+    return nlohmann::ordered_json{{"firstSample", r.firstSample()},
+                                  {"endSample", r.endSample()},
+                                  {"frames", r.frames.size()},
+                                  {"direction", r.direction > 0 ? "forward" : "reverse"},
+                                  {"firstTimecode", r.frames.front().timecode.description()},
+                                  {"lastTimecode", r.frames.back().timecode.description()},
+                                  {"frameRate", r.rate.label},
+                                  {"measuredFps", r.measuredFps},
+                                  {"rateEvidence", r.rateEvidence},
+                                  {"bitErrors", r.bitErrors},
+                                  {"jitterSamples", r.jitter},
+                                  {"confidence", r.confidence}};
+}
+
+std::string runText(std::size_t index, const LTCRun& r, std::int64_t sampleRate) {
+    const double rate = static_cast<double>(std::max<std::int64_t>(sampleRate, 1));
+    return fmt::format(
+        "  run {}: samples {}..{} ({:.3f} s..{:.3f} s), {} frames {}, {} .. {} @ {}\n"
+        "    measured {:.4f} fps ({}); bit errors {}, jitter {:.2f} samples, confidence {:.3f}\n",
+        index, r.firstSample(), r.endSample(), static_cast<double>(r.firstSample()) / rate,
+        static_cast<double>(r.endSample()) / rate, r.frames.size(),
+        r.direction > 0 ? "forward" : "reverse", r.frames.front().timecode.description(),
+        r.frames.back().timecode.description(), r.rate.label, r.measuredFps, r.rateEvidence,
+        r.bitErrors, r.jitter, r.confidence);
+}
+
+// What lies between two runs: a jump in the code, or only lost frames.
+std::string breakText(const LTCRun& before, const LTCRun& after, std::int64_t sampleRate) {
+    const double gapSeconds = static_cast<double>(after.firstSample() - before.endSample()) /
+                              static_cast<double>(std::max<std::int64_t>(sampleRate, 1));
+    if (before.rate.numerator != after.rate.numerator ||
+        before.rate.denominator != after.rate.denominator) {
+        return fmt::format("  -- break: {:.3f} s without code; the rate changes from {} to {}\n",
+                           gapSeconds, before.rate.label, after.rate.label);
+    }
+    const std::int64_t expected = before.frameCountAt(static_cast<double>(after.firstSample()));
+    const std::int64_t actual = TimecodeMath::frameCount(after.frames.front().timecode, after.rate);
+    return fmt::format("  -- break: {:.3f} s without code; the code jumps {:+} frame(s)\n",
+                       gapSeconds, actual - expected);
 }
 
 int run(const DecodeOptions& o) {
@@ -148,32 +194,34 @@ int run(const DecodeOptions& o) {
         return kExitOk;
     }
 
-    // Window by window at the rate found for the whole channel, so that every
-    // point counts frames the same way.
-    const std::optional<FrameRateConfig> timelineRate = rate ? rate
-                                                        : best->result
-                                                            ? std::optional(best->result->frameRate)
-                                                            : std::nullopt;
+    // The runs of the whole channel: frames that follow one another and count on
+    // by one, each with its own measured rate under Auto, fed in blocks of a
+    // second so the progress moves.
     const std::vector<float> samples = channelSamples(best->channel);
     ProgressBar bar(!o.json);
-    if (!timelineRate) {
-        setFrameRateDiagnosticsStream(nullptr);  // one candidate block per window is noise
+    LTCRunScanner scanner(sampleRate, rate);
+    const auto block = static_cast<std::size_t>(std::max<std::int64_t>(sampleRate, 1));
+    for (std::size_t at = 0; at < samples.size(); at += block) {
+        const std::size_t n = std::min(block, samples.size() - at);
+        scanner.push(std::span<const float>(samples).subspan(at, n), static_cast<std::int64_t>(at));
+        bar.update(static_cast<double>(at + n) / static_cast<double>(samples.size()),
+                   fmt::format("{:.0f} s of {:.0f} s", static_cast<double>(at + n) / sampleRate,
+                               static_cast<double>(samples.size()) / sampleRate));
     }
-    const std::vector<LTCTimelinePoint> points = LTCDecoder::decodeTimeline(
-        samples, sampleRate, timelineRate, o.window, o.hop, std::nullopt, {},
-        [&](std::int64_t done, std::int64_t total) {
-            bar.update(
-                static_cast<double>(done) / static_cast<double>(std::max<std::int64_t>(total, 1)),
-                fmt::format("window {}/{}", done, total));
-        });
     bar.finish();
-    setFrameRateDiagnosticsStream(&std::cerr);
-    if (!best->result && points.empty()) {
+    const std::vector<LTCRun> runs = scanner.finish();
+    const auto spacing = std::max<std::int64_t>(static_cast<std::int64_t>(sampleRate * o.hop), 1);
+    const std::vector<LTCTimelinePoint> points = timelinePoints(runs, spacing);
+    if (!best->result && runs.empty()) {
         return printError(best->error->message());
     }
 
     if (o.json) {
         nlohmann::ordered_json j = resultJSON(*best);
+        j["runs"] = nlohmann::ordered_json::array();
+        for (const LTCRun& r : runs) {
+            j["runs"].push_back(runJSON(r));
+        }
         j["points"] = nlohmann::ordered_json::array();
         for (const LTCTimelinePoint& p : points) {
             j["points"].push_back(nlohmann::ordered_json{{"sample", p.sample},
@@ -183,10 +231,12 @@ int run(const DecodeOptions& o) {
         std::cout << j.dump(2) << std::endl;
     } else {
         std::cout << resultText(*best);
-        std::cout << fmt::format("timeline: {} point(s)\n", points.size());
-        for (const LTCTimelinePoint& p : points) {
-            std::cout << fmt::format("  {:>12}  {}  {}\n", p.sample, p.timecode.description(),
-                                     p.frameCount);
+        std::cout << fmt::format("runs: {}\n", runs.size());
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            if (i > 0) {
+                std::cout << breakText(runs[i - 1], runs[i], sampleRate);
+            }
+            std::cout << runText(i + 1, runs[i], sampleRate);
         }
     }
     return kExitOk;
@@ -205,9 +255,11 @@ Command addDecodeCommand(CLI::App& parent) {
     app.add_option("--fps", options->fps, "Frame rate (default auto): " + frameRateArgumentHelp());
     app.add_flag("--json", options->json, "Print JSON");
     app.add_flag("--timeline", options->timeline,
-                 "Also decode window by window and list the timeline points");
-    app.add_option("--window", options->window, "Timeline window in seconds (default 0.75)");
-    app.add_option("--hop", options->hop, "Timeline hop in seconds (default 0.2)");
+                 "Also list every verified run of the code (frames counting on one by one) with "
+                 "its evidence, and the breaks between runs");
+    app.add_option("--window", options->window, "Kept for scripts; runs need no window");
+    app.add_option("--hop", options->hop,
+                   "Spacing of the JSON timeline points in seconds (default 0.2)");
     command.run = [options] { return run(*options); };
     return command;
 }

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 
 #include "core/timecode/frame_rate_detection.h"
+#include "core/timecode/ltc_stream_decode.h"
 
 namespace norvane {
 
@@ -34,6 +36,30 @@ class LTCAudio {
         return channelSamples(*reader_, channel, end);
     }
 
+    // The start decode of one channel. From a reader the channel is streamed
+    // block by block into the decoder, which stops the reading as soon as more
+    // audio cannot change its answer, so a long take is read only up to its
+    // first verified run. Throws LTCDecodeError.
+    LTCDecodeResult decode(int channel, const std::optional<FrameRateConfig>& rate,
+                           std::optional<std::size_t> maxSamples) const {
+        if (file_) {
+            return LTCDecoder::decodeQuietly(samples(channel, maxSamples), fmt_.sampleRate, rate);
+        }
+        if (!reader_->canReadSamples(channel) || fmt_.sampleRate < 1) {
+            throw LTCDecodeError::noSignal();
+        }
+        const std::int64_t end =
+            maxSamples ? std::min<std::int64_t>(frames_, static_cast<std::int64_t>(*maxSamples))
+                       : frames_;
+        LTCStartDecoder decoder(fmt_.sampleRate, rate);
+        reader_->forEachChannelBlock(channel, 0, end,
+                                     [&decoder](std::span<const float> block, std::int64_t first) {
+                                         decoder.push(block, first);
+                                         return !decoder.certain();
+                                     });
+        return decoder.finish();
+    }
+
   private:
     WAVFmtChunk fmt_;
     std::int64_t frames_ = 0;
@@ -57,11 +83,10 @@ Attempt decodeChannel(const LTCAudio& file, std::int64_t channel,
                       const std::optional<FrameRateConfig>& rate,
                       std::optional<std::size_t> maxSamples = std::nullopt) {
     Attempt attempt;
-    std::vector<float> samples = file.samples(static_cast<int>(channel), maxSamples);
     // Under Auto the rate is measured from the run; the diagnostic waits
     // until the channel is chosen.
     try {
-        attempt.result = LTCDecoder::decodeQuietly(samples, file.fmt().sampleRate, rate);
+        attempt.result = file.decode(static_cast<int>(channel), rate, maxSamples);
         attempt.hadSignal = true;
     } catch (const LTCDecodeError& e) {
         attempt.hadSignal = e.kind() != LTCDecodeError::Kind::noSignal;
