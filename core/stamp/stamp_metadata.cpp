@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
+
 #include "core/audio/bext.h"
 #include "core/audio/bwf_reader.h"
 #include "core/audio/ixml.h"
@@ -31,6 +33,24 @@ ByteBuffer bytesOf(const std::string& text) {
 }
 
 }  // namespace
+
+std::string plainIXML(const StampValues& stamp, std::uint32_t sampleRate) {
+    // The stamp's own document with the <SPEED> block recorders write and
+    // readers look for: the rational rate, the drop-frame flag, the sample
+    // rate and the samples since midnight split into two 32-bit halves
+    // (equal to the bext TimeReference).
+    const std::string document = JobExecutor::ixmlDocument(stamp.rate, stamp.start);
+    const std::string close = "\n</BWFXML>";
+    const std::string speed = fmt::format(
+        "\n  <SPEED>\n    <TIMECODE_RATE>{}/{}</TIMECODE_RATE>\n    "
+        "<TIMECODE_FLAG>{}</TIMECODE_FLAG>\n    <TIMESTAMP_SAMPLE_RATE>{}</TIMESTAMP_SAMPLE_RATE>\n"
+        "    <TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI>{:010}</TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI>\n"
+        "    <TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO>{:010}</TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO>\n"
+        "  </SPEED>",
+        stamp.rate.numerator, stamp.rate.denominator, stamp.rate.dropFrame ? "DF" : "NDF",
+        sampleRate, stamp.timeReference >> 32, stamp.timeReference & 0xFFFFFFFFu);
+    return document.substr(0, document.size() - close.size()) + speed + close;
+}
 
 std::string codingHistoryLine(const WAVFmtChunk& fmt) {
     const char* mode = fmt.channelCount == 1   ? "mono"
@@ -71,7 +91,7 @@ StampMetadata compose(const WAVFile& source, const StampValues& stamp) {
         result.chunks.bext = BWFWriter::encodeBext(info);
     }
 
-    const std::string plain = JobExecutor::ixmlDocument(stamp.rate, stamp.start);
+    const std::string plain = plainIXML(stamp, source.fmt().sampleRate);
     const WAVChunk* sourceIXML = firstChunk(source, "iXML");
     if (!sourceIXML) {
         result.chunks.ixml = bytesOf(plain);

@@ -43,6 +43,12 @@ namespace StampMetadataComposer {
 //   under kUnreadableIXMLChunkId with a warning, and the plain document is written.
 StampMetadata compose(const WAVFile& source, const StampValues& stamp);
 
+// The iXML written when the source has none (or one that does not parse): the
+// stamp's top-level TIMECODE_RATE / TIMECODE_FLAG / TIMECODE and a <SPEED>
+// block with the rational rate ("24000/1001"), the flag, TIMESTAMP_SAMPLE_RATE
+// and TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI/LO.
+std::string plainIXML(const StampValues& stamp, std::uint32_t sampleRate);
+
 // The coding-history line a stamp appends (EBU R 98):
 // "A=PCM,F=48000,W=24,M=stereo,T=Norvane LTC stamp\r\n".
 std::string codingHistoryLine(const WAVFmtChunk& fmt);

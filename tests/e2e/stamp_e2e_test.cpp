@@ -25,7 +25,8 @@ void expectStamped(const fs::path& output, const fs::path& source, const FrameRa
     EXPECT_EQ(testing::sndfileTimeReference(output), expected.timeReference);
     EXPECT_EQ(testing::audioBytes(output), testing::audioBytes(source));
     EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)),
-              testing::ixmlFor(rate, expected.timecode.description()));
+              testing::ixmlFor(rate, expected.timecode.description(), expected.timeReference,
+                               WAVFile(source).fmt().sampleRate));
 }
 
 struct GroupCase {
@@ -262,7 +263,8 @@ TEST_P(CutRunTest, SegmentsAtTheJumpsCarryTheirOwnStart) {
         const std::size_t block = 6;  // 24-bit stereo
         EXPECT_TRUE(std::equal(audio.begin(), audio.end(),
                                stemAudio.begin() + static_cast<std::ptrdiff_t>(start * block)));
-        EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)), testing::ixmlFor(rate, row[7]));
+        EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)),
+                  testing::ixmlFor(rate, row[7], timeReference));
     }
     EXPECT_EQ(previousEnd, 288000);
     EXPECT_TRUE(report.warnings.empty()) << reportText(report);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdio>
+
 // Generated recordings and independent read-back for the stamp tests.
 
 #include <sndfile.h>
@@ -94,10 +96,25 @@ inline ByteBuffer audioBytes(const std::filesystem::path& path) {
     return ByteBuffer(wav.dataChunk().begin(), wav.dataChunk().end());
 }
 
-inline std::string ixmlFor(const FrameRateConfig& rate, const std::string& timecode) {
+// The iXML a stamp writes into a file that had none: the three top-level
+// timecode elements and the <SPEED> block that recorders write.
+inline std::string ixmlFor(const FrameRateConfig& rate, const std::string& timecode,
+                           std::uint64_t timeReference, std::uint32_t sampleRate = 48000) {
+    const std::string flag = rate.dropFrame ? "DF" : "NDF";
+    char hi[16];
+    char lo[16];
+    std::snprintf(hi, sizeof hi, "%010llu", static_cast<unsigned long long>(timeReference >> 32));
+    std::snprintf(lo, sizeof lo, "%010llu",
+                  static_cast<unsigned long long>(timeReference & 0xFFFFFFFFu));
     return "<BWFXML>\n  <IXML_VERSION>1.5</IXML_VERSION>\n  <TIMECODE_RATE>" + rate.label +
-           "</TIMECODE_RATE>\n  <TIMECODE_FLAG>" + (rate.dropFrame ? "DF" : "NDF") +
-           "</TIMECODE_FLAG>\n  <TIMECODE>" + timecode + "</TIMECODE>\n</BWFXML>";
+           "</TIMECODE_RATE>\n  <TIMECODE_FLAG>" + flag + "</TIMECODE_FLAG>\n  <TIMECODE>" +
+           timecode + "</TIMECODE>\n  <SPEED>\n    <TIMECODE_RATE>" +
+           std::to_string(rate.numerator) + "/" + std::to_string(rate.denominator) +
+           "</TIMECODE_RATE>\n    <TIMECODE_FLAG>" + flag +
+           "</TIMECODE_FLAG>\n    <TIMESTAMP_SAMPLE_RATE>" + std::to_string(sampleRate) +
+           "</TIMESTAMP_SAMPLE_RATE>\n    <TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI>" + hi +
+           "</TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI>\n    <TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO>" +
+           lo + "</TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO>\n  </SPEED>\n</BWFXML>";
 }
 
 // The rows of a CSV log without quoting (our test names hold no commas).

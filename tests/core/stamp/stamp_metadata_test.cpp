@@ -133,7 +133,8 @@ TEST(StampMetadataTest, EmptyFieldsAreFilledAndASourceWithoutMetadataGetsThePlai
     BWFStampInfo info{kStamp.timeReference, "Stamped by Norvane", "Norvane",   "NEWREF",
                       "2026-11-23",         "10:00:00",           std::nullopt};
     EXPECT_EQ(m.chunks.bext, BWFWriter::encodeBext(info));
-    const std::string doc = JobExecutor::ixmlDocument(kStamp.rate, kStamp.start);
+    const std::string doc =
+        testing::ixmlFor(kStamp.rate, kStamp.start.description(), kStamp.timeReference);
     EXPECT_EQ(m.chunks.ixml, ByteBuffer(doc.begin(), doc.end()));
     EXPECT_TRUE(m.chunks.extra.empty());
 
@@ -161,7 +162,8 @@ TEST(StampMetadataTest, AnIXMLThatDoesNotParseIsKeptBesideTheNewOne) {
               "The iXML of take.wav is not well-formed XML; it is kept unchanged in an \"oXML\" "
               "chunk and a new iXML was written.");
     const WAVFile stamped = WAVFile::fromBytes(BWFWriter::build(source, m.chunks));
-    const std::string doc = JobExecutor::ixmlDocument(kStamp.rate, kStamp.start);
+    const std::string doc =
+        testing::ixmlFor(kStamp.rate, kStamp.start.description(), kStamp.timeReference);
     EXPECT_EQ(BWFReader::ixmlText(stamped), doc);
     EXPECT_EQ(bytes(chunkOf(stamped, kUnreadableIXMLChunkId)->data),
               ByteBuffer(broken.begin(), broken.end()));

@@ -80,7 +80,8 @@ TEST_P(SingleRunTest, StampsEveryTargetWithTheStartOfTheFileSet) {
         EXPECT_EQ(testing::sndfileFrames(output), testing::sndfileFrames(source));
         EXPECT_EQ(testing::audioBytes(output), testing::audioBytes(source));
         const WAVFile written(output);
-        EXPECT_EQ(BWFReader::ixmlText(written), testing::ixmlFor(rate, c.expectedStart));
+        EXPECT_EQ(BWFReader::ixmlText(written),
+                  testing::ixmlFor(rate, c.expectedStart, expected.timeReference));
         ASSERT_GE(written.chunks().size(), 4u);
         EXPECT_EQ(written.chunks()[0].id, "fmt ");
         EXPECT_EQ(written.chunks()[1].id, "bext");
