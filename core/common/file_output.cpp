@@ -1,6 +1,8 @@
 #include "core/common/file_output.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
@@ -8,9 +10,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
+#include <fstream>
+#include <mutex>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include "core/common/interrupt.h"
+#include "core/common/output_guard.h"
 
 namespace norvane {
 namespace fs = std::filesystem;
@@ -42,7 +52,115 @@ int renameNoReplace(const fs::path& from, const fs::path& to) {
     return errno;
 }
 
+constexpr std::string_view kTemporaryMarker = ".norvane-";
+constexpr std::size_t kTemporaryRandom = 6;  // mkstemp's XXXXXX
+
+// When this process started: temporary files older than that belong to a run
+// that ended without cleaning up (killed, power lost).
+const std::chrono::system_clock::time_point processStart = std::chrono::system_clock::now();
+
+// The process's umask, read without changing it where the kernel reports it.
+mode_t processUmask() {
+    static const mode_t mask = [] {
+        std::ifstream status("/proc/self/status");
+        std::string line;
+        while (std::getline(status, line)) {
+            if (line.rfind("Umask:", 0) == 0) {
+                return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
+            }
+        }
+        const mode_t current = ::umask(022);
+        ::umask(current);
+        return current;
+    }();
+    return mask;
+}
+
+// The longest file name the folder's file system takes (NAME_MAX on Linux).
+std::size_t nameMax(const fs::path& folder) {
+    const long value = ::pathconf(folder.c_str(), _PC_NAME_MAX);
+    return value > 0 ? static_cast<std::size_t>(value) : NAME_MAX;
+}
+
+// The hidden temporary name for `name`: "." + name + ".norvane-XXXXXX", the
+// name cut (at a UTF-8 character boundary) so the whole stays within
+// `limit` bytes; the final name is never shortened.
+std::string temporaryPattern(const std::string& name, std::size_t limit) {
+    const std::size_t overhead = 1 + kTemporaryMarker.size() + kTemporaryRandom;
+    std::string stem = name;
+    if (limit > overhead && stem.size() + overhead > limit) {
+        std::size_t keep = limit - overhead;
+        while (keep > 0 && (static_cast<unsigned char>(stem[keep]) & 0xC0) == 0x80) {
+            --keep;  // do not cut inside a UTF-8 sequence
+        }
+        stem.resize(keep);
+    }
+    return "." + stem + std::string(kTemporaryMarker) + std::string(kTemporaryRandom, 'X');
+}
+
+bool isTemporaryName(const std::string& name) {
+    if (name.size() < 1 + kTemporaryMarker.size() + kTemporaryRandom || name[0] != '.') {
+        return false;
+    }
+    const std::size_t marker = name.size() - kTemporaryRandom - kTemporaryMarker.size();
+    return name.compare(marker, kTemporaryMarker.size(), kTemporaryMarker) == 0;
+}
+
+void syncFolder(const fs::path& folder) {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+// Sweeps each folder once per process.
+void sweepOnce(const fs::path& folder) {
+    static std::mutex mutex;
+    static std::set<fs::path> swept;
+    {
+        const std::lock_guard lock(mutex);
+        if (!swept.insert(fs::absolute(folder).lexically_normal()).second) {
+            return;
+        }
+    }
+    removeStaleTemporaries(folder, processStart);
+}
+
 }  // namespace
+
+std::size_t removeStaleTemporaries(const fs::path& folder,
+                                   std::chrono::system_clock::time_point olderThan) {
+    DIR* dir = ::opendir(folder.c_str());
+    if (dir == nullptr) {
+        return 0;
+    }
+    const auto limit =
+        std::chrono::duration_cast<std::chrono::seconds>(olderThan.time_since_epoch()).count();
+    std::size_t removed = 0;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (!isTemporaryName(name)) {
+            continue;
+        }
+        const int fd =
+            ::openat(::dirfd(dir), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) {
+            continue;
+        }
+        struct stat st {};
+        // A temporary file still being written is locked by its OutputFile.
+        if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_mtime < limit &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            if (::unlinkat(::dirfd(dir), name.c_str(), 0) == 0) {
+                ++removed;
+            }
+        }
+        ::close(fd);
+    }
+    ::closedir(dir);
+    return removed;
+}
 
 OutputFile::OutputFile(fs::path destination, WriteMode mode)
     : destination_(std::move(destination)), mode_(mode) {
@@ -50,14 +168,16 @@ OutputFile::OutputFile(fs::path destination, WriteMode mode)
     if (folder.empty()) {
         folder = ".";
     }
+    sweepOnce(folder);
     std::string pattern =
-        (folder / ("." + destination_.filename().string() + ".norvane-XXXXXX")).string();
-    fd_ = ::mkstemp(pattern.data());
+        (folder / temporaryPattern(destination_.filename().string(), nameMax(folder))).string();
+    fd_ = ::mkostemp(pattern.data(), O_CLOEXEC);
     if (fd_ < 0) {
         throwErrno("cannot create output file", destination_, errno);
     }
     temporary_ = pattern;
-    ::fchmod(fd_, 0644);
+    ::flock(fd_, LOCK_EX | LOCK_NB);
+    ::fchmod(fd_, 0666 & ~processUmask());
 }
 
 OutputFile::~OutputFile() {
@@ -78,10 +198,19 @@ void OutputFile::discard() noexcept {
 }
 
 void OutputFile::write(ByteView bytes) {
+    // Written in slices so that an interrupt stops even one long write soon.
+    constexpr std::size_t kSlice = std::size_t{4} << 20;
     const std::uint8_t* p = bytes.data();
     std::size_t left = bytes.size();
-    while (left > 0) {
-        ssize_t n = ::write(fd_, p, left);
+    do {
+        if (interruptRequested()) {
+            discard();
+            throw InterruptedError();
+        }
+        if (left == 0) {
+            break;
+        }
+        ssize_t n = ::write(fd_, p, std::min(left, kSlice));
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
@@ -92,18 +221,22 @@ void OutputFile::write(ByteView bytes) {
         }
         p += n;
         left -= static_cast<std::size_t>(n);
-    }
+    } while (left > 0);
 }
 
 void OutputFile::copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length) {
     bool kernelCopy = true;
     std::vector<std::uint8_t> buffer;
     while (length > 0) {
+        if (interruptRequested()) {  // checked between 64 MiB steps
+            discard();
+            throw InterruptedError();
+        }
         if (kernelCopy) {
             auto from = static_cast<off_t>(offset);
             const ssize_t n = ::copy_file_range(
                 fromFd, &from, fd_, nullptr,
-                static_cast<std::size_t>(std::min<std::uint64_t>(length, std::uint64_t{1} << 30)),
+                static_cast<std::size_t>(std::min<std::uint64_t>(length, std::uint64_t{64} << 20)),
                 0);
             if (n > 0) {
                 offset += static_cast<std::uint64_t>(n);
@@ -142,6 +275,10 @@ void OutputFile::copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length
 }
 
 void OutputFile::commit() {
+    if (interruptRequested()) {
+        discard();
+        throw InterruptedError();
+    }
     if (::fsync(fd_) != 0 || ::close(fd_) != 0) {
         int err = errno;
         fd_ = -1;
@@ -151,6 +288,10 @@ void OutputFile::commit() {
     fd_ = -1;
     int err = 0;
     if (mode_ == WriteMode::replaceAtomically) {
+        if (isProtectedInput(destination_)) {
+            discard();
+            throw OutputConflictError::outputIsInput(destination_);
+        }
         err = ::rename(temporary_.c_str(), destination_.c_str()) == 0 ? 0 : errno;
     } else {
         err = renameNoReplace(temporary_, destination_);
@@ -161,6 +302,15 @@ void OutputFile::commit() {
     }
     temporary_.clear();
     committed_ = true;
+    // The new directory entry is durable only once the folder is flushed.
+    fs::path folder = destination_.parent_path();
+    syncFolder(folder.empty() ? fs::path(".") : folder);
+    if (RunOutputGuard* run = RunOutputGuard::current()) {
+        run->recordCommitted(destination_);
+    }
+    if (JobOutputGuard* job = JobOutputGuard::current()) {
+        job->recordCommitted(destination_);
+    }
 }
 
 void writeFile(const fs::path& destination, ByteView bytes, WriteMode mode) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 
@@ -17,6 +18,17 @@ enum class WriteMode {
 // destination; commit() flushes it to disk and moves it to the final name in
 // one step, so no partial file ever appears there, even if the process dies.
 // Without commit() (an exception, a cancellation) the temporary file is removed.
+//
+// The temporary name is "." + name + ".norvane-XXXXXX", the name part cut so
+// the whole stays within the file system's NAME_MAX; the file is locked while
+// it is written and gets the mode 0666 less the umask. commit() flushes the
+// file and then its folder. It never replaces an input of a run in progress
+// (OutputConflictError, see output_guard.h), and reports the committed path to
+// the thread's RunOutputGuard and JobOutputGuard. write() stops with
+// InterruptedError once SIGINT, SIGTERM or SIGHUP was received.
+//
+// The first OutputFile in a folder removes the stale temporary files there
+// (see removeStaleTemporaries) older than the process.
 //
 // Errors are std::filesystem::filesystem_error carrying the operating system's
 // error code (ENOSPC, EACCES, EEXIST for createNew over an existing file ...).
@@ -48,6 +60,12 @@ class OutputFile {
 
 // The whole of `bytes` written to `destination` through an OutputFile.
 void writeFile(const std::filesystem::path& destination, ByteView bytes, WriteMode mode);
+
+// Removes the hidden temporary files ".*.norvane-XXXXXX" in `folder` that
+// were last written before `olderThan` and that no OutputFile holds (a run
+// that was killed or lost power). Returns how many were removed.
+std::size_t removeStaleTemporaries(const std::filesystem::path& folder,
+                                   std::chrono::system_clock::time_point olderThan);
 
 // The whole file read into memory; throws std::filesystem::filesystem_error.
 ByteBuffer readWholeFile(const std::filesystem::path& path);

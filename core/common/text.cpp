@@ -5,6 +5,7 @@
 #include <unicode/stringpiece.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -120,6 +121,48 @@ int fileBrowserCompare(std::string_view a, std::string_view b) {
     // Equal under the collator (or no collator): fall back to byte order so the
     // result is a strict weak order.
     return a.compare(b) < 0 ? -1 : (a == b ? 0 : 1);
+}
+
+std::string validUTF8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t i = 0;
+    while (i < text.size()) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        std::size_t length = 0;
+        std::uint32_t minimum = 0;
+        if (byte < 0x80) {
+            out += text[i++];
+            continue;
+        }
+        if ((byte & 0xE0) == 0xC0) {
+            length = 2;
+            minimum = 0x80;
+        } else if ((byte & 0xF0) == 0xE0) {
+            length = 3;
+            minimum = 0x800;
+        } else if ((byte & 0xF8) == 0xF0) {
+            length = 4;
+            minimum = 0x10000;
+        }
+        bool valid = length > 0 && i + length <= text.size();
+        std::uint32_t code = valid ? byte & (0x7F >> length) : 0;
+        for (std::size_t k = 1; valid && k < length; ++k) {
+            const auto next = static_cast<unsigned char>(text[i + k]);
+            valid = (next & 0xC0) == 0x80;
+            code = (code << 6) | (next & 0x3F);
+        }
+        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+        valid = valid && code >= minimum && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+        if (valid) {
+            out.append(text.substr(i, length));
+            i += length;
+        } else {
+            out += "\xEF\xBF\xBD";
+            ++i;
+        }
+    }
+    return out;
 }
 
 }  // namespace norvane

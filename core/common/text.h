@@ -13,6 +13,10 @@ bool endsWithNoCase(std::string_view text, std::string_view suffix);
 std::string replaceAll(std::string text, std::string_view from, std::string_view to);
 std::vector<std::string> splitOn(std::string_view text, std::string_view delimiter);
 
+// `text` with every byte that is not part of valid UTF-8 replaced by U+FFFD,
+// for reports that must stay valid text whatever bytes a file name holds.
+std::string validUTF8(std::string_view text);
+
 // "a, b, c" of at most eight entries, followed by "..." when there are more.
 std::string joinFirstEight(const std::vector<std::string>& items);
 

@@ -39,5 +39,17 @@ TEST(TextTest, TrimSplitJoin) {
     EXPECT_EQ(replaceAll("a_b_c", "_", "--"), "a--b--c");
 }
 
+TEST(TextTest, ValidUTF8ReplacesEveryBadByteAndKeepsGoodText) {
+    const std::string fffd = "\xEF\xBF\xBD";
+    EXPECT_EQ(validUTF8("Take 1 \xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xAC"),
+              "Take 1 \xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xAC");
+    EXPECT_EQ(validUTF8("bad\xFF\xFE.wav"), "bad" + fffd + fffd + ".wav");
+    EXPECT_EQ(validUTF8("\xC0\xAF"), fffd + fffd);                        // overlong "/"
+    EXPECT_EQ(validUTF8("\xED\xA0\x80"), fffd + fffd + fffd);             // a surrogate
+    EXPECT_EQ(validUTF8("\xE2\x82"), fffd + fffd);                        // cut short at the end
+    EXPECT_EQ(validUTF8("\xF4\x90\x80\x80"), fffd + fffd + fffd + fffd);  // past U+10FFFF
+    EXPECT_EQ(validUTF8(std::string("a\0b", 3)), std::string("a\0b", 3));
+}
+
 }  // namespace
 }  // namespace norvane
