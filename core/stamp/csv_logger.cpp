@@ -2,11 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
+
 #include "core/common/file_output.h"
+#include "core/common/text.h"
 
 namespace norvane::CSVLogger {
 
-std::string escapeField(std::string_view field) {
+std::string escapeField(std::string_view raw) {
+    const std::string field = validUTF8(raw);
     std::string out;
     if (!field.empty()) {
         const char first = field.front();
@@ -71,6 +75,27 @@ void write(const std::vector<ProcessedFileRecord>& records,
     writeFile(destination,
               ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
               WriteMode::replaceAtomically);
+}
+
+std::filesystem::path writeNew(const std::vector<ProcessedFileRecord>& records,
+                               const std::filesystem::path& folder, const std::string& name) {
+    const std::string text = csvText(records);
+    const ByteView bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    const std::filesystem::path asPath(name);
+    for (int n = 1;; ++n) {
+        const std::filesystem::path destination =
+            folder / (n == 1 ? name
+                             : asPath.stem().string() + "_" + std::to_string(n) +
+                                   asPath.extension().string());
+        try {
+            writeFile(destination, bytes, WriteMode::createNew);
+            return destination;
+        } catch (const std::filesystem::filesystem_error& e) {
+            if (e.code().value() != EEXIST || n >= 1000) {
+                throw;
+            }
+        }
+    }
 }
 
 }  // namespace norvane::CSVLogger

@@ -13,6 +13,7 @@
 #include "core/audio/wav_reader.h"
 #include "core/common/file_output.h"
 #include "core/common/local_time.h"
+#include "core/common/output_guard.h"
 #include "core/common/uuid.h"
 #include "core/stamp/cut_detection.h"
 #include "core/stamp/ltc_source.h"
@@ -67,31 +68,33 @@ void writeOutput(const WavReader& source, const Stamp& stamp, const std::string&
     const std::string name = OutputNaming::outputName(
         source.path(), segment ? std::optional(segment->segmentIndex) : std::nullopt,
         options.outputNaming.suffix);
-    const fs::path destination = OutputNaming::resolveDestination(
-        options.outputFolder, name, options.outputNaming.collisionBehavior);
-
     // The recorder's bext and iXML are merged with the stamp, never replaced.
     const StampMetadata metadata = StampMetadataComposer::compose(
         WAVFile::headersOf(source),
         StampValues{stamp.decode.frameRate, stamp.start, stamp.timeReference, makeUUID(),
                     stamp.originationDate, stamp.originationTime});
     const StampChunks& info = metadata.chunks;
-    const bool overwrite =
-        options.outputNaming.collisionBehavior == OutputCollisionBehavior::overwrite;
-
     std::optional<std::pair<std::int64_t, std::int64_t>> frames;
     if (segment) {
         // Only the segment's frames are copied.
         frames = std::pair{segment->startSample, segment->endSample};
     }
-    OutputFile out(destination, overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
-    const bool finished = BWFWriter::write(
-        source, info, out,
-        [&](std::uint64_t, std::uint64_t) { return !(isCancelled && isCancelled()); }, frames);
-    if (!finished) {
-        throw ProcessingError::cancelled();  // the temporary file goes with `out`
-    }
-    out.commit();
+    const auto writeTo = [&](const fs::path& destination, bool overwrite) {
+        OutputFile out(destination,
+                       overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
+        const bool finished = BWFWriter::write(
+            source, info, out,
+            [&](std::uint64_t, std::uint64_t) { return !(isCancelled && isCancelled()); },
+            frames);
+        if (!finished) {
+            throw ProcessingError::cancelled();  // the temporary file goes with `out`
+        }
+        out.commit();
+    };
+    // The name is claimed when the file is committed, so concurrent runs into
+    // one folder each get their own (or "already exists" under ask).
+    const fs::path destination = OutputNaming::writeResolved(
+        options.outputFolder, name, options.outputNaming.collisionBehavior, writeTo);
 
     ProcessedFileRecord record;
     record.sourceFile = fileName(source.path());
@@ -243,6 +246,8 @@ std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceL
 JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
                      const std::optional<FrameRateConfig>& votedRate,
                      const std::function<bool()>& isCancelled) {
+    // A job that fails part-way removes the outputs it already wrote.
+    JobOutputGuard written;
     // Every file is opened (its header read) before anything is written; the
     // audio is read when it is copied.
     const WavReader ltcReader(job.ltcFileURL);
@@ -293,6 +298,7 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
         writeOutput(ltcReader, stamp, execution.ltcFile, execution.records, execution.outputs,
                     isCancelled);
     }
+    written.keep();
     return execution;
 }
 
@@ -379,6 +385,7 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
         }
         std::vector<ProcessedFileRecord> records;
         std::vector<std::string> outputs;
+        JobOutputGuard written;  // a segment that fails removes what it wrote
         try {
             const SegmentBoundary segment = job.segment.value_or(SegmentBoundary{});
             std::int64_t startFrames = 0;
@@ -424,6 +431,7 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
             }
             execution.records.insert(execution.records.end(), records.begin(), records.end());
             execution.outputs.insert(execution.outputs.end(), outputs.begin(), outputs.end());
+            written.keep();
         } catch (const ProcessingError& e) {
             if (e.kind() == ProcessingError::Kind::cancelled) {
                 throw;
@@ -432,10 +440,10 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
         } catch (const std::exception& e) {
             jobReport.error = describeError(e);
         }
+        if (jobReport.error && cancelled()) {
+            throw ProcessingError::cancelled();  // the failure was the interrupted write
+        }
         if (jobReport.error) {
-            // Outputs this segment wrote before failing stay on disk and listed.
-            execution.records.insert(execution.records.end(), records.begin(), records.end());
-            execution.outputs.insert(execution.outputs.end(), outputs.begin(), outputs.end());
             execution.warnings.push_back(ProcessingWarning{"Job failed: " + *jobReport.error});
             execution.records.push_back(failureRecord(job, *jobReport.error));
         }

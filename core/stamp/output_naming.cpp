@@ -1,7 +1,10 @@
 #include "core/stamp/output_naming.h"
 
+#include <cerrno>
+
 #include <fmt/format.h>
 
+#include "core/common/output_guard.h"
 #include "core/common/text.h"
 
 namespace norvane::OutputNaming {
@@ -10,10 +13,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Counts anything at the path, also a dangling symbolic link, as taken.
+// Counts anything at the path, also a dangling symbolic link, as taken, and a
+// name an earlier output of the run took (even one since taken back).
 bool pathIsTaken(const fs::path& path) {
     std::error_code ec;
-    return fs::exists(fs::symlink_status(path, ec));
+    if (fs::exists(fs::symlink_status(path, ec))) {
+        return true;
+    }
+    const RunOutputGuard* run = RunOutputGuard::current();
+    return run != nullptr && run->wroteEarlier(path);
 }
 
 }  // namespace
@@ -48,6 +56,10 @@ fs::path resolveDestination(const fs::path& folder, std::string_view name,
                             OutputCollisionBehavior behavior) {
     const std::string safe = safeName(name);
     const fs::path candidate = folder / safe;
+    const RunOutputGuard* run = RunOutputGuard::current();
+    if (run != nullptr) {
+        run->checkPlannedOutput(candidate);
+    }
     if (!pathIsTaken(candidate)) {
         return candidate;
     }
@@ -55,7 +67,10 @@ fs::path resolveDestination(const fs::path& folder, std::string_view name,
         case OutputCollisionBehavior::ask:
             throw ProcessingError::outputFileAlreadyExists(safe);
         case OutputCollisionBehavior::overwrite:
-            return candidate;
+            if (run == nullptr || !run->wroteEarlier(candidate)) {
+                return candidate;
+            }
+            break;
         case OutputCollisionBehavior::keepBoth:
             break;
     }
@@ -66,6 +81,29 @@ fs::path resolveDestination(const fs::path& folder, std::string_view name,
         const fs::path numbered = folder / (base + "_" + std::to_string(n) + extension);
         if (!pathIsTaken(numbered)) {
             return numbered;
+        }
+    }
+}
+
+fs::path writeResolved(const fs::path& folder, std::string_view name,
+                       OutputCollisionBehavior behavior,
+                       const std::function<void(const fs::path&, bool replace)>& write) {
+    for (;;) {
+        const fs::path destination = resolveDestination(folder, name, behavior);
+        const RunOutputGuard* run = RunOutputGuard::current();
+        const bool replace = behavior == OutputCollisionBehavior::overwrite &&
+                             (run == nullptr || !run->wroteEarlier(destination));
+        try {
+            write(destination, replace);
+            return destination;
+        } catch (const fs::filesystem_error& e) {
+            if (replace || e.code().value() != EEXIST) {
+                throw;
+            }
+            if (behavior == OutputCollisionBehavior::ask) {
+                throw ProcessingError::outputFileAlreadyExists(safeName(name));
+            }
+            // Another run took the name since it was resolved: resolve again.
         }
     }
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,7 +28,21 @@ std::string safeName(std::string_view name);
 // moment of the call) is handled by `behavior`: ask throws
 // outputFileAlreadyExists, keepBoth numbers the name from _2 on
 // ("A_tc.wav" -> "A_tc_2.wav"), overwrite keeps the path.
+//
+// Within a run (a RunOutputGuard on this thread) a name that is one of the
+// run's inputs throws OutputConflictError whatever the behaviour, and a name an
+// earlier output of the run took is numbered under overwrite too: one output
+// of a run never replaces another.
 std::filesystem::path resolveDestination(const std::filesystem::path& folder, std::string_view name,
                                          OutputCollisionBehavior behavior);
+
+// Resolves the destination and hands it to `write` with whether it may
+// replace a file there (overwrite of a file that was not this run's). The
+// name is claimed atomically: when another process takes it between the check
+// and the write (write's EEXIST), ask throws outputFileAlreadyExists and
+// keepBoth takes the next free number. Returns the path written.
+std::filesystem::path writeResolved(
+    const std::filesystem::path& folder, std::string_view name, OutputCollisionBehavior behavior,
+    const std::function<void(const std::filesystem::path&, bool replace)>& write);
 
 }  // namespace norvane::OutputNaming

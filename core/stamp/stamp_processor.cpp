@@ -8,7 +8,9 @@
 
 #include "core/audio/wav_file.h"
 #include "core/audio/wav_reader.h"
+#include "core/common/error.h"
 #include "core/common/local_time.h"
+#include "core/common/output_guard.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
 #include "core/stamp/csv_logger.h"
@@ -79,7 +81,13 @@ std::optional<FrameRateConfig> batchVote(const std::vector<ProcessingJob>& jobs)
 }  // namespace
 
 std::string csvLogName(std::chrono::system_clock::time_point time) {
-    return "ltc_stamp_log_" + replaceAll(iso8601UTC(time), ":", "-") + ".csv";
+    // Milliseconds keep runs of one second apart; writeNew numbers the rest.
+    std::string stamp = iso8601UTC(time);
+    const auto millis =
+        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count() %
+        1000;
+    stamp.insert(stamp.size() - 1, fmt::format(".{:03d}", millis));
+    return "ltc_stamp_log_" + replaceAll(stamp, ":", "-") + ".csv";
 }
 
 FileDescriptor StampProcessor::describeFile(const fs::path& url) {
@@ -176,6 +184,20 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
     if (cancelled()) {
         throw ProcessingError::cancelled();
     }
+    // No output of the run may land on one of its inputs: refused here,
+    // before anything is written, whatever the collision behaviour.
+    std::vector<fs::path> inputs;
+    for (const FileDescriptor& file : files) {
+        inputs.push_back(file.url);
+    }
+    for (const ProcessingJob& job : jobs) {
+        inputs.push_back(job.ltcFileURL);
+        inputs.insert(inputs.end(), job.targetFileURLs.begin(), job.targetFileURLs.end());
+    }
+    const RunOutputGuard guard(inputs);
+    for (const fs::path& planned : plannedOutputs(jobs, options)) {
+        guard.checkPlannedOutput(planned);
+    }
     std::int64_t totalUnits = 0;
     for (const ProcessingJob& job : jobs) {
         totalUnits += workUnits(job, options);
@@ -269,6 +291,9 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
             } catch (const std::exception& e) {
                 failure = describeError(e);
             }
+            if (failure && cancelled()) {
+                throw ProcessingError::cancelled();  // the failure was the interrupted write
+            }
             if (failure) {
                 completed += workUnits(job, options);
                 report("Processing", "Skipped failed job " + job.groupID, completed, totalUnits);
@@ -291,8 +316,18 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
         JobExecutor::validateFrameLengths(records, sources, options.outputFolder);
     warnings.insert(warnings.end(), validation.begin(), validation.end());
 
-    const fs::path csvLog = options.outputFolder / csvLogName(std::chrono::system_clock::now());
-    CSVLogger::write(records, csvLog);
+    fs::path csvLog;
+    try {
+        csvLog = CSVLogger::writeNew(records, options.outputFolder,
+                                     csvLogName(std::chrono::system_clock::now()));
+    } catch (const std::exception& e) {
+        if (outputs.empty()) {
+            throw;
+        }
+        // The outputs are on disk: their report matters more than the log.
+        warnings.push_back(
+            ProcessingWarning{"CSV log could not be written: " + describeError(e) + "."});
+    }
     report("Complete", "Done", totalUnits, totalUnits);
 
     ProcessingReport result;
@@ -333,6 +368,19 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
 std::vector<fs::path> StampProcessor::existingOutputs(const std::vector<ProcessingJob>& jobs,
                                                       const ProcessingOptions& options) const {
     std::vector<fs::path> existing;
+    for (const fs::path& path : plannedOutputs(jobs, options)) {
+        std::error_code ec;
+        if (fs::exists(fs::symlink_status(path, ec)) &&
+            std::find(existing.begin(), existing.end(), path) == existing.end()) {
+            existing.push_back(path);
+        }
+    }
+    return existing;
+}
+
+std::vector<fs::path> plannedOutputs(const std::vector<ProcessingJob>& jobs,
+                                     const ProcessingOptions& options) {
+    std::vector<fs::path> planned;
     for (const ProcessingJob& job : jobs) {
         std::vector<fs::path> sources = job.targetFileURLs;
         if (job.includeLTCOutput && options.includeLTCOutputs) {
@@ -348,15 +396,10 @@ std::vector<fs::path> StampProcessor::existingOutputs(const std::vector<Processi
             } catch (const ProcessingError&) {
                 continue;  // the job itself reports the unsafe name
             }
-            const fs::path path = options.outputFolder / safe;
-            std::error_code ec;
-            if (fs::exists(fs::symlink_status(path, ec)) &&
-                std::find(existing.begin(), existing.end(), path) == existing.end()) {
-                existing.push_back(path);
-            }
+            planned.push_back(options.outputFolder / safe);
         }
     }
-    return existing;
+    return planned;
 }
 
 LTCPrecheck StampProcessor::precheckLTC(const std::vector<ProcessingJob>& jobs,

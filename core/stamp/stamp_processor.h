@@ -97,7 +97,13 @@ class StampProcessor {
 // The multi-line summary of a report shown to the user.
 std::string reportText(const ProcessingReport& report);
 
-// "ltc_stamp_log_" + the ISO 8601 time with ":" replaced by "-" + ".csv".
+// "ltc_stamp_log_" + the ISO 8601 UTC time to the millisecond with ":"
+// replaced by "-" + ".csv": ltc_stamp_log_2026-11-21T22-37-28.042Z.csv.
 std::string csvLogName(std::chrono::system_clock::time_point time);
+
+// The output path of every source of the jobs under its first-choice name
+// (unsafe names left out: their job reports them), in job order.
+std::vector<std::filesystem::path> plannedOutputs(const std::vector<ProcessingJob>& jobs,
+                                                  const ProcessingOptions& options);
 
 }  // namespace norvane

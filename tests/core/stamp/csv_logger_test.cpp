@@ -88,5 +88,21 @@ TEST(CSVLoggerTest, UnwritableDestinationThrowsFileError) {
     EXPECT_FALSE(fs::exists(dir / "missing"));
 }
 
+// Two runs in one millisecond get two logs; cells that are not UTF-8 are
+// written with U+FFFD so the log stays a UTF-8 text.
+TEST(CSVLoggerTest, LogsNeverReplaceEachOtherAndStayUTF8) {
+    testing::TempDir dir;
+    ProcessedFileRecord record;
+    record.sourceFile = "take\xff.wav";
+    const fs::path first = CSVLogger::writeNew({record}, dir.path(), "log.csv");
+    const fs::path second = CSVLogger::writeNew({}, dir.path(), "log.csv");
+    EXPECT_EQ(first, dir / "log.csv");
+    EXPECT_EQ(second, dir / "log_2.csv");
+    const ByteBuffer bytes = readWholeFile(first);
+    EXPECT_NE(std::string(bytes.begin(), bytes.end()).find("\ntake\xEF\xBF\xBD.wav,"),
+              std::string::npos);
+    EXPECT_EQ(CSVLogger::escapeField("-\xfe"), "'-\xEF\xBF\xBD");
+}
+
 }  // namespace
 }  // namespace norvane

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/common/file_output.h"
+#include "core/common/output_guard.h"
 #include "tests/support/test_support.h"
 
 namespace norvane {
@@ -79,6 +81,54 @@ TEST(OutputNamingTest, CollisionBehaviours) {
     EXPECT_EQ(
         OutputNaming::resolveDestination(folder, "L_tc.wav", OutputCollisionBehavior::keepBoth),
         folder / "L_tc_2.wav");
+}
+
+// Within a run: a name that is (a link to) one of the inputs is refused under
+// every behaviour; a name an earlier output of the run took is numbered even
+// under overwrite, while a file from before the run is replaced as asked.
+TEST(OutputNamingTest, RunsNeverNameAnOutputAfterAnInputOrAnEarlierOutput) {
+    TempDir dir;
+    touch(dir / "A.wav");
+    fs::create_symlink(dir / "A.wav", dir / "A_tc.wav");
+    touch(dir / "B_tc.wav");
+    const RunOutputGuard run({dir / "A.wav"});
+    for (auto behavior : {OutputCollisionBehavior::ask, OutputCollisionBehavior::keepBoth,
+                          OutputCollisionBehavior::overwrite}) {
+        EXPECT_THROW(OutputNaming::resolveDestination(dir.path(), "A_tc.wav", behavior),
+                     OutputConflictError);
+    }
+    const auto writeBytes = [](const fs::path& path, bool replace) {
+        writeFile(path, ByteBuffer{'x'},
+                  replace ? WriteMode::replaceAtomically : WriteMode::createNew);
+    };
+    const auto overwrite = OutputCollisionBehavior::overwrite;
+    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "B_tc.wav", overwrite, writeBytes),
+              dir / "B_tc.wav");
+    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "B_tc.wav", overwrite, writeBytes),
+              dir / "B_tc_2.wav");
+}
+
+// A name taken between the check and the write (another process) is not
+// replaced: keepBoth moves on to the next number, ask reports the name.
+TEST(OutputNamingTest, NamesTakenWhileWritingAreNotReplaced) {
+    TempDir dir;
+    const auto racing = [&](const fs::path& path, bool replace) {
+        if (!fs::exists(dir / "C_tc.wav")) {
+            touch(dir / "C_tc.wav");  // the other run wins the name
+        }
+        writeFile(path, ByteBuffer{'x'},
+                  replace ? WriteMode::replaceAtomically : WriteMode::createNew);
+    };
+    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "C_tc.wav", OutputCollisionBehavior::keepBoth,
+                                          racing),
+              dir / "C_tc_2.wav");
+    fs::remove(dir / "C_tc.wav");
+    try {
+        OutputNaming::writeResolved(dir.path(), "C_tc.wav", OutputCollisionBehavior::ask, racing);
+        FAIL();
+    } catch (const ProcessingError& e) {
+        EXPECT_EQ(e.message(), "Output file already exists: C_tc.wav");
+    }
 }
 
 }  // namespace
