@@ -8,6 +8,7 @@
 
 #include "core/audio/wav_reader.h"
 #include "core/common/file_output.h"
+#include "core/common/output_guard.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
 
@@ -354,6 +355,12 @@ std::vector<TimelineRebuildValidationItem> RebuildBuildRun::shownItems() const {
 
 RebuildBuildRun buildRebuild(const RebuildInputs& inputs, const RebuildChoices& choices,
                              const RebuildHooks& hooks) {
+    // Rebuilding into the source's own folder under the source's own name
+    // must never replace the source timeline (or, through a link, the mix).
+    const RunOutputGuard guard({inputs.sourceXML, inputs.stereoMix});
+    if (const auto name = normalizedOutputFilename(inputs.outputFilename)) {
+        guard.checkPlannedOutput(inputs.outputFolder / *name);
+    }
     RebuildBuildRun run;
     report(hooks, "Parse inputs", 5);
     run.validation = validateRebuild(inputs, choices, hooks);

@@ -11,6 +11,8 @@
 #include "core/audio/wav_file.h"
 #include "core/audio/wav_reader.h"
 #include "core/common/file_output.h"
+#include "core/common/interrupt.h"
+#include "core/common/output_guard.h"
 #include "core/common/text.h"
 #include "core/split/split_metadata.h"
 
@@ -36,18 +38,25 @@ bool isSplittableFormat(const WAVFmtChunk& fmt) {
     return fmt.audioFormat == 1 || (fmt.audioFormat == 3 && fmt.bitsPerSample == 32);
 }
 
-// Progress units of one file: its channel count, or 1 when it will be skipped.
-// Only the header is read.
-std::int64_t progressUnits(const fs::path& input) {
-    try {
-        const WavReader file(input);
-        if (!isSplittableFormat(file.fmt()) || file.fmt().channelCount < 2) {
-            return 1;
+// Base names unique across the run: the n-th file of one base name gets
+// " (n)", and a name that is still taken (C/Take1 (2).wav after B/Take1.wav
+// became "Take1 (2)") counts on until it is free.
+std::vector<std::string> disambiguatedBaseNames(const std::vector<fs::path>& files) {
+    std::map<std::string, int> seen;
+    std::set<std::string> used;
+    std::vector<std::string> names;
+    for (const fs::path& file : files) {
+        const std::string base = file.stem().string();
+        int n = ++seen[base];
+        std::string name = n >= 2 ? base + " (" + std::to_string(n) + ")" : base;
+        while (used.count(name) > 0) {
+            n = std::max(n, 1) + 1;
+            name = base + " (" + std::to_string(n) + ")";
         }
-        return file.fmt().channelCount;
-    } catch (const std::exception&) {
-        return 1;
+        used.insert(name);
+        names.push_back(std::move(name));
     }
+    return names;
 }
 
 }  // namespace
@@ -67,6 +76,31 @@ std::string outputFileName(const std::string& base, const std::string& label,
     }
     return name + ".wav";
 }
+
+namespace {
+
+// The output names of one file, in channel order; none when it will be
+// skipped. Only the header and metadata chunks are read.
+std::vector<std::string> plannedNames(const fs::path& input, const std::string& base,
+                                      const PolyWavSplitNaming& naming) {
+    std::vector<std::string> names;
+    try {
+        const WavReader file(input);
+        const int channels = file.fmt().channelCount;
+        if (!isSplittableFormat(file.fmt()) || channels < 2) {
+            return names;
+        }
+        const SplitSourceMetadata metadata = SplitMetadata::read(WAVFile::headersOf(file));
+        for (int channel = 0; channel < channels; ++channel) {
+            names.push_back(outputFileName(base, channelLabel(channel + 1, channels),
+                                           SplitMetadata::trackName(metadata, channel), naming));
+        }
+    } catch (const std::exception&) {
+    }
+    return names;
+}
+
+}  // namespace
 
 PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& outputFolder,
                          bool overwriteExisting, const std::function<void(double)>& progress,
@@ -90,9 +124,17 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
     }
     const std::vector<fs::path> files(unique.begin(), unique.end());
 
+    // Plan every output first: none may be one of the inputs (also through a
+    // link), whatever the overwrite flag, and nothing is written if one is.
+    const RunOutputGuard guard(files);
+    const std::vector<std::string> bases = disambiguatedBaseNames(files);
     std::int64_t total = 0;
-    for (const fs::path& file : files) {
-        total += progressUnits(file);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const std::vector<std::string> names = plannedNames(files[i], bases[i], naming);
+        total += std::max<std::int64_t>(static_cast<std::int64_t>(names.size()), 1);
+        for (const std::string& name : names) {
+            guard.checkPlannedOutput(outputFolder / name);
+        }
     }
     total = std::max<std::int64_t>(1, total);
     std::int64_t done = 0;
@@ -117,17 +159,13 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
         }
     };
 
-    std::map<std::string, int> seenBaseNames;
     const WriteMode mode = overwriteExisting ? WriteMode::replaceAtomically : WriteMode::createNew;
-    for (const fs::path& input : files) {
+    for (std::size_t index = 0; index < files.size(); ++index) {
+        const fs::path& input = files[index];
         checkCancelled();
         PolyWavSplitFileResult result;
         result.inputURL = input;
-        std::string base = input.stem().string();
-        const int seen = ++seenBaseNames[base];
-        if (seen >= 2) {
-            base += " (" + std::to_string(seen) + ")";
-        }
+        const std::string& base = bases[index];
         result.disambiguatedBaseName = base;
 
         auto skip = [&](std::string reason) {
@@ -176,22 +214,38 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
             outputs.push_back(
                 {channel, outs.back().get(), SplitMetadata::monoChunks(metadata, channel)});
         }
-        const bool finished = MonoWAVWriter::writeChannels(
-            *file, outputs, [&](std::uint64_t bytes, std::uint64_t of) {
-                if (isCancelled && isCancelled()) {
-                    return false;
-                }
-                partly(channels, bytes, of);
-                return true;
-            });
+        bool finished = false;
+        try {
+            finished = MonoWAVWriter::writeChannels(*file, outputs,
+                                                    [&](std::uint64_t bytes, std::uint64_t of) {
+                                                        if (isCancelled && isCancelled()) {
+                                                            return false;
+                                                        }
+                                                        partly(channels, bytes, of);
+                                                        return true;
+                                                    });
+        } catch (const InterruptedError&) {
+        }
         if (!finished) {
             throw PolyWavSplitError::cancelled();  // the outputs' temporary files go
         }
+        // A file whose outputs cannot all be committed (a concurrent run took
+        // a name) takes back those it did commit: complete or absent.
+        JobOutputGuard written;
         for (int channel = 0; channel < channels; ++channel) {
-            outs[static_cast<std::size_t>(channel)]->commit();
-            result.outputURLs.push_back(urls[static_cast<std::size_t>(channel)]);
-            report.outputPaths.push_back(urls[static_cast<std::size_t>(channel)]);
+            const fs::path& url = urls[static_cast<std::size_t>(channel)];
+            try {
+                outs[static_cast<std::size_t>(channel)]->commit();
+            } catch (const fs::filesystem_error& e) {
+                if (!overwriteExisting && e.code() == std::errc::file_exists) {
+                    throw PolyWavSplitError::outputExists(url);
+                }
+                throw;
+            }
+            result.outputURLs.push_back(url);
+            report.outputPaths.push_back(url);
         }
+        written.keep();
         done += channels - 1;
         advance();
         report.fileResults.push_back(std::move(result));

@@ -1,5 +1,7 @@
 #include "core/split/poly_wav_split_processor.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "core/audio/mono_wav_writer.h"
@@ -203,7 +205,7 @@ TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
     EXPECT_EQ(std::distance(fs::directory_iterator(dir / "out"), fs::directory_iterator()), 4);
 }
 
-TEST(PolyWavSplitTest, StopsOnAnExistingOutputKeepingEarlierOnes) {
+TEST(PolyWavSplitTest, StopsOnAnExistingOutputTakingBackTheFilesChannels) {
     testing::TempDir dir;
     testing::writeBytes(dir / "Take1.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}, {0.3f}}));
     testing::writeBytes(dir / "Take1_CH02.wav", ByteBuffer{'o', 'l', 'd'});
