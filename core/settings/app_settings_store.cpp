@@ -26,6 +26,8 @@ namespace {
 // A settings file is a few hundred bytes; anything far larger is not ours and
 // is not read into memory.
 constexpr std::uintmax_t kMaxSettingsFileBytes = 1 << 20;
+// Containers nested deeper than this make a settings file corrupt.
+constexpr int kMaxSettingsDepth = 64;
 
 enum class ValueKind {
     frameRatePreset,
@@ -342,8 +344,20 @@ void AppSettingsStore::load() {
         if (trim(text).empty()) {
             return;  // an empty file holds no settings
         }
-        Json document = Json::parse(text, nullptr, /*allow_exceptions=*/false);
-        if (document.is_object()) {
+        // Nesting is bounded on load, so writing the document back (a
+        // recursive walk) can never run out of stack on what a file held.
+        bool tooDeep = false;
+        const auto depthCheck = [&tooDeep](int depth, nlohmann::json::parse_event_t event, Json&) {
+            if ((event == nlohmann::json::parse_event_t::object_start ||
+                 event == nlohmann::json::parse_event_t::array_start) &&
+                depth >= kMaxSettingsDepth) {
+                tooDeep = true;
+                return false;  // drop it rather than build it
+            }
+            return !tooDeep;
+        };
+        Json document = Json::parse(text, depthCheck, /*allow_exceptions=*/false);
+        if (document.is_object() && !tooDeep) {
             parsed = std::move(document);
         }
     }

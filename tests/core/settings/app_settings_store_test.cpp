@@ -280,8 +280,15 @@ TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
 }
 
 TEST_F(AppSettingsStoreTest, CorruptFileIsKeptAsideWithAWarning) {
-    for (const std::string& content : {std::string("{\"settings.defaultGroupedLTCChannel\": 4,"),
-                                       std::string("[1, 2]"), std::string("\xff\xfe{}")}) {
+    // Nesting past 64 levels counts as corrupt (here 65 and 100 000: the
+    // latter once crashed the next save); 64 levels are still settings.
+    const auto nested = [](int depth) {
+        return "{\"settings.defaultGroupedLTCChannel\": 4, \"x\":" + std::string(depth - 1, '[') +
+               std::string(depth - 1, ']') + "}";
+    };
+    for (const std::string& content :
+         {std::string("{\"settings.defaultGroupedLTCChannel\": 4,"), std::string("[1, 2]"),
+          std::string("\xff\xfe{}"), nested(65), nested(100000)}) {
         fs::remove_all(file.parent_path());
         fs::create_directories(file.parent_path());
         writeText(file, content);
@@ -309,6 +316,15 @@ TEST_F(AppSettingsStoreTest, CorruptFileIsKeptAsideWithAWarning) {
         EXPECT_EQ(readJSON(file)["settings.defaultGroupedLTCChannel"], 2);
         EXPECT_EQ(readText(aside[0]), content);
     }
+}
+
+TEST_F(AppSettingsStoreTest, SixtyFourLevelsOfNestingStillLoad) {
+    fs::create_directories(file.parent_path());
+    writeText(file, "{\"settings.defaultGroupedLTCChannel\": 4, \"x\":" + std::string(63, '[') +
+                        std::string(63, ']') + "}");
+    AppSettingsStore settings(file);
+    EXPECT_TRUE(settings.loadWarnings().empty());
+    EXPECT_EQ(settings.defaultGroupedLTCChannel(), 4);
 }
 
 TEST_F(AppSettingsStoreTest, EmptyFileIsNoSettingsAndNoWarning) {
