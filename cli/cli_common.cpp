@@ -28,6 +28,17 @@ std::string frameRateArgumentHelp() {
     return "auto, 23.976, 24, 25, 29.97 (non-drop), 29.97df, 30, or a label such as \"29.97 DF\"";
 }
 
+std::string cancelledMessage(const std::string& command) {
+    if (command == "gen-ltc") {
+        return "LTC generation was cancelled.";
+    }
+    std::string title = command;
+    if (!title.empty() && title[0] >= 'a' && title[0] <= 'z') {
+        title[0] = static_cast<char>(title[0] - 'a' + 'A');
+    }
+    return title + " was cancelled.";
+}
+
 int printError(const std::string& message) {
     std::cerr << "error: " << message << std::endl;
     return kExitFailure;

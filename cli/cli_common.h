@@ -17,6 +17,13 @@ inline constexpr int kExitJobsFailed = 1;      // the run finished, some jobs fa
 inline constexpr int kExitFailure = 2;         // the run or the command failed
 inline constexpr int kExitNeedsConfirmation = 3;  // nothing written; a decision is needed
 inline constexpr int kExitUsage = 64;
+// A run stopped by a signal exits 128 + its number: 130 for SIGINT (Ctrl-C),
+// 143 for SIGTERM, 129 for SIGHUP.
+inline constexpr int interruptedExitCode(int signal) {
+    return 128 + signal;
+}
+// "Stamp was cancelled.", "Split was cancelled." ... for a subcommand's name.
+std::string cancelledMessage(const std::string& command);
 
 // One subcommand: its CLI11 node and what runs when it was chosen.
 struct Command {

@@ -187,7 +187,9 @@ int run(const DecodeOptions& o) {
             return printError(best->error->message());
         }
         if (o.json) {
-            std::cout << resultJSON(*best).dump(2) << std::endl;
+            std::cout << resultJSON(*best).dump(2, ' ', false,
+                                                nlohmann::json::error_handler_t::replace)
+                      << std::endl;
         } else {
             std::cout << resultText(*best);
         }
@@ -228,7 +230,7 @@ int run(const DecodeOptions& o) {
                                                          {"timecode", p.timecode.description()},
                                                          {"frameCount", p.frameCount}});
         }
-        std::cout << j.dump(2) << std::endl;
+        std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
     } else {
         std::cout << resultText(*best);
         std::cout << fmt::format("runs: {}\n", runs.size());

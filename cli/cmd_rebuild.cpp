@@ -1,6 +1,5 @@
 // norvane rebuild: a new multicam timeline from a source FCPXML, a stereo mix
 // and a folder of synced WAVs.
-#include <csignal>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -12,6 +11,7 @@
 
 #include "cli/cli_common.h"
 #include "core/common/error.h"
+#include "core/common/interrupt.h"
 #include "core/rebuild/rebuild_engine.h"
 #include "core/settings/app_settings_store.h"
 
@@ -65,11 +65,6 @@ RebuildChoices savedChoices() {
     } catch (const std::exception&) {
     }
     return choices;
-}
-
-volatile std::sig_atomic_t interrupted = 0;
-extern "C" void onInterrupt(int) {
-    interrupted = 1;
 }
 
 Json itemsJSON(const std::vector<TimelineRebuildValidationItem>& items) {
@@ -162,11 +157,9 @@ int runRebuild(const RebuildOptions& options) {
         choices.videoFrameRateMode = videoRateArguments().at(options.videoRate);
     }
 
-    interrupted = 0;
-    auto previous = std::signal(SIGINT, onInterrupt);
     ProgressBar bar(!options.json);
     RebuildHooks hooks;
-    hooks.isCancelled = [] { return interrupted != 0; };
+    hooks.isCancelled = [] { return interruptRequested(); };
     hooks.progress = [&](const std::string& phase, double percent) {
         bar.update(percent / 100.0, phase);
     };
@@ -180,7 +173,6 @@ int runRebuild(const RebuildOptions& options) {
             build = buildRebuild(inputs, choices, hooks);
         }
     } catch (const std::exception& e) {
-        std::signal(SIGINT, previous);
         bar.finish();
         const std::string what = options.validateOnly ? "Validation" : "Build";
         if (const auto* r = dynamic_cast<const RebuildError*>(&e);
@@ -191,7 +183,6 @@ int runRebuild(const RebuildOptions& options) {
         return printError(description.empty() ? what + " failed."
                                               : what + " failed: " + description);
     }
-    std::signal(SIGINT, previous);
     bar.finish();
 
     if (validation) {
@@ -203,7 +194,7 @@ int runRebuild(const RebuildOptions& options) {
             j["analysis"] = analysisJSON(validation->analysis);
             j["sequenceFrameRate"] = validation->context.frameRate.label;
             j["timecodeFrameRate"] = validation->timecodeRate.label;
-            std::cout << j.dump(2) << std::endl;
+            std::cout << j.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
         } else {
             printItems(validation->items);
         }
@@ -236,7 +227,7 @@ int runRebuild(const RebuildOptions& options) {
         } else {
             j["report"] = nullptr;
         }
-        std::cout << j.dump(2) << std::endl;
+        std::cout << j.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
     } else {
         printItems(run.validation.items);
         for (const auto& issue : run.generated.issues) {

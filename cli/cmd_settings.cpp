@@ -48,7 +48,9 @@ int showSettings(const SettingsArguments& args) {
     AppSettingsStore settings;
     printLoadWarnings(settings);
     if (args.json) {
-        std::cout << settings.snapshot().dump(2) << std::endl;
+        std::cout << settings.snapshot().dump(2, ' ', false,
+                                              nlohmann::json::error_handler_t::replace)
+                  << std::endl;
         return kExitOk;
     }
     for (const std::string& key : AppSettingsStore::keys()) {

@@ -1,5 +1,4 @@
 // norvane split: one mono WAV per channel of multichannel WAV files.
-#include <csignal>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -11,6 +10,7 @@
 
 #include "cli/cli_common.h"
 #include "core/common/error.h"
+#include "core/common/interrupt.h"
 #include "core/settings/app_settings_store.h"
 #include "core/split/poly_wav_split_processor.h"
 
@@ -27,13 +27,6 @@ struct SplitOptions {
     bool trackNames = false;
     CLI::Option* trackNamesOption = nullptr;  // not given: the saved setting
 };
-
-// Ctrl-C asks the split to stop before its next file or channel, so no output
-// is left half-written.
-volatile std::sig_atomic_t interrupted = 0;
-void onSplitInterrupt(int) {
-    interrupted = 1;
-}
 
 nlohmann::ordered_json reportJSON(const PolyWavSplitReport& report) {
     nlohmann::ordered_json j;
@@ -110,24 +103,25 @@ Command addSplitCommand(CLI::App& parent) {
                                       : saved().polySplitAppendTrackNames();
 
         ProgressBar bar(true);
-        interrupted = 0;
-        auto previous = std::signal(SIGINT, onSplitInterrupt);
         PolyWavSplitReport report;
         try {
+            // A signal stops the split before its next file or channel (or
+            // block written); the file cut short is taken back.
             report = PolyWavSplitProcessor::split(
                 inputs, outputFolder, options->overwrite, naming,
                 [&](double fraction) { bar.update(fraction, "Splitting…"); },
-                [] { return interrupted != 0; });
+                [] { return interruptRequested(); });
         } catch (...) {
-            std::signal(SIGINT, previous);
             bar.finish();
             throw;  // main prints "error: " + its message
         }
-        std::signal(SIGINT, previous);
         bar.finish();
 
         if (options->json) {
-            std::cout << reportJSON(report).dump(2) << std::endl;
+            // Paths need not be UTF-8; their stray bytes print as U+FFFD.
+            std::cout << reportJSON(report).dump(2, ' ', false,
+                                                 nlohmann::ordered_json::error_handler_t::replace)
+                      << std::endl;
             return kExitOk;
         }
         for (const PolyWavSplitFileResult& r : report.fileResults) {

@@ -10,6 +10,7 @@
 
 #include "cli/cli_common.h"
 #include "cli/stamp_output.h"
+#include "core/common/interrupt.h"
 #include "core/common/text.h"
 #include "core/settings/app_settings_store.h"
 #include "core/stamp/stamp_processor.h"
@@ -347,8 +348,11 @@ int runStamp(const StampArguments& args) {
         }
 
         // Jobs built for the checks are run as they are (a cut scan is not repeated).
-        const ProcessingReport report = jobs ? processor.runJobs(*jobs, files, options, progress)
-                                             : processor.run(files, ltcFile, options, progress);
+        // A signal cancels the run like the app's Cancel (see main).
+        const auto interrupted = [] { return interruptRequested(); };
+        const ProcessingReport report =
+            jobs ? processor.runJobs(*jobs, files, options, progress, interrupted)
+                 : processor.run(files, ltcFile, options, progress, interrupted);
         bar.finish();
         if (args.json) {
             // File names need not be UTF-8; their stray bytes print as U+FFFD
@@ -365,6 +369,9 @@ int runStamp(const StampArguments& args) {
         if (e.kind() == ProcessingError::Kind::lowConfidence) {
             std::cerr << e.message() << " Re-run with --force to stamp anyway." << std::endl;
             return kExitNeedsConfirmation;
+        }
+        if (e.kind() == ProcessingError::Kind::cancelled) {
+            return printError(cancelledMessage("stamp"));
         }
         return printError(e.message());
     } catch (const std::exception& e) {

@@ -7,6 +7,7 @@
 
 #include "cli/cli_common.h"
 #include "core/common/error.h"
+#include "core/common/interrupt.h"
 
 int main(int argc, char** argv) {
     using namespace norvane::cli;
@@ -35,13 +36,23 @@ int main(int argc, char** argv) {
         return kExitUsage;
     }
 
+    // SIGINT, SIGTERM and SIGHUP stop a run through its cancellation: no
+    // temporary file stays behind, and the run's inputs are untouched.
+    norvane::installInterruptHandlers();
     for (const Command& command : commands) {
         if (command.app->parsed()) {
+            int code = kExitOk;
             try {
-                return command.run();
+                code = command.run();
             } catch (const std::exception& e) {
-                return printError(norvane::describeError(e));
+                code = printError(norvane::interruptRequested()
+                                      ? cancelledMessage(command.app->get_name())
+                                      : norvane::describeError(e));
             }
+            if (const int signal = norvane::interruptSignal(); signal != 0 && code != kExitOk) {
+                return interruptedExitCode(signal);
+            }
+            return code;
         }
     }
     std::cerr << app.help() << std::endl;
