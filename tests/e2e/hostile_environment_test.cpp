@@ -1,0 +1,413 @@
+// The command line under hostile conditions: interrupts, runs that would land
+// on their own inputs, concurrent runs into one folder, bytes that are not
+// UTF-8, long names, a strict umask, a settings file built to crash a parser,
+// and a log that cannot be written. Each case checks what is on disk after.
+
+#include <sys/stat.h>
+
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "core/common/file_output.h"
+#include "core/common/text.h"
+#include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
+
+namespace norvane {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using testing::runCommand;
+
+std::string quoted(const fs::path& p) {
+    std::string out = "'";
+    for (char c : p.string()) {
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return out + "'";
+}
+
+// The CLI with its settings kept in `dir`, never the user's.
+std::string cli(const testing::TempDir& dir) {
+    return "NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " " + quoted(testing::cliPath());
+}
+
+// Every file under `root` (hidden ones too) with its bytes.
+std::map<std::string, ByteBuffer> snapshot(const fs::path& root) {
+    std::map<std::string, ByteBuffer> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (entry.is_regular_file()) {
+            files[fs::relative(entry.path(), root).string()] = readWholeFile(entry.path());
+        }
+    }
+    return files;
+}
+
+std::set<std::string> names(const fs::path& folder) {
+    std::set<std::string> out;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        out.insert(entry.path().filename().string());
+    }
+    return out;
+}
+
+// A 24-bit zero-audio WAV of `channels` x `frames`, written sparse: only the
+// header takes disk space, the data reads back as zeros.
+void writeSparseWav(const fs::path& path, int channels, std::int64_t frames) {
+    testing::WavSpec recipe;
+    recipe.channels = static_cast<std::uint16_t>(channels);
+    recipe.bits = 24;
+    recipe.frames = 0;
+    ByteBuffer header = testing::makeWav(recipe);
+    const std::uint64_t dataBytes = static_cast<std::uint64_t>(frames) * channels * 3;
+    const auto put32 = [&](std::size_t at, std::uint64_t v) {
+        for (int i = 0; i < 4; ++i) {
+            header[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
+        }
+    };
+    put32(4, header.size() - 8 + dataBytes);
+    put32(header.size() - 4, dataBytes);
+    testing::writeBytes(path, header);
+    fs::resize_file(path, header.size() + dataBytes);
+}
+
+ByteBuffer smallPoly(int channels, std::int64_t frames = 480) {
+    testing::WavSpec recipe;
+    recipe.channels = static_cast<std::uint16_t>(channels);
+    recipe.frames = frames;
+    return testing::makeWav(recipe);
+}
+
+// Starts `command` in the background, waits until a hidden temporary file
+// appears in `watched` (the run is writing), sends `signal`, and prints the
+// command's exit status.
+std::string interruptScript(const std::string& command, const fs::path& watched,
+                            const std::string& signal) {
+    // (The stale temporary planted below has "Stale" in its name.)
+    return "( " + command + " & pid=$!; i=0; while [ $i -lt 3000 ] && ! ls -A " + quoted(watched) +
+           " 2>/dev/null | grep -v Stale | grep -q norvane-; do sleep 0.005; i=$((i+1)); done; "
+           "kill -" +
+           signal + " $pid; wait $pid; echo \"exit=$?\" )";
+}
+
+// Ctrl-C, SIGTERM and SIGHUP stop stamp, split and gen-ltc through their
+// cancellation: the message, 128 + the signal's number, no temporary file,
+// no output of the job cut short, the inputs untouched.
+TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
+    testing::TempDir dir;
+    const fs::path in = dir / "in";
+    fs::create_directories(in);
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "ltc.wav") +
+                        " --start 10:00:00:00 --fps 25 --seconds 2");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    for (const char* name : {"A.wav", "B.wav", "C.wav"}) {
+        writeSparseWav(in / name, 2, 48000 * 40);  // 11.5 MB each
+    }
+    writeSparseWav(in / "poly.wav", 8, 48000 * 20);  // 8 x 2.9 MB
+    // The inputs are large: their size and modification time stand for them.
+    const auto stamps = [&] {
+        std::map<std::string, std::pair<std::uintmax_t, fs::file_time_type>> out;
+        for (const auto& entry : fs::directory_iterator(in)) {
+            out[entry.path().filename().string()] = {entry.file_size(), entry.last_write_time()};
+        }
+        return out;
+    };
+    const auto before = stamps();
+
+    // A stale temporary of a run killed earlier is swept by the next run.
+    const fs::path splitOut = dir / "split";
+    fs::create_directories(splitOut);
+    testing::writeBytes(splitOut / ".poly_CH01.wav.norvane-Stale1", smallPoly(1));
+    fs::last_write_time(splitOut / ".poly_CH01.wav.norvane-Stale1",
+                        fs::file_time_type::clock::now() - std::chrono::hours(3));
+
+    struct Case {
+        std::string command;
+        fs::path out;
+        std::string signal;
+        int exitCode;
+        std::string message;
+    };
+    const fs::path stampOut = dir / "stamp";
+    const fs::path genOut = dir / "gen";
+    fs::create_directories(stampOut);
+    fs::create_directories(genOut);
+    const std::vector<Case> cases = {
+        {cli(dir) + " stamp " + quoted(in / "A.wav") + " " + quoted(in / "B.wav") + " " +
+             quoted(in / "C.wav") + " " + quoted(in / "ltc.wav") + " --ltc " +
+             quoted(in / "ltc.wav") + " --fps 25 -o " + quoted(stampOut),
+         stampOut, "INT", 130, "error: Stamp was cancelled."},
+        {cli(dir) + " split " + quoted(in / "poly.wav") + " -o " + quoted(splitOut), splitOut,
+         "TERM", 143, "error: Split was cancelled."},
+        {cli(dir) + " gen-ltc -o " + quoted(genOut / "long.wav") +
+             " --start 01:00:00:00 --fps 25 --seconds 900 --channels 2",
+         genOut, "HUP", 129, "error: LTC generation was cancelled."},
+    };
+    for (const Case& c : cases) {
+        r = runCommand(interruptScript(c.command, c.out, c.signal));
+        EXPECT_THAT(r.out, HasSubstr("exit=" + std::to_string(c.exitCode))) << c.command;
+        EXPECT_THAT(r.err, HasSubstr(c.message)) << c.command;
+        EXPECT_TRUE(names(c.out).empty())
+            << c.command << ": " << ::testing::PrintToString(names(c.out));
+    }
+    EXPECT_EQ(stamps(), before);
+}
+
+// A run never writes over one of its inputs, whatever the collision policy:
+// the rebuild into its source's folder under the source's name, a split whose
+// input is named like another input's output, a stamp with no suffix into the
+// source folder (also through a symbolic link). Nothing at all is written.
+TEST(HostileEnvironmentTest, NoRunReplacesItsOwnInput) {
+    testing::TempDir dir;
+    auto r = runCommand(cli(dir) + " demo " + quoted(dir / "d"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const fs::path rb = dir / "d" / "rebuild";
+    ASSERT_TRUE(fs::exists(rb / "source_timeline.fcpxml"));
+    auto before = snapshot(rb);
+    r = runCommand(cli(dir) + " rebuild --source-xml " + quoted(rb / "source_timeline.fcpxml") +
+                   " --stereo-mix " + quoted(rb / "stereo_mix.wav") + " --synced " +
+                   quoted(rb / "synced") + " -o " + quoted(rb) + " --name source_timeline.fcpxml");
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_THAT(r.err, HasSubstr("Output would replace an input file: source_timeline.fcpxml."));
+    EXPECT_EQ(snapshot(rb), before);
+
+    const fs::path f2 = dir / "f2";
+    fs::create_directories(f2);
+    testing::writeBytes(f2 / "A.wav", smallPoly(4));
+    testing::writeBytes(f2 / "A_CH01.wav", smallPoly(2));
+    before = snapshot(f2);
+    r = runCommand(cli(dir) + " split " + quoted(f2) + " -o " + quoted(f2) + " --overwrite");
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_THAT(r.err, HasSubstr("Output would replace an input file: A_CH01.wav."));
+    EXPECT_EQ(snapshot(f2), before);
+
+    const fs::path takes = dir / "takes";
+    fs::create_directories(takes);
+    r = runCommand(cli(dir) + " gen-ltc -o " + quoted(takes / "ltc.wav") +
+                   " --start 10:00:00:00 --fps 25 --seconds 1");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(takes / "boom.wav", smallPoly(1, 48000));
+    fs::create_symlink(takes / "boom.wav", dir / "boom_tc.wav");  // an output name, linked
+    before = snapshot(takes);
+    for (const std::string& args : {std::string(" --suffix '' -o ") + quoted(takes),
+                                    std::string(" -o ") + quoted(dir.path())}) {
+        for (const char* collision : {"overwrite", "keep-both", "ask"}) {
+            r = runCommand(cli(dir) + " stamp " + quoted(takes / "boom.wav") + " " +
+                           quoted(takes / "ltc.wav") + " --ltc " + quoted(takes / "ltc.wav") +
+                           " --fps 25 --collision " + collision + args);
+            EXPECT_NE(r.exitCode, 0) << collision << args;
+            if (std::string(collision) != "ask") {  // ask stops earlier, on the existing name
+                EXPECT_THAT(r.err, HasSubstr("Output would replace an input file: boom"))
+                    << collision << args;
+            }
+            EXPECT_EQ(snapshot(takes), before) << collision << args;
+        }
+    }
+    EXPECT_EQ(names(dir.path()).count("boom_tc.wav"), 1u);
+}
+
+// Outputs are unique across a run: A/Take1, B/Take1 and C/Take1 (2) split to
+// three sets of files, none replacing another; two targets of one name in a
+// stamp run never replace each other, even under overwrite.
+TEST(HostileEnvironmentTest, NamesAreUniqueAcrossTheRun) {
+    testing::TempDir dir;
+    for (const char* folder : {"A", "B", "C"}) {
+        fs::create_directories(dir / "in" / folder);
+    }
+    testing::writeBytes(dir / "in/A/Take1.wav", smallPoly(2, 100));
+    testing::writeBytes(dir / "in/B/Take1.wav", smallPoly(2, 200));
+    testing::writeBytes(dir / "in/C/Take1 (2).wav", smallPoly(2, 300));
+    for (const char* flag : {"", " --overwrite"}) {
+        const fs::path out = dir / (std::string("out") + (flag[0] ? "-o" : ""));
+        auto r = runCommand(cli(dir) + " split --json " + quoted(dir / "in") + " -o " +
+                            quoted(out) + flag);
+        ASSERT_EQ(r.exitCode, 0) << r.err;
+        const auto report = nlohmann::json::parse(r.out);
+        EXPECT_EQ(report["outputPaths"].size(), 6u);
+        EXPECT_EQ(names(out),
+                  (std::set<std::string>{"Take1_CH01.wav", "Take1_CH02.wav", "Take1 (2)_CH01.wav",
+                                         "Take1 (2)_CH02.wav", "Take1 (2) (2)_CH01.wav",
+                                         "Take1 (2) (2)_CH02.wav"}));
+        // Each source's outputs hold its own length (44-byte header + 2 bytes a frame).
+        EXPECT_EQ(fs::file_size(out / "Take1 (2) (2)_CH01.wav"), 44u + 600u);
+        EXPECT_EQ(fs::file_size(out / "Take1 (2)_CH01.wav"), 44u + 400u);
+    }
+
+    fs::create_directories(dir / "s1");
+    fs::create_directories(dir / "s2");
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "s1/ltc.wav") +
+                        " --start 10:00:00:00 --fps 25 --seconds 1");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
+    testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
+    r = runCommand(cli(dir) + " stamp --json " + quoted(dir / "s1/boom.wav") + " " +
+                   quoted(dir / "s2/boom.wav") + " " + quoted(dir / "s1/ltc.wav") + " --ltc " +
+                   quoted(dir / "s1/ltc.wav") + " --fps 25 --collision overwrite -o " +
+                   quoted(dir / "st"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto report = nlohmann::json::parse(r.out);
+    EXPECT_EQ(report["outputFiles"], nlohmann::json({"boom_tc.wav", "boom_tc_2.wav"}));
+    EXPECT_NE(fs::file_size(dir / "st/boom_tc.wav"), fs::file_size(dir / "st/boom_tc_2.wav"));
+}
+
+// A job that fails removes what it wrote, so the disk, the report and the log
+// agree: under ask the second of two same-named targets fails the job.
+TEST(HostileEnvironmentTest, AFailedJobLeavesNoOutputs) {
+    testing::TempDir dir;
+    fs::create_directories(dir / "s1");
+    fs::create_directories(dir / "s2");
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "s1/ltc.wav") +
+                        " --start 10:00:00:00 --fps 25 --seconds 1");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
+    testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
+    r = runCommand(cli(dir) + " stamp --json " + quoted(dir / "s1/boom.wav") + " " +
+                   quoted(dir / "s2/boom.wav") + " " + quoted(dir / "s1/ltc.wav") + " --ltc " +
+                   quoted(dir / "s1/ltc.wav") + " --fps 25 --collision ask -o " +
+                   quoted(dir / "st"));
+    EXPECT_EQ(r.exitCode, 1) << r.err;
+    const auto report = nlohmann::json::parse(r.out);
+    EXPECT_TRUE(report["outputFiles"].empty());
+    const std::set<std::string> left = names(dir / "st");
+    ASSERT_EQ(left.size(), 1u);  // the log alone
+    EXPECT_THAT(*left.begin(), ::testing::StartsWith("ltc_stamp_log_"));
+    const ByteBuffer log = readWholeFile(report["csvLogURL"].get<std::string>());
+    EXPECT_THAT(std::string(log.begin(), log.end()),
+                HasSubstr("failed,,LTC Cut Detect,cut-detect,,,,,Output file already exists: "
+                          "boom_tc.wav"));
+}
+
+// Concurrent runs into one folder: keep-both losers take the next number,
+// split losers stop with the split's own message, and what is left is whole.
+TEST(HostileEnvironmentTest, ConcurrentRunsClaimNamesAtomically) {
+    testing::TempDir dir;
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "ltc.wav") +
+                        " --start 10:00:00:00 --fps 25 --seconds 1");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    writeSparseWav(dir / "big.wav", 4, 48000 * 20);
+    const std::string stamp = cli(dir) + " stamp " + quoted(dir / "big.wav") + " " +
+                              quoted(dir / "ltc.wav") + " --ltc " + quoted(dir / "ltc.wav") +
+                              " --fps 25 --collision keep-both -o " + quoted(dir / "st");
+    const std::string split =
+        cli(dir) + " split " + quoted(dir / "big.wav") + " -o " + quoted(dir / "sp");
+    r = runCommand("( for i in 1 2 3; do (" + stamp + " >/dev/null 2>&1; echo stamp=$?) & (" +
+                   split + " 2>&1 | grep -v Wrote; echo split=$?) & done; wait )");
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '='), 6) << r.out;
+    EXPECT_THAT(r.out, ::testing::Not(HasSubstr("stamp=2"))) << r.out;
+    EXPECT_THAT(r.out, ::testing::Not(HasSubstr("File exists"))) << r.out;
+    std::set<std::string> stamped;
+    for (const std::string& name : names(dir / "st")) {
+        if (name.rfind("ltc_stamp_log_", 0) != 0) {
+            stamped.insert(name);
+        }
+    }
+    EXPECT_EQ(stamped, (std::set<std::string>{"big_tc.wav", "big_tc_2.wav", "big_tc_3.wav"}));
+    EXPECT_EQ(names(dir / "sp"), (std::set<std::string>{"big_CH01.wav", "big_CH02.wav",
+                                                        "big_CH03.wav", "big_CH04.wav"}));
+    for (const std::string& name : names(dir / "sp")) {
+        EXPECT_EQ(fs::file_size(dir / "sp" / name), 44u + 48000u * 20u * 3u) << name;
+    }
+}
+
+// Reports survive bytes that are not UTF-8 and names near NAME_MAX; outputs
+// honour the umask; the CSV log is UTF-8 text.
+TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
+    testing::TempDir dir;
+    const fs::path in = dir / "in";
+    fs::create_directories(in);
+    testing::writeBytes(in / "bad\xff\xfe.wav", smallPoly(2));
+    const std::string longName = std::string(236, 'L') + ".wav";  // outputs of 245 bytes
+    testing::writeBytes(in / longName, smallPoly(2));
+    auto r = runCommand("umask 077; " + cli(dir) + " split --json " + quoted(in) + " -o " +
+                        quoted(dir / "out"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto report = nlohmann::json::parse(r.out);
+    EXPECT_EQ(report["outputPaths"].size(), 4u);
+    EXPECT_THAT(r.out, HasSubstr("bad\xEF\xBF\xBD\xEF\xBF\xBD_CH01.wav"));
+    EXPECT_TRUE(fs::exists(dir / "out" / (std::string(236, 'L') + "_CH02.wav")));
+    for (const auto& entry : fs::directory_iterator(dir / "out")) {
+        struct stat st {};
+        ASSERT_EQ(::stat(entry.path().c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 0777, 0600u) << entry.path();
+    }
+
+    // rebuild --json into a folder whose name is not UTF-8
+    r = runCommand(cli(dir) + " demo " + quoted(dir / "d"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const fs::path rb = dir / "d" / "rebuild";
+    fs::create_directories(dir / "out\xff");
+    r = runCommand(cli(dir) + " rebuild --json --source-xml " +
+                   quoted(rb / "source_timeline.fcpxml") + " --stereo-mix " +
+                   quoted(rb / "stereo_mix.wav") + " --synced " + quoted(rb / "synced") + " -o " +
+                   quoted(dir / "out\xff"));
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(nlohmann::json::accept(r.out)) << r.out;
+
+    // the CSV log of a stamp whose source name is not UTF-8
+    r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "ltc\xff.wav") +
+                   " --start 10:00:00:00 --fps 25 --seconds 1");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(in / "boom\xfe.wav", smallPoly(1, 4800));
+    r = runCommand(cli(dir) + " stamp --json " + quoted(in / "boom\xfe.wav") + " " +
+                   quoted(in / "ltc\xff.wav") + " --ltc " + quoted(in / "ltc\xff.wav") +
+                   " --fps 25 -o " + quoted(dir / "st"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    for (const std::string& name : names(dir / "st")) {
+        if (name.rfind("ltc_stamp_log_", 0) == 0) {
+            const ByteBuffer bytes = readWholeFile(dir / "st" / name);
+            const std::string text(bytes.begin(), bytes.end());
+            EXPECT_EQ(validUTF8(text), text);
+            EXPECT_THAT(
+                text,
+                HasSubstr("boom\xEF\xBF\xBD.wav,boom\xEF\xBF\xBD_tc.wav,ltc\xEF\xBF\xBD.wav"));
+        }
+    }
+}
+
+// A settings file of a 100 000-deep array (200 KB, under the size cap) is
+// refused on load like any corrupt file and kept aside; saving then works.
+TEST(HostileEnvironmentTest, DeepSettingsJsonIsRefusedNotFatal) {
+    testing::TempDir dir;
+    const int depth = 100000;
+    const std::string deep = "{\"x\":" + std::string(depth, '[') + std::string(depth, ']') + "}";
+    testing::writeBytes(dir / "settings.json", ByteBuffer(deep.begin(), deep.end()));
+    auto r = runCommand(cli(dir) + " settings set outputFilenameSuffix _z");
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(r.err, HasSubstr("is not valid settings JSON"));
+    r = runCommand(cli(dir) + " settings get outputFilenameSuffix");
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr("_z"));
+}
+
+// A log that cannot be written after the outputs were (here: the file size
+// limit lets the small output through and stops the longer log) is a warning
+// beside the full report, not a lost report.
+TEST(HostileEnvironmentTest, AFailedLogWriteKeepsTheReport) {
+    testing::TempDir dir;
+    const std::string stem(240, 'n');  // long names make the log longer than the output
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / (stem + "_ltc.wav")) +
+                        " --start 10:00:00:00 --fps 25 --seconds 1");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(dir / (stem + ".wav"), smallPoly(1, 2));
+    // sh's ulimit -f counts 512-byte blocks (POSIX); with SIGXFSZ ignored a
+    // write past the limit fails with EFBIG. The output is 828 bytes, the log 1052.
+    // The limit holds for the stamp alone; its report goes through a pipe.
+    r = runCommand("( ( trap '' XFSZ; ulimit -f 2; " + cli(dir) + " stamp --json " +
+                   quoted(dir / (stem + ".wav")) + " " + quoted(dir / (stem + "_ltc.wav")) +
+                   " --ltc " + quoted(dir / (stem + "_ltc.wav")) + " --fps 25 -o " +
+                   quoted(dir / "st") + "; echo $? >&2 ) | cat )");
+    ASSERT_EQ(r.err, "0\n");  // the stamp's exit status
+    const auto report = nlohmann::json::parse(r.out);
+    EXPECT_EQ(report["outputFiles"], nlohmann::json({stem + "_tc.wav"}));
+    EXPECT_THAT(report["warnings"].dump(),
+                HasSubstr("CSV log could not be written: File too large"));
+    EXPECT_EQ(names(dir / "st"), (std::set<std::string>{stem + "_tc.wav"}));
+}
+
+}  // namespace
+}  // namespace norvane
