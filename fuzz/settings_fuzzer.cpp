@@ -1,0 +1,10 @@
+// libFuzzer entry point (see scripts/fuzz).
+#include <cstddef>
+#include <cstdint>
+
+#include "fuzz/fuzz_targets.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    norvane::fuzz::exerciseSettings(norvane::ByteView(data, size));
+    return 0;
+}
