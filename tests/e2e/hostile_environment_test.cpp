@@ -394,19 +394,22 @@ TEST(HostileEnvironmentTest, AFailedLogWriteKeepsTheReport) {
                         " --start 10:00:00:00 --fps 25 --seconds 1");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     testing::writeBytes(dir / (stem + ".wav"), smallPoly(1, 2));
+    testing::writeBytes(dir / (stem + "2.wav"), smallPoly(1, 2));
     // sh's ulimit -f counts 512-byte blocks (POSIX); with SIGXFSZ ignored a
-    // write past the limit fails with EFBIG. The output is 828 bytes, the log 1052.
+    // write past the limit fails with EFBIG. Each output is about 1.2 kB, the
+    // log of their two rows about 1.8 kB.
     // The limit holds for the stamp alone; its report goes through a pipe.
-    r = runCommand("( ( trap '' XFSZ; ulimit -f 2; " + cli(dir) + " stamp --json " +
-                   quoted(dir / (stem + ".wav")) + " " + quoted(dir / (stem + "_ltc.wav")) +
-                   " --ltc " + quoted(dir / (stem + "_ltc.wav")) + " --fps 25 -o " +
-                   quoted(dir / "st") + "; echo $? >&2 ) | cat )");
+    r = runCommand("( ( trap '' XFSZ; ulimit -f 3; " + cli(dir) + " stamp --json " +
+                   quoted(dir / (stem + ".wav")) + " " + quoted(dir / (stem + "2.wav")) + " " +
+                   quoted(dir / (stem + "_ltc.wav")) + " --ltc " +
+                   quoted(dir / (stem + "_ltc.wav")) + " --fps 25 -o " + quoted(dir / "st") +
+                   "; echo $? >&2 ) | cat )");
     ASSERT_EQ(r.err, "0\n");  // the stamp's exit status
     const auto report = nlohmann::json::parse(r.out);
-    EXPECT_EQ(report["outputFiles"], nlohmann::json({stem + "_tc.wav"}));
+    EXPECT_EQ(report["outputFiles"], nlohmann::json({stem + "_tc.wav", stem + "2_tc.wav"}));
     EXPECT_THAT(report["warnings"].dump(),
                 HasSubstr("CSV log could not be written: File too large"));
-    EXPECT_EQ(names(dir / "st"), (std::set<std::string>{stem + "_tc.wav"}));
+    EXPECT_EQ(names(dir / "st"), (std::set<std::string>{stem + "_tc.wav", stem + "2_tc.wav"}));
 }
 
 }  // namespace
