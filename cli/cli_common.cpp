@@ -7,20 +7,27 @@
 #include <iostream>
 
 #include "core/common/text.h"
+#include "core/timecode/ltc_decoder.h"
 
 namespace norvane::cli {
 
 std::optional<FrameRatePreset> parseFrameRateArgument(std::string_view text) {
     const std::string lower = toLowerASCII(trim(text));
-    if (lower == "auto") return FrameRatePreset::auto_;
-    if (lower == "23.976" || lower == "23.98") return FrameRatePreset::fps23_976;
-    if (lower == "24") return FrameRatePreset::fps24;
-    if (lower == "25") return FrameRatePreset::fps25;
+    if (lower == "auto")
+        return FrameRatePreset::auto_;
+    if (lower == "23.976" || lower == "23.98")
+        return FrameRatePreset::fps23_976;
+    if (lower == "24")
+        return FrameRatePreset::fps24;
+    if (lower == "25")
+        return FrameRatePreset::fps25;
     if (lower == "29.97" || lower == "29.97ndf" || lower == "29.97 ndf") {
         return FrameRatePreset::fps29_97NDF;
     }
-    if (lower == "29.97df" || lower == "29.97 df") return FrameRatePreset::fps29_97DF;
-    if (lower == "30") return FrameRatePreset::fps30;
+    if (lower == "29.97df" || lower == "29.97 df")
+        return FrameRatePreset::fps29_97DF;
+    if (lower == "30")
+        return FrameRatePreset::fps30;
     return std::nullopt;
 }
 
@@ -44,18 +51,40 @@ int printError(const std::string& message) {
     return kExitFailure;
 }
 
+namespace {
+bool verboseFlag = false;
+}  // namespace
+
+void addVerboseFlag(CLI::App& app) {
+    app.add_flag("-v,--verbose", verboseFlag,
+                 "Print diagnostics (frame-rate candidates, decoder details) on standard error");
+    // Subcommands hand options they do not know to the parent, so -v works
+    // after the subcommand too.
+    app.fallthrough();
+}
+
+bool verbose() {
+    return verboseFlag;
+}
+
+void routeDiagnostics() {
+    setFrameRateDiagnosticsStream(verboseFlag ? &std::cerr : nullptr);
+}
+
 bool stderrIsTerminal() {
     return ::isatty(STDERR_FILENO) == 1;
 }
 
-ProgressBar::ProgressBar(bool enabled) : enabled_(enabled && stderrIsTerminal()) {}
+ProgressBar::ProgressBar(bool enabled)
+    : enabled_(enabled && stderrIsTerminal()), started_(std::chrono::steady_clock::now()) {}
 
 ProgressBar::~ProgressBar() {
     finish();
 }
 
 void ProgressBar::update(double fraction, const std::string& text) {
-    if (!enabled_) {
+    if (!enabled_ ||
+        (!drawn_ && std::chrono::steady_clock::now() - started_ < std::chrono::seconds(1))) {
         return;
     }
     fraction = std::clamp(fraction, 0.0, 1.0);
@@ -63,8 +92,8 @@ void ProgressBar::update(double fraction, const std::string& text) {
     const int filled = static_cast<int>(fraction * kWidth + 0.5);
     std::string bar(static_cast<std::size_t>(filled), '#');
     bar.resize(kWidth, '-');
-    std::string line = "[" + bar + "] " + std::to_string(static_cast<int>(fraction * 100 + 0.5)) +
-                       "% " + text;
+    std::string line =
+        "[" + bar + "] " + std::to_string(static_cast<int>(fraction * 100 + 0.5)) + "% " + text;
     if (line.size() > 100) {
         line.resize(100);
     }

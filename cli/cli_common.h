@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -13,8 +14,8 @@ namespace norvane::cli {
 
 // Exit codes of the command line.
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitJobsFailed = 1;      // the run finished, some jobs failed
-inline constexpr int kExitFailure = 2;         // the run or the command failed
+inline constexpr int kExitJobsFailed = 1;         // the run finished, some jobs failed
+inline constexpr int kExitFailure = 2;            // the run or the command failed
 inline constexpr int kExitNeedsConfirmation = 3;  // nothing written; a decision is needed
 inline constexpr int kExitUsage = 64;
 // A run stopped by a signal exits 128 + its number: 130 for SIGINT (Ctrl-C),
@@ -49,18 +50,28 @@ std::string frameRateArgumentHelp();
 // "error: " + message on standard error; returns kExitFailure.
 int printError(const std::string& message);
 
-// A one-line progress bar on standard error, drawn only when it is a terminal.
+// -v/--verbose, given before or after the subcommand: diagnostics (such as the
+// frame-rate candidates of an automatic decode) go to standard error only then.
+void addVerboseFlag(CLI::App& app);
+bool verbose();
+// Sends the frame-rate diagnostics to standard error when verbose, else nowhere.
+void routeDiagnostics();
+
+// A one-line progress bar on standard error, drawn only when it is a terminal
+// and only once the work has run for longer than a second, so quick runs and
+// piped output stay clean.
 class ProgressBar {
-public:
+  public:
     explicit ProgressBar(bool enabled);
     ~ProgressBar();
     // fraction 0..1; `text` is shown after the bar.
     void update(double fraction, const std::string& text);
     void finish();
 
-private:
+  private:
     bool enabled_;
     bool drawn_ = false;
+    std::chrono::steady_clock::time_point started_;
 };
 bool stderrIsTerminal();
 

@@ -136,7 +136,7 @@ int run(const DecodeOptions& o) {
         return kExitUsage;
     }
     const std::optional<FrameRateConfig> rate = frameRateConfig(*preset);
-    setFrameRateDiagnosticsStream(&std::cerr);
+    routeDiagnostics();
 
     const WAVFile file{std::filesystem::path(o.file)};
     const int channels = file.fmt().channelCount;
@@ -252,7 +252,7 @@ Command addDecodeCommand(CLI::App& parent) {
     command.app = parent.add_subcommand("decode", "Decode the LTC of a WAV file.");
     CLI::App& app = *command.app;
     app.add_option("file", options->file, "WAV file")->required();
-    app.add_option("--channel", options->channel,
+    app.add_option("--channel,--ltc-channel", options->channel,
                    "Channel to decode, 1-based (default: the most confident channel)");
     app.add_option("--fps", options->fps, "Frame rate (default auto): " + frameRateArgumentHelp());
     app.add_flag("--json", options->json, "Print JSON");

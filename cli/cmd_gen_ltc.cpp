@@ -133,7 +133,7 @@ Command addGenLtcCommand(CLI::App& parent) {
     app.add_option("--seconds", options->seconds, "Length of the recording in seconds")->required();
     app.add_option("--sample-rate", options->sampleRate, "Samples per second (default 48000)");
     app.add_option("--channels", options->channels, "Channel count (default 1)");
-    app.add_option("--ltc-channel", options->ltcChannel,
+    app.add_option("--channel,--ltc-channel", options->ltcChannel,
                    "Channel that carries the LTC, 1-based (default 1)");
     app.add_option("--format", options->format,
                    "Sample format: pcm16, pcm24, pcm32 or float32 (default pcm24)");

@@ -142,7 +142,22 @@ int runRebuild(const RebuildOptions& options) {
     inputs.syncedFolder = options.synced;
     inputs.outputFolder = options.output;
     inputs.outputFilename = options.name;
-    if (auto problem = checkRebuildInputs(inputs)) {
+    auto problem = checkRebuildInputs(inputs);
+    std::error_code ec;
+    if (problem && !inputs.outputFolder.empty() && !fs::exists(inputs.outputFolder, ec)) {
+        // -o names the folder to write to: once the other inputs pass, a
+        // missing one is created, as stamp and split do.
+        RebuildInputs others = inputs;
+        others.outputFolder = inputs.syncedFolder;  // stands in while the others are checked
+        if (!checkRebuildInputs(others)) {
+            fs::create_directories(inputs.outputFolder, ec);
+            problem =
+                ec ? std::optional<std::string>("Cannot create the output folder " +
+                                                inputs.outputFolder.string() + ": " + ec.message())
+                   : checkRebuildInputs(inputs);
+        }
+    }
+    if (problem) {
         return printError(*problem);
     }
 

@@ -12,6 +12,7 @@
 #include "core/common/error.h"
 #include "core/common/interrupt.h"
 #include "core/settings/app_settings_store.h"
+#include "core/settings/output_folder.h"
 #include "core/split/poly_wav_split_processor.h"
 
 namespace norvane::cli {
@@ -62,7 +63,8 @@ Command addSplitCommand(CLI::App& parent) {
         ->add_option("inputs", options->inputs, "WAV files or folders (searched recursively)")
         ->required();
     command.app->add_option("-o,--output", options->outputFolder,
-                            "Output folder (default: the saved poly split output folder)");
+                            "Output folder (default: the saved split folder, else a \"Split\" "
+                            "folder beside the first input)");
     command.app->add_flag("--overwrite", options->overwrite, "Replace existing output files");
     command.app->add_flag("--json", options->json, "Print the split report as JSON");
     options->trackNamesOption =
@@ -85,7 +87,9 @@ Command addSplitCommand(CLI::App& parent) {
         };
         fs::path outputFolder = options->outputFolder;
         if (outputFolder.empty()) {
-            outputFolder = saved().polySplitDefaultOutputFolderURL();
+            outputFolder =
+                defaultOutputFolder(saved().polySplitDefaultOutputFolderURL(),
+                                    AppSettingsStore::homeDirectoryPath(), inputs.front(), "Split");
         }
         if (outputFolder.empty()) {
             return printError("No output folder: pass -o DIR.");
@@ -102,7 +106,7 @@ Command addSplitCommand(CLI::App& parent) {
                                       ? options->trackNames
                                       : saved().polySplitAppendTrackNames();
 
-        ProgressBar bar(true);
+        ProgressBar bar(!options->json);
         PolyWavSplitReport report;
         try {
             // A signal stops the split before its next file or channel (or
@@ -134,6 +138,7 @@ Command addSplitCommand(CLI::App& parent) {
             }
         }
         std::cout << "Done. " << report.outputPaths.size() << " file(s) written." << std::endl;
+        std::cout << "Output folder: " << outputFolder.string() << std::endl;
         return kExitOk;
     };
     return command;

@@ -13,6 +13,8 @@
 #include "core/common/interrupt.h"
 #include "core/common/text.h"
 #include "core/settings/app_settings_store.h"
+#include "core/settings/output_folder.h"
+#include "core/stamp/ltc_health.h"
 #include "core/stamp/stamp_processor.h"
 #include "core/timecode/ltc_decoder.h"
 
@@ -31,6 +33,7 @@ struct StampArguments {
     std::optional<std::string> suffix;
     std::string collision;
     bool includeLTC = false;
+    bool overwrite = false;
     bool force = false;
     std::string timeReference = "frame";
     std::string groupBy;
@@ -164,6 +167,30 @@ std::vector<FileDescriptor> describeInputs(const std::vector<fs::path>& paths) {
     return files;
 }
 
+struct FoundLTC {
+    fs::path file;
+    LTCProbe probe;
+};
+
+// The input whose channels decode best (the earlier file on a tie); with
+// `channel`, only that channel of each file is tried.
+std::optional<FoundLTC> findLTCSource(const std::vector<FileDescriptor>& files,
+                                      std::optional<std::int64_t> channel) {
+    std::optional<FoundLTC> best;
+    for (const FileDescriptor& descriptor : files) {
+        try {
+            const WAVFile file(descriptor.url);
+            const auto probe = probeLTC(file, channel);
+            if (probe && (!best || probe->confidence > best->probe.confidence)) {
+                best = FoundLTC{descriptor.url, *probe};
+            }
+        } catch (const std::exception&) {
+            // unreadable inputs are reported by the run itself
+        }
+    }
+    return best;
+}
+
 fs::path absolutePath(const std::string& text) {
     return fs::absolute(fs::path(text)).lexically_normal();
 }
@@ -186,7 +213,12 @@ ProcessingOptions buildOptions(const StampArguments& args, const AppSettingsStor
         options.frameRatePreset = *preset;
     }
     const std::string folder =
-        args.outputFolder.empty() ? settings.defaultOutputFolderPath() : args.outputFolder;
+        !args.outputFolder.empty()
+            ? args.outputFolder
+            : defaultOutputFolder(settings.defaultOutputFolderPath(),
+                                  AppSettingsStore::homeDirectoryPath(),
+                                  files.empty() ? fs::path() : files.front().url, "Stamped")
+                  .string();
     if (folder.empty()) {
         throw UsageError{"an output folder is required (-o DIR)"};
     }
@@ -227,11 +259,18 @@ ProcessingOptions buildOptions(const StampArguments& args, const AppSettingsStor
         }
         options.outputNaming.collisionBehavior = *parsed;
     }
+    if (args.overwrite) {
+        if (!args.collision.empty() &&
+            options.outputNaming.collisionBehavior != OutputCollisionBehavior::overwrite) {
+            throw UsageError{"--overwrite contradicts --collision " + args.collision};
+        }
+        options.outputNaming.collisionBehavior = OutputCollisionBehavior::overwrite;
+    }
     options.cutDetectConfig = CutDetectConfig{args.minSegmentFrames, args.jumpThreshold};
 
     if (args.ltcChannel) {
         if (*args.ltcChannel < 1) {
-            throw UsageError{"--ltc-channel: channel numbers count from 1"};
+            throw UsageError{"--channel: channel numbers count from 1"};
         }
         if (options.mode == ProcessingMode::groupedBatch) {
             // One channel for every group; --group-channel overrides per group.
@@ -254,7 +293,7 @@ ProcessingOptions buildOptions(const StampArguments& args, const AppSettingsStor
 }
 
 int runStamp(const StampArguments& args) {
-    setFrameRateDiagnosticsStream(&std::cerr);
+    routeDiagnostics();
     AppSettingsStore settings;
     for (const std::string& warning : settings.loadWarnings()) {
         std::cerr << "warning: " << warning << std::endl;
@@ -272,6 +311,23 @@ int runStamp(const StampArguments& args) {
         }
     }
     const std::vector<FileDescriptor> files = describeInputs(paths);
+    const auto mode = parseMode(args.mode);
+    std::optional<std::int64_t> probedChannel;
+    if (!ltcFile && mode && *mode != ProcessingMode::groupedBatch && !files.empty()) {
+        // No --ltc: the file whose signal decodes best carries it.
+        const std::optional<std::int64_t> wanted =
+            args.ltcChannel ? std::optional<std::int64_t>(*args.ltcChannel - 1) : std::nullopt;
+        if (const auto found = findLTCSource(files, wanted)) {
+            ltcFile = found->file;
+            probedChannel = found->probe.channelIndex;
+            std::cerr << "LTC: " << found->file.filename().string() << ", channel "
+                      << found->probe.channelIndex + 1 << " (" << found->probe.rate.label
+                      << " fps, starts " << found->probe.timecode.description() << ")" << std::endl;
+        } else {
+            return printError("No LTC found on any channel of the " + std::to_string(files.size()) +
+                              " input file(s); name the LTC file with --ltc FILE.");
+        }
+    }
     if (ltcFile && std::none_of(files.begin(), files.end(),
                                 [&](const FileDescriptor& f) { return f.url == *ltcFile; })) {
         return printError("cannot read the LTC file " + ltcFile->string());
@@ -282,6 +338,9 @@ int runStamp(const StampArguments& args) {
     } catch (const UsageError& e) {
         std::cerr << "error: " << e.message << std::endl;
         return kExitUsage;
+    }
+    if (probedChannel && !options.ltcChannelIndex) {
+        options.ltcChannelIndex = probedChannel;
     }
     std::error_code ec;
     fs::create_directories(options.outputFolder, ec);
@@ -390,13 +449,16 @@ Command addStampCommand(CLI::App& parent) {
     command.app = app;
     app->add_option("inputs", args->inputs, "WAV files, or folders of WAV files")->required();
     app->add_option("-o,--output", args->outputFolder,
-                    "Output folder (default: the settings' output folder)");
+                    "Output folder (default: the settings' output folder, else a \"Stamped\" "
+                    "folder beside the first input)");
     app->add_option("--mode", args->mode, "single, grouped or cut (default single)");
     app->add_option("--ltc", args->ltcFile, "The file carrying the LTC (single and cut modes)");
     app->add_option("--fps", args->fps, "Frame rate: " + frameRateArgumentHelp());
     app->add_option("--suffix", args->suffix, "Appended to output names (default \"_tc\")");
     app->add_option("--collision", args->collision,
                     "When an output exists: ask, keep-both or overwrite");
+    app->add_flag("--overwrite", args->overwrite,
+                  "Replace existing outputs (the same as --collision overwrite)");
     app->add_flag("--include-ltc", args->includeLTC, "Also write a stamped copy of the LTC file");
     app->add_flag("--force", args->force, "Stamp even when the LTC decodes with low confidence");
     app->add_option("--time-reference", args->timeReference,
@@ -408,7 +470,7 @@ Command addStampCommand(CLI::App& parent) {
                     "Token grouping: which part of the name, counted from 0 (default 1)");
     app->add_option("--regex", args->regex, "Regex grouping: capture group 1 is the group key");
     app->add_option("--tolerance-ms", args->toleranceMs, "Duration grouping tolerance in ms");
-    app->add_option("--ltc-channel", args->ltcChannel,
+    app->add_option("--channel,--ltc-channel", args->ltcChannel,
                     "LTC channel, counted from 1 (default: the channel that decodes best)");
     app->add_option("--group-ltc", args->groupLTC,
                     "Grouped mode: KEY=FILE, the LTC file of a group");

@@ -16,11 +16,11 @@ int main(int argc, char** argv) {
         "norvane"};
     app.set_version_flag("--version", std::string("norvane ") + NORVANE_VERSION);
     app.require_subcommand(1);
+    addVerboseFlag(app);
 
     std::vector<Command> commands = {
-        addStampCommand(app),   addSplitCommand(app),    addRebuildCommand(app),
-        addInfoCommand(app),    addDecodeCommand(app),   addGenLtcCommand(app),
-        addSettingsCommand(app), addDemoCommand(app),
+        addStampCommand(app),  addSplitCommand(app),  addRebuildCommand(app),  addInfoCommand(app),
+        addDecodeCommand(app), addGenLtcCommand(app), addSettingsCommand(app), addDemoCommand(app),
     };
 
     try {

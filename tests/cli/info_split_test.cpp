@@ -214,7 +214,9 @@ TEST(SplitCommandTest, SplitsFoldersAndReports) {
               "Wrote 2 channel file(s) for Take1.wav.\n"
               "Wrote 3 channel file(s) for Take1.WAV.\n"
               "Skipped mono.wav: File has one channel; nothing to split.\n"
-              "Done. 5 file(s) written.\n");
+              "Done. 5 file(s) written.\n"
+              "Output folder: " +
+                  (dir / "out").string() + "\n");
     WAVFile second(dir / "out" / "Take1 (2)_CH03.wav");
     EXPECT_EQ(second.fmt().audioFormat, 3);
     EXPECT_EQ(second.samples(0), std::vector<float>{0.2f});

@@ -38,7 +38,7 @@ TEST_F(LTCCommandTest, GenLtcThenDecodeFindsTheStartOnTheLTCChannel) {
     EXPECT_EQ(file.frameCount(), 96000);
 
     // Without --channel every channel is tried and the LTC channel wins.
-    auto decoded = norvane("decode take.wav --json");
+    auto decoded = norvane("decode -v take.wav --json");
     ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
     const auto j = nlohmann::ordered_json::parse(decoded.out);
     EXPECT_EQ(j["channel"], 3);
@@ -47,8 +47,9 @@ TEST_F(LTCCommandTest, GenLtcThenDecodeFindsTheStartOnTheLTCChannel) {
     EXPECT_NEAR(j["firstValidSample"].get<double>(), 480, 5);
     EXPECT_NEAR(j["firstValidSeconds"].get<double>(), 0.01, 0.0002);
     EXPECT_GT(j["confidence"].get<double>(), 0.9);
-    // The frame-rate diagnostics go to standard error.
+    // With -v the frame-rate diagnostics go to standard error; without, nowhere.
     EXPECT_THAT(decoded.err, HasSubstr("Auto FPS candidates:"));
+    EXPECT_EQ(norvane("decode take.wav --json").err, "");
     EXPECT_THAT(decoded.err, HasSubstr("Selected: 25"));
 
     auto text = norvane("decode take.wav --channel 3 --fps 25");

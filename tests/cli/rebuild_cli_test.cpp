@@ -158,5 +158,19 @@ TEST_F(RebuildCLITest, InputChecksFailuresAndUsage) {
     EXPECT_TRUE(fs::is_empty(dir / "out"));
 }
 
+TEST_F(RebuildCLITest, AMissingOutputFolderIsCreatedOnlyOnceTheInputsPass) {
+    const std::string base = "cd '" + dir.path().string() + "' && NORVANE_SETTINGS='" +
+                             (dir / "settings.json").string() + "' '" +
+                             testing::cliPath().string() +
+                             "' rebuild --stereo-mix mix.wav --synced synced ";
+    auto refused = testing::runCommand(base + "--source-xml source.txt -o new/a");
+    EXPECT_EQ(refused.err, "error: Source timeline must be XML/FCPXML.\n");
+    EXPECT_FALSE(fs::exists(dir / "new"));
+
+    auto built = testing::runCommand(base + "--source-xml source.fcpxml -o new/a");
+    ASSERT_EQ(built.exitCode, 0) << built.err;
+    EXPECT_TRUE(fs::exists(dir / "new" / "a" / "timeline_rebuild.fcpxml"));
+}
+
 }  // namespace
 }  // namespace norvane

@@ -18,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class StampCommandTest : public ::testing::Test {
   protected:
@@ -129,10 +130,12 @@ TEST_F(StampCommandTest, ExitCodesOfFailures) {
     EXPECT_THAT(usage.err, HasSubstr("--collision: expected ask, keep-both or overwrite"));
     EXPECT_EQ(norvane("stamp in -o out --ltc in/missing.wav").exitCode, 2);
 
-    // One recording is stamped from its own code; without code its job fails.
+    // One recording is stamped from its own code; without code nothing runs.
     auto one = norvane("stamp 'in/Take 1 Boom.WAV' -o out");
-    EXPECT_EQ(one.exitCode, 1);
-    EXPECT_THAT(one.out, HasSubstr("error: Could not decode a valid LTC frame."));
+    EXPECT_EQ(one.exitCode, 2);
+    EXPECT_EQ(one.err,
+              "error: No LTC found on any channel of the 1 input file(s); name the LTC file with "
+              "--ltc FILE.\n");
     auto alone = norvane("stamp 'in/Take 1 LTC.wav' -o out --fps 25");
     EXPECT_EQ(alone.exitCode, 0) << alone.out << alone.err;
     EXPECT_TRUE(fs::exists(dir / "out" / "Take 1 LTC_tc.wav"));
@@ -140,8 +143,6 @@ TEST_F(StampCommandTest, ExitCodesOfFailures) {
     EXPECT_EQ(grouped.exitCode, 2);
     EXPECT_EQ(grouped.err,
               "error: Please supply at least two WAV files (one LTC + one or more stems).\n");
-    auto noLTC = norvane("stamp in -o out --fps 25");
-    EXPECT_EQ(noLTC.err, "error: No LTC source file selected.\n");
 
     // The LTC file's first channel carries no code: the job fails, exit 1.
     auto wrongChannel =
@@ -162,7 +163,7 @@ TEST_F(StampCommandTest, CutModeAndSettingsDefaults) {
     writeLTC("in/Take 1 LTC.wav", {1, 0, 0, 0, false}, 0, {{1.5, {2, 0, 0, 0, false}}});
     auto set = norvane("settings set settings.outputFilenameSuffix _synced");
     ASSERT_EQ(set.exitCode, 0) << set.err;
-    auto cut = norvane("stamp in -o out --mode cut --ltc 'in/Take 1 LTC.wav' --json");
+    auto cut = norvane("stamp in -o out --mode cut --ltc 'in/Take 1 LTC.wav' --json --verbose");
     ASSERT_EQ(cut.exitCode, 0) << cut.err;
     const auto json = nlohmann::json::parse(cut.out);
     EXPECT_EQ(json["outputFiles"], nlohmann::json::array({"Take 1 Boom_seg001_synced.wav",
@@ -170,8 +171,42 @@ TEST_F(StampCommandTest, CutModeAndSettingsDefaults) {
     EXPECT_EQ(json["jobs"][1]["mode"], "LTC Cut Detect");
     EXPECT_EQ(json["jobs"][1]["segmentIndex"], 2);
     EXPECT_EQ(timeReference("out/Take 1 Boom_seg001_synced.wav"), 90000u * 1920u);
-    // The frame-rate diagnostics go to standard error.
+    // With --verbose the frame-rate diagnostics go to standard error.
     EXPECT_THAT(cut.err, HasSubstr("Auto FPS candidates:"));
+}
+
+TEST_F(StampCommandTest, FindsTheLTCByItsSignalAndKeepsDiagnosticsForVerbose) {
+    // The LTC file's name says nothing; its second channel carries the code.
+    fs::rename(dir / "in" / "Take 1 LTC.wav", dir / "in" / "Take 1 A.wav");
+    auto run = norvane("stamp in -o out --fps 25");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_THAT(run.err, HasSubstr("LTC: Take 1 A.wav, channel 2 (25 fps, starts "));
+    EXPECT_THAT(run.out, HasSubstr("Calculated file-set start TC: 09:59:59:24\n"));
+    EXPECT_THAT(run.err, Not(HasSubstr("Auto FPS")));
+    EXPECT_THAT(run.err, Not(HasSubstr("bestScore")));
+
+    // --channel names the LTC channel (--ltc-channel stays an alias);
+    // --overwrite replaces what the first run wrote.
+    auto again = norvane("stamp in -o out --channel 2 --overwrite");
+    ASSERT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_THAT(again.err, HasSubstr("channel 2"));
+    EXPECT_THAT(again.err, Not(HasSubstr("Auto FPS")));
+    EXPECT_EQ(norvane("stamp in -o out --ltc-channel 2 --overwrite").exitCode, 0);
+    EXPECT_EQ(norvane("stamp in -o out --overwrite --collision keep-both").exitCode, 64);
+
+}
+
+TEST_F(StampCommandTest, WithoutAnOutputFolderWritesBesideTheSources) {
+    auto run = norvane("stamp in --ltc 'in/Take 1 LTC.wav' --fps 25");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(fs::exists(dir / "in" / "Stamped" / "Take 1 Boom_tc.wav"));
+    // A folder chosen once in the settings is used instead.
+    ASSERT_EQ(
+        norvane("settings set settings.defaultOutputFolderPath '" + (dir / "chosen").string() + "'")
+            .exitCode,
+        0);
+    ASSERT_EQ(norvane("stamp in --ltc 'in/Take 1 LTC.wav' --fps 25").exitCode, 0);
+    EXPECT_TRUE(fs::exists(dir / "chosen" / "Take 1 Boom_tc.wav"));
 }
 
 }  // namespace

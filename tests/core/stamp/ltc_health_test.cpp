@@ -1,0 +1,111 @@
+#include "core/stamp/ltc_health.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/core/stamp/stamp_fixtures.h"
+#include "tests/support/test_support.h"
+
+namespace norvane {
+namespace {
+
+// 20 s at 25 fps on `ltcChannel`, the code starting after `leadIn` samples of
+// silence; the other channels carry quiet tones.
+WAVFile recording(std::int64_t leadIn, int channels, int ltcChannel) {
+    LTCRecordingOptions options;
+    options.rate = testing::rateOf(FrameRatePreset::fps25);
+    options.start = {14, 0, 0, 0, false};
+    options.seconds = 20;
+    options.channels = channels;
+    options.ltcChannel = ltcChannel;
+    options.leadInSamples = leadIn;
+    return WAVFile::fromBytes(buildLTCRecording(options));
+}
+
+TEST(LTCHealthTest, ProbeFindsTheCodeOnAnyTrackEvenAfterALeadIn) {
+    // Silence for the first 5 s of the LTC track: the opening stretch holds
+    // nothing, a later one does.
+    const WAVFile take = recording(5 * 48000, 4, 3);
+    const auto probe = probeLTC(take);
+    ASSERT_TRUE(probe.has_value());
+    EXPECT_EQ(probe->channelIndex, 2);
+    EXPECT_EQ(probe->rate.label, "25");
+    EXPECT_GT(probe->confidence, 0.9);
+    // The frame found sits where the recording put it: 1,920 samples a frame
+    // from 14:00:00:00 at the end of the lead-in.
+    const auto frames = TimecodeMath::frameCount(probe->timecode, probe->rate) - 14 * 3600 * 25;
+    EXPECT_NEAR(static_cast<double>(probe->firstValidSample),
+                5.0 * 48000 + static_cast<double>(frames) * 1920, 4);
+
+    // Named channel: only that one is tried.
+    EXPECT_FALSE(probeLTC(take, 0).has_value());
+    EXPECT_EQ(probeLTC(take, 2)->channelIndex, 2);
+    // Tones alone: nothing.
+    EXPECT_FALSE(probeLTC(recording(0, 2, 2), 0).has_value());
+}
+
+TEST(LTCHealthTest, StretchesShowWhereTheCodeIs) {
+    const WAVFile take = recording(5 * 48000, 2, 2);
+    const LTCHealth health = measureLTCHealth(take, 1, std::nullopt, 100, 20);
+    ASSERT_EQ(health.stretches.size(), 20u);
+    EXPECT_EQ(health.envelope.size(), 100u);
+    EXPECT_EQ(health.frameCount, 20 * 48000);
+    // One second a stretch: the first five are silent, the rest decode.
+    for (std::size_t i = 0; i < health.stretches.size(); ++i) {
+        EXPECT_EQ(healthLevel(health.stretches[i].confidence),
+                  i < 5 ? LTCHealthLevel::red : LTCHealthLevel::green)
+            << "stretch " << i;
+    }
+    EXPECT_FLOAT_EQ(health.envelope.front(), 0.0f);
+    EXPECT_NEAR(health.envelope.back(), 0.25, 0.02);  // -12 dBFS peaks
+    ASSERT_TRUE(health.firstValidSample.has_value());
+    EXPECT_NEAR(static_cast<double>(*health.firstValidSample), 5.0 * 48000, 1920 + 4);
+    ASSERT_TRUE(health.rate.has_value());
+    EXPECT_EQ(health.rate->label, "25");
+    EXPECT_EQ(healthLevel(0.3), LTCHealthLevel::amber);
+}
+
+// The first frame libltc's ltcdump lists in a dump beside a recording.
+std::pair<std::string, std::int64_t> firstDumpedFrame(const std::filesystem::path& dump) {
+    std::ifstream in(dump);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        std::istringstream fields(line);
+        std::string bits, timecode, bar;
+        std::int64_t first = 0;
+        fields >> bits >> timecode >> bar >> first;
+        return {timecode, first};
+    }
+    return {};
+}
+
+TEST(LTCHealthTest, RealDeviceRecordingsProbeAsLibltcReadsThem) {
+    for (const char* name : {"field/atem_25fps.wav", "field/atem_2997fps_ndf.wav"}) {
+        const auto path = testing::sharedFixture(name);
+        if (path.empty()) {
+            return;
+        }
+        const WAVFile file(path);
+        const auto probe = probeLTC(file);
+        ASSERT_TRUE(probe.has_value()) << name;
+        EXPECT_EQ(probe->channelIndex, 0);
+        const auto [timecode, firstSample] = firstDumpedFrame(path.string() + ".ltcdump");
+        EXPECT_EQ(probe->timecode.description(), timecode) << name;
+        EXPECT_NEAR(static_cast<double>(probe->firstValidSample), static_cast<double>(firstSample),
+                    3)
+            << name;
+
+        const LTCHealth health = measureLTCHealth(file, 0, std::nullopt, 50, 10);
+        for (const auto& stretch : health.stretches) {
+            EXPECT_EQ(healthLevel(stretch.confidence), LTCHealthLevel::green) << name;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace norvane
