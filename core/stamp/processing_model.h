@@ -233,6 +233,7 @@ struct ProcessingReport {
     std::filesystem::path csvLogURL;
     RunSummary summary;
     std::vector<JobReport> jobs;
+    std::vector<ProcessedFileRecord> records;  // the CSV log's rows: one per output or failure
 };
 
 // ---- Errors -----------------------------------------------------------------

@@ -357,6 +357,7 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
     result.outputFiles = std::move(outputs);
     result.csvLogURL = csvLog;
     result.jobs = std::move(jobReports);
+    result.records = std::move(records);
     result.summary.totalJobs = static_cast<std::int64_t>(result.jobs.size());
     result.summary.successfulJobs = std::count_if(result.jobs.begin(), result.jobs.end(),
                                                   [](const JobReport& j) { return !j.error; });
