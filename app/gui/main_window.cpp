@@ -78,7 +78,7 @@ MainWindow::MainWindow(AppViewModel& viewModel, QWidget* parent)
     watchProperty(&viewModel_, "featureArea", this,
                   [this] { showPage(viewModel_.property("featureArea").toString()); });
     resize(980, 760);
-    setMinimumSize(720, 560);
+    setMinimumSize(640, 480);
 }
 
 void MainWindow::addPage(const QString& name, const QString& title, QWidget* page) {

@@ -1,5 +1,8 @@
 #include "app/gui/poly_split_screen.h"
 
+#include <QAction>
+#include <QFrame>
+
 #include <QCheckBox>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -29,11 +32,11 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
       dropArea_(new DropArea("Drag multi-channel WAV files or folders here",
                              "Linear PCM and 32-bit float WAVs are supported.")),
       inputList_(new QListWidget),
-      clear_(new QPushButton("Clear list")),
+      clear_(new QPushButton("Clear")),
       outputFolder_(new PathField(PathField::Kind::folder, "Split output folder")),
       reveal_(new QPushButton("Show in file manager")),
       overwrite_(new QCheckBox("Overwrite existing files")),
-      start_(new QPushButton("Start split")),
+      start_(new QPushButton("Split")),
       cancel_(new QPushButton("Cancel")),
       progress_(new QProgressBar),
       status_(new QLabel),
@@ -51,7 +54,15 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     inputList_->setObjectName("polySplitInputList");
     inputList_->setAlternatingRowColors(true);
     inputList_->setMinimumHeight(120);
-    inputList_->setSelectionMode(QAbstractItemView::NoSelection);
+    inputList_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    // Delete or Backspace, or the context menu, take files off the list.
+    inputList_->setContextMenuPolicy(Qt::ActionsContextMenu);
+    auto* removeAction = new QAction("Remove from list", inputList_);
+    removeAction->setObjectName("polySplitRemoveFiles");
+    removeAction->setShortcuts({QKeySequence::Delete, QKeySequence(Qt::Key_Backspace)});
+    removeAction->setShortcutContext(Qt::WidgetShortcut);
+    inputList_->addAction(removeAction);
+    connect(removeAction, &QAction::triggered, this, &PolySplitScreen::removeSelectedFiles);
     clear_->setObjectName("polySplitClear");
     connect(clear_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::clearList);
     forwardDrops(inputList_, [this](const QStringList& paths) { workflow_.addFiles(paths); });
@@ -60,6 +71,7 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
         for (const QString& path : workflow_.polySplitInputURLs()) {
             auto* item = new QListWidgetItem(QFileInfo(path).fileName(), inputList_);
             item->setToolTip(path);
+            item->setData(Qt::UserRole, path);
         }
         refreshState();
     });
@@ -71,14 +83,23 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
             [this] { uiHooks().openUrl(QUrl::fromLocalFile(workflow_.polySplitOutputFolder())); });
     overwrite_->setObjectName("polySplitOverwrite");
     bindCheckBox(overwrite_, &workflow_, "polySplitOverwriteExisting");
+    auto* trackNames = new QCheckBox("Add the track names to the file names");
+    trackNames->setObjectName("polySplitTrackNames");
+    trackNames->setToolTip("A101_1_CH01_MKH516 A.wav: the recorder's iXML name of each track");
+    bindCheckBox(trackNames, &workflow_, "polySplitAppendTrackNames");
 
     start_->setObjectName("polySplitStart");
     start_->setDefault(true);
     start_->setToolTip("Start the split (Ctrl+Return)");
     cancel_->setObjectName("polySplitCancel");
     cancel_->setToolTip("Cancel the split (Esc)");
-    connect(start_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::startSplit);
-    connect(cancel_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::cancelSplit);
+    connect(start_, &QPushButton::clicked, this, &PolySplitScreen::startSplit);
+    connect(cancel_, &QPushButton::clicked, this, [this] {
+        cancelling_ = true;
+        cancel_->setText("Cancelling…");
+        cancel_->setEnabled(false);
+        workflow_.cancelSplit();
+    });
 
     progress_->setObjectName("polySplitProgress");
     progress_->setRange(0, 1000);
@@ -107,6 +128,7 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     options->addWidget(outputFolder_, 0, 1);
     options->addWidget(reveal_, 0, 2);
     options->addWidget(overwrite_, 1, 1);
+    options->addWidget(trackNames, 2, 1);
     options->setColumnStretch(1, 1);
 
     auto* actions = new QHBoxLayout;
@@ -114,17 +136,29 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     actions->addWidget(cancel_);
     actions->addWidget(progress_, 1);
 
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(16, 12, 16, 12);
+    auto* content = new QWidget;
+    auto* layout = new QVBoxLayout(content);
+    layout->setContentsMargins(16, 12, 16, 6);
     layout->setSpacing(8);
     layout->addWidget(dropArea_);
     layout->addLayout(listHeader);
     layout->addWidget(inputList_, 2);
-    layout->addLayout(options);
-    layout->addLayout(actions);
-    layout->addWidget(status_);
     layout->addWidget(makeSectionTitle("Log"));
     layout->addWidget(log_, 1);
+    // The action bar stays at the bottom at any window size.
+    actionBar_ = new QFrame;
+    actionBar_->setObjectName("actionBar");
+    auto* bar = new QVBoxLayout(actionBar_);
+    bar->setContentsMargins(16, 6, 16, 8);
+    bar->setSpacing(4);
+    bar->addLayout(options);
+    bar->addLayout(actions);
+    bar->addWidget(status_);
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->setSpacing(0);
+    outer->addWidget(content, 1);
+    outer->addWidget(actionBar_);
 
     auto* openShortcut = new QShortcut(QKeySequence::Open, this);
     openShortcut->setContext(Qt::WidgetWithChildrenShortcut);
@@ -172,10 +206,38 @@ void PolySplitScreen::addFolderFromPicker() {
     workflow_.addFiles({folder});
 }
 
+void PolySplitScreen::startSplit() {
+    // A typed folder that does not exist yet is created once the user agrees.
+    if (!workflow_.polySplitInputURLs().isEmpty() &&
+        !workflow_.polySplitOutputFolder().trimmed().isEmpty() && !workflow_.outputFolderExists()) {
+        if (!uiHooks().confirm(this, "Create output folder?",
+                               QString("The output folder does not exist:\n%1\n\nCreate it and "
+                                       "split into it?")
+                                   .arg(workflow_.polySplitOutputFolder()),
+                               "Create Folder") ||
+            !workflow_.createOutputFolder()) {
+            return;
+        }
+    }
+    workflow_.startSplit();
+}
+
+void PolySplitScreen::removeSelectedFiles() {
+    QStringList paths;
+    for (const QListWidgetItem* item : inputList_->selectedItems()) {
+        paths.append(item->data(Qt::UserRole).toString());
+    }
+    workflow_.removeFiles(paths);
+}
+
 void PolySplitScreen::refreshState() {
     const bool running = workflow_.polySplitIsProcessing();
     start_->setEnabled(!running);
-    cancel_->setEnabled(running);
+    if (!running) {
+        cancelling_ = false;
+        cancel_->setText("Cancel");
+    }
+    cancel_->setEnabled(running && !cancelling_);
     clear_->setEnabled(!running && !workflow_.polySplitInputURLs().isEmpty());
     dropArea_->setEnabled(!running);
     outputFolder_->setEnabled(!running);

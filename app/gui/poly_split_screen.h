@@ -41,8 +41,15 @@ class PolySplitScreen : public QWidget {
     void addFilesFromPicker();
     void addFolderFromPicker();
 
+    // The bottom bar with Split, Cancel, progress and the output folder.
+    QWidget* actionBar() const { return actionBar_; }
+
   private:
     void refreshState();
+    void startSplit();
+    void removeSelectedFiles();
+    QWidget* actionBar_ = nullptr;
+    bool cancelling_ = false;
 
     PolySplitWorkflow& workflow_;
     DropArea* dropArea_;

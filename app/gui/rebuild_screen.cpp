@@ -31,6 +31,7 @@
 #include "app/gui/widgets/drop_area.h"
 #include "app/gui/widgets/help_button.h"
 #include "app/gui/widgets/path_field.h"
+#include "app/gui/widgets/rebuild_timeline.h"
 #include "core/settings/settings_enums.h"
 
 namespace norvane::gui {
@@ -129,6 +130,7 @@ RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
       lanes_(makeTable("rebuildLanes", {"Camera lane", "Candidate clips"})),
       preview_(makeTable("rebuildPreview", {"Event timecode", "Audio clip", "Clips"})),
       coverage_(new CoverageGrid),
+      timeline_(new RebuildTimeline),
       coverageSummary_(new QLabel),
       validate_(new QPushButton("Validate")),
       validation_(new QListWidget),
@@ -305,6 +307,11 @@ QWidget* RebuildScreen::buildMappingPage() {
     mappingTabs_->addTab(events_, "Events");
     mappingTabs_->addTab(lanes_, "Camera lanes");
     mappingTabs_->addTab(preview_, "Preview");
+    auto* timelineScroll = new QScrollArea;
+    timelineScroll->setWidget(timeline_);
+    timelineScroll->setWidgetResizable(false);
+    timelineScroll->setFrameShape(QFrame::NoFrame);
+    mappingTabs_->addTab(timelineScroll, "Timeline");
     auto* coverageScroll = new QScrollArea;
     coverageScroll->setWidget(coverage_);
     coverageScroll->setWidgetResizable(false);
@@ -551,6 +558,29 @@ void RebuildScreen::refreshMapping() {
     }
     coverage_->setData(eventLabels, laneLabels, covered);
     coverage_->resize(coverage_->sizeHint());
+    // The same events in time: start from the event timecode, length from the
+    // detected event.
+    QVector<RebuildTimeline::Event> timed;
+    const QVariantList detected = toVariantList(value("detectedEvents"));
+    for (int row = 0; row < rows.size(); ++row) {
+        const QVariantMap entry = toVariantMap(rows[row]);
+        const QString timecode = text(entry, {"eventTimecode"});
+        RebuildTimeline::Event event;
+        event.label = timecode + "  " + text(entry, {"audioClipName"});
+        event.startSeconds = secondsOfTimecodeText(timecode);
+        event.trackCount = text(entry, {"audioClipCount"}).toInt();
+        event.covered = covered.value(row);
+        for (const QVariant& candidate : detected) {
+            const QVariantMap found = toVariantMap(candidate);
+            if (found.value("timecode").toString() == timecode) {
+                event.durationSeconds = found.value("durationSeconds").toDouble();
+            }
+        }
+        if (std::isfinite(event.startSeconds)) {
+            timed.append(event);
+        }
+    }
+    timeline_->setData(laneLabels, timed);
     const int missing = coverage_->missingCount();
     coverageSummary_->setText(
         rows.isEmpty()

@@ -18,6 +18,7 @@ class QTableWidget;
 namespace norvane::gui {
 
 class CoverageGrid;
+class RebuildTimeline;
 class DropArea;
 class PathField;
 
@@ -61,6 +62,7 @@ class RebuildScreen : public QWidget {
     QTableWidget* lanesTable() const { return lanes_; }
     QTableWidget* previewTable() const { return preview_; }
     CoverageGrid* coverageGrid() const { return coverage_; }
+    RebuildTimeline* timeline() const { return timeline_; }
     QListWidget* validationList() const { return validation_; }
     QProgressBar* progressBar() const { return progress_; }
     QLabel* phaseLabel() const { return phase_; }
@@ -110,6 +112,7 @@ class RebuildScreen : public QWidget {
     QTableWidget* lanes_;
     QTableWidget* preview_;
     CoverageGrid* coverage_;
+    RebuildTimeline* timeline_;
     QLabel* coverageSummary_;
     QPushButton* validate_;
     QListWidget* validation_;

@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QPixmap>
+#include <QSize>
 #include <QTabWidget>
 #include <QThread>
 #include <cmath>
@@ -114,7 +115,7 @@ QString writeDemoInputs(const QString& folder) {
         // Rebuild: two cameras, three events (camera B misses the second).
         DemoTimelineSpec recipe;
         recipe.lanes = {{"CamA", {{"01:00:00:00"}, {"01:00:20:00"}, {"01:00:40:00"}}},
-                      {"CamB", {{"01:00:00:00"}, {"01:00:40:00"}}}};
+                        {"CamB", {{"01:00:00:00"}, {"01:00:40:00"}}}};
         const std::string xml = makeDemoSourceTimeline(recipe);
         writeFile(root / "rebuild/source.fcpxml", ByteBuffer(xml.begin(), xml.end()),
                   WriteMode::replaceAtomically);
@@ -152,7 +153,13 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     uiHooks().openUrl = [](const QUrl&) { return true; };
 
     window.setSavesWindowState(false);
-    window.resize(1120, 840);
+    // NORVANE_SCREENSHOT_SIZE=WxH checks the screens at other window sizes.
+    QSize size(1120, 840);
+    if (const QStringList parts = qEnvironmentVariable("NORVANE_SCREENSHOT_SIZE").split('x');
+        parts.size() == 2 && parts[0].toInt() > 0 && parts[1].toInt() > 0) {
+        size = QSize(parts[0].toInt(), parts[1].toInt());
+    }
+    window.resize(size);
     window.show();
     int failures = 0;
     auto shoot = [&](const QString& name) {
@@ -232,7 +239,9 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     screen->mappingTabs()->setCurrentIndex(3);
     shoot("07-rebuild-preview");
     screen->mappingTabs()->setCurrentIndex(4);
-    shoot("08-rebuild-coverage");
+    shoot("08-rebuild-timeline");
+    screen->mappingTabs()->setCurrentIndex(5);
+    shoot("08b-rebuild-coverage");
     rebuild.validate();
     wait("the validation", [&] { return !rebuild.isBusy(); });
     shoot("09-rebuild-validate");

@@ -1,5 +1,6 @@
 #include "app/gui/stamp_screen.h"
 
+#include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFileInfo>
@@ -31,9 +32,11 @@
 #include "app/gui/ui_hooks.h"
 #include "app/gui/view_model_access.h"
 #include "app/gui/widgets/cut_timeline_strip.h"
+#include "app/gui/widgets/day_ruler.h"
 #include "app/gui/widgets/drop_area.h"
 #include "app/gui/widgets/help_button.h"
 #include "app/gui/widgets/log_pane.h"
+#include "app/gui/widgets/ltc_health_strip.h"
 #include "app/gui/widgets/path_field.h"
 #include "core/stamp/processing_model.h"
 #include "core/timecode/timecode.h"
@@ -85,10 +88,10 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
                              "Poly or mono WAVs, linear PCM or 32-bit float.")),
       clear_(new QPushButton("Clear")),
       ignored_(new QLabel),
-      fileTable_(new QTableWidget(0, 5)),
+      fileTable_(new QTableWidget(0, columnCount)),
       mode_(new QComboBox),
       frameRate_(new QComboBox),
-      includeLTC_(new QCheckBox("Also write stamped LTC files")),
+      includeLTC_(new QCheckBox("Also stamp LTC-only files")),
       modePages_(new QStackedWidget),
       ltcFile_(new QComboBox),
       ltcChannel_(new QComboBox),
@@ -108,13 +111,15 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
       cutStrip_(new CutTimelineStrip),
       outputFolder_(new PathField(PathField::Kind::folder, "Output folder")),
       reveal_(new QPushButton("Show in file manager")),
-      process_(new QPushButton("Process")),
+      process_(new QPushButton("Stamp")),
       cancel_(new QPushButton("Cancel")),
       progress_(new QProgressBar),
       progressMessage_(new QLabel),
       status_(new QLabel),
       report_(new QPlainTextEdit),
-      log_(new LogPane) {
+      log_(new LogPane),
+      dayRuler_(new DayRuler),
+      healthStrip_(new LTCHealthStrip) {
     setObjectName("stampScreen");
 
     auto* addFiles = dropArea_->addBrowseButton("Add files…");
@@ -131,15 +136,25 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     connect(clear_, &QPushButton::clicked, this, [this] { invoke("clearFiles"); });
 
     fileTable_->setObjectName("stampFileTable");
-    fileTable_->setHorizontalHeaderLabels({"File", "Format", "Duration", "Timecode", "LTC"});
+    fileTable_->setHorizontalHeaderLabels(
+        {"File", "Channels · Format", "Duration", "LTC", "Start TC", "Output", "Status"});
     fileTable_->verticalHeader()->hide();
     fileTable_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     fileTable_->setSelectionBehavior(QAbstractItemView::SelectRows);
     fileTable_->setAlternatingRowColors(true);
-    fileTable_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
-    for (int column = 1; column < 5; ++column) {
+    fileTable_->setWordWrap(false);
+    fileTable_->horizontalHeader()->setSectionResizeMode(fileColumn, QHeaderView::Stretch);
+    for (int column = formatColumn; column < columnCount; ++column) {
         fileTable_->horizontalHeader()->setSectionResizeMode(column, QHeaderView::ResizeToContents);
     }
+    // Delete or Backspace, or the context menu, take files off the list.
+    fileTable_->setContextMenuPolicy(Qt::ActionsContextMenu);
+    auto* removeAction = new QAction("Remove from list", fileTable_);
+    removeAction->setObjectName("stampRemoveFiles");
+    removeAction->setShortcuts({QKeySequence::Delete, QKeySequence(Qt::Key_Backspace)});
+    removeAction->setShortcutContext(Qt::WidgetShortcut);
+    fileTable_->addAction(removeAction);
+    connect(removeAction, &QAction::triggered, this, &StampScreen::removeSelectedFiles);
     fileTable_->setMinimumHeight(110);
     ignored_->setObjectName("stampIgnored");
 
@@ -159,8 +174,14 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     process_->setToolTip("Stamp the files (Ctrl+Return)");
     cancel_->setObjectName("stampCancel");
     cancel_->setToolTip("Stop the running analysis or processing (Esc)");
-    connect(process_, &QPushButton::clicked, this, [this] { invoke("process", false); });
-    connect(cancel_, &QPushButton::clicked, this, [this] { invoke("cancel"); });
+    connect(process_, &QPushButton::clicked, this, &StampScreen::startProcessing);
+    connect(cancel_, &QPushButton::clicked, this, [this] {
+        // The engine stops at its next file or stretch; say so until it has.
+        cancelling_ = true;
+        cancel_->setText("Cancelling…");
+        cancel_->setEnabled(false);
+        invoke("cancel");
+    });
     progress_->setObjectName("stampProgress");
     progress_->setRange(0, 1000);
     progressMessage_->setObjectName("stampProgressMessage");
@@ -184,10 +205,10 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     leftLayout->addWidget(dropArea_);
     leftLayout->addLayout(filesHeader);
     leftLayout->addWidget(fileTable_, 1);
+    leftLayout->addWidget(healthStrip_);
+    leftLayout->addWidget(makeSectionTitle("Day"));
+    leftLayout->addWidget(dayRuler_);
     leftLayout->addWidget(buildOptions());
-    leftLayout->addLayout(outputRow);
-    leftLayout->addLayout(actionRow);
-    leftLayout->addWidget(status_);
     auto* leftScroll = new QScrollArea;
     leftScroll->setWidgetResizable(true);
     leftScroll->setFrameShape(QFrame::NoFrame);
@@ -218,9 +239,20 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     split->setStretchFactor(0, 3);
     split->setStretchFactor(1, 2);
     split->setChildrenCollapsible(false);
+    // The action bar stays at the bottom, outside the scroll, at any size.
+    actionBar_ = new QFrame;
+    actionBar_->setObjectName("actionBar");
+    auto* barLayout = new QVBoxLayout(actionBar_);
+    barLayout->setContentsMargins(16, 6, 16, 8);
+    barLayout->setSpacing(4);
+    barLayout->addLayout(outputRow);
+    barLayout->addLayout(actionRow);
+    barLayout->addWidget(status_);
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
-    outer->addWidget(split);
+    outer->setSpacing(0);
+    outer->addWidget(split, 1);
+    outer->addWidget(actionBar_);
 
     connect(screenShortcut(QKeySequence::Open, this), &QShortcut::activated, this,
             &StampScreen::addFilesFromPicker);
@@ -475,6 +507,21 @@ void StampScreen::bindState() {
     for (const char* name : {"cutTimelinePoints", "cutSegments", "cutFileFrameCount"}) {
         watchProperty(&workflow_, name, cutStrip_, [this] { refreshCutPicture(); });
     }
+    watchProperty(&workflow_, "ltcHealth", healthStrip_, [this] {
+        const QVariantMap health = toVariantMap(value("ltcHealth"));
+        healthStrip_->setHealth(health);
+        healthStrip_->setVisible(!health.isEmpty());
+    });
+    watchProperty(&workflow_, "dayRuler", dayRuler_, [this] {
+        QVector<DayRuler::Bar> bars;
+        for (const QVariant& entry : toVariantList(value("dayRuler"))) {
+            const QVariantMap bar = toVariantMap(entry);
+            bars.append({bar.value("label").toString(), bar.value("startSeconds").toDouble(),
+                         bar.value("durationSeconds").toDouble(), bar.value("rate").toString(),
+                         bar.value("status").toString(), bar.value("isLTC").toBool(), 0});
+        }
+        dayRuler_->setBars(bars);
+    });
     watchProperty(&workflow_, "reportText", report_,
                   [this] { report_->setPlainText(value("reportText").toString()); });
     watchProperty(&workflow_, "logLines", log_, [this] {
@@ -519,25 +566,123 @@ void StampScreen::bindState() {
 
 void StampScreen::refreshFiles() {
     const QVariantList files = toVariantList(value("files"));
-    fileTable_->setRowCount(static_cast<int>(files.size()));
-    for (int row = 0; row < files.size(); ++row) {
-        const QVariantMap file = toVariantMap(files[row]);
+    // A file's row, then one indented row per segment it was cut into.
+    int rows = 0;
+    for (const QVariant& entry : files) {
+        rows += 1 + static_cast<int>(toVariantMap(entry).value("children").toList().size());
+    }
+    fileTable_->setRowCount(rows);
+    const auto statusCell = [](const QString& status, const QString& reason) {
+        auto* item = new QTableWidgetItem;
+        if (status == "ok") {
+            item->setText("✓");
+            item->setForeground(QColor(0x2e, 0xa0, 0x43));
+        } else if (status == "warning") {
+            item->setText("⚠");
+            item->setForeground(QColor(0xd9, 0x8e, 0x1a));
+        } else if (status == "failed") {
+            item->setText("✗");
+            item->setForeground(QColor(0xd0, 0x3b, 0x3b));
+        } else if (status == "ltc") {
+            item->setText("LTC");
+        }
+        item->setToolTip(reason);
+        item->setTextAlignment(Qt::AlignCenter);
+        return item;
+    };
+    int row = 0;
+    for (const QVariant& entry : files) {
+        const QVariantMap file = toVariantMap(entry);
         const QString path = field(file, {"path", "url"}).toString();
         QString name = field(file, {"fileName", "name"}).toString();
         if (name.isEmpty()) {
             name = QFileInfo(path).fileName();
         }
-        const QString timecode =
-            field(file, {"timecode", "existingTimecode", "timecodeText"}).toString();
-        const bool isLTC = field(file, {"isLTC"}).toBool();
-        const QStringList cells = {
-            name, field(file, {"format", "formatText", "formatDescription"}).toString(),
-            durationText(field(file, {"durationSeconds", "duration"}).toDouble()),
-            timecode.isEmpty() ? QString("–") : timecode, isLTC ? QString("LTC") : QString()};
-        for (int column = 0; column < cells.size(); ++column) {
-            auto* item = new QTableWidgetItem(cells[column]);
-            item->setToolTip(column == 0 ? path : cells[column]);
-            fileTable_->setItem(row, column, item);
+        const qint64 channels = file.value("channels").toLongLong();
+        const QString format = field(file, {"format", "formatText"}).toString();
+        // "48000 Hz, 4 ch, 24-bit PCM" reads as "4 ch · 48 kHz 24-bit PCM".
+        QString channelsFormat = format;
+        if (channels > 0 && file.contains("sampleRate")) {
+            const double khz = file.value("sampleRate").toDouble() / 1000.0;
+            QString rest = format.section(", ", 2);
+            channelsFormat =
+                QString("%1 ch · %2 kHz %3").arg(channels).arg(khz, 0, 'g', 4).arg(rest).trimmed();
+        }
+        // LTC as found in the signal: channel and rate with a confidence dot.
+        const QString probe = file.value("ltcProbe").toString();
+        auto* ltc = new QTableWidgetItem;
+        if (probe == "probing") {
+            ltc->setText("…");
+            ltc->setToolTip("Looking for LTC in the signal…");
+        } else if (probe == "found") {
+            const double confidence = file.value("ltcConfidence").toDouble();
+            const auto level =
+                confidence >= 0.55 ? LTCHealthStrip::Level::green : LTCHealthStrip::Level::amber;
+            ltc->setText(QString("● ch %1 · %2")
+                             .arg(file.value("ltcChannel").toInt())
+                             .arg(file.value("ltcRate").toString()));
+            ltc->setForeground(LTCHealthStrip::colorFor(level));
+            ltc->setToolTip(
+                QString("LTC on channel %1 at %2 fps, first frame %3; confidence %4 %")
+                    .arg(file.value("ltcChannel").toInt())
+                    .arg(file.value("ltcRate").toString(), file.value("ltcStart").toString())
+                    .arg(std::lround(confidence * 100)));
+        } else if (probe == "none") {
+            ltc->setText("–");
+            ltc->setToolTip("No LTC found on any channel");
+        }
+        if (field(file, {"isLTC"}).toBool()) {
+            ltc->setText(ltc->text() + "  (source)");
+            QFont bold = ltc->font();
+            bold.setBold(true);
+            ltc->setFont(bold);
+        }
+        const QString start = file.value("startTimecode").toString();
+        const QString existing = field(file, {"timecode", "existingTimecode"}).toString();
+        auto* startItem = new QTableWidgetItem(!start.isEmpty()     ? start
+                                               : existing.isEmpty() ? QString("–")
+                                                                    : existing + "  (file)");
+        startItem->setToolTip(!start.isEmpty()     ? "Start timecode stamped by the last run"
+                              : existing.isEmpty() ? QString()
+                                                   : "Timecode the file already carries");
+        auto* nameItem = new QTableWidgetItem(name);
+        nameItem->setToolTip(path);
+        nameItem->setData(Qt::UserRole, path);
+        fileTable_->setItem(row, fileColumn, nameItem);
+        fileTable_->setItem(row, formatColumn, new QTableWidgetItem(channelsFormat));
+        fileTable_->setItem(row, durationColumn,
+                            new QTableWidgetItem(durationText(
+                                field(file, {"durationSeconds", "duration"}).toDouble())));
+        fileTable_->setItem(row, ltcColumn, ltc);
+        fileTable_->setItem(row, startColumn, startItem);
+        auto* output = new QTableWidgetItem(file.value("output").toString());
+        output->setToolTip(output->text());
+        fileTable_->setItem(row, outputColumn, output);
+        fileTable_->setItem(
+            row, statusColumn,
+            statusCell(file.value("status").toString(), file.value("statusReason").toString()));
+        ++row;
+        for (const QVariant& childEntry : file.value("children").toList()) {
+            const QVariantMap child = childEntry.toMap();
+            auto* childName = new QTableWidgetItem("    └ " + child.value("name").toString());
+            childName->setData(Qt::UserRole, path);
+            fileTable_->setItem(row, fileColumn, childName);
+            for (int column : {formatColumn, ltcColumn}) {
+                fileTable_->setItem(row, column, new QTableWidgetItem);
+            }
+            fileTable_->setItem(
+                row, durationColumn,
+                new QTableWidgetItem(child.contains("durationSeconds")
+                                         ? durationText(child.value("durationSeconds").toDouble())
+                                         : QString()));
+            fileTable_->setItem(row, startColumn,
+                                new QTableWidgetItem(child.value("startTimecode").toString()));
+            fileTable_->setItem(row, outputColumn,
+                                new QTableWidgetItem(child.value("output").toString()));
+            fileTable_->setItem(row, statusColumn,
+                                statusCell(child.value("status").toString(),
+                                           child.value("statusReason").toString()));
+            ++row;
         }
     }
     clear_->setEnabled(!files.isEmpty());
@@ -651,9 +796,51 @@ void StampScreen::refreshBusy() {
                                          modePages_, outputFolder_, process_, analyze_}) {
         widget->setEnabled(!busy);
     }
-    cancel_->setEnabled(busy);
+    if (!busy) {
+        cancelling_ = false;
+        cancel_->setText("Cancel");
+    }
+    cancel_->setEnabled(busy && !cancelling_);
     if (!busy) {
         clear_->setEnabled(!toVariantList(value("files")).isEmpty());
+    }
+}
+
+void StampScreen::startProcessing() {
+    // A typed folder that does not exist yet is created once the user agrees.
+    if (!value("outputFolder").toString().trimmed().isEmpty()) {
+        bool exists = false;
+        QMetaObject::invokeMethod(&workflow_, "outputFolderExists", Qt::DirectConnection,
+                                  Q_RETURN_ARG(bool, exists));
+        if (!exists) {
+            if (!uiHooks().confirm(this, "Create output folder?",
+                                   QString("The output folder does not exist:\n%1\n\nCreate it "
+                                           "and stamp into it?")
+                                       .arg(value("outputFolder").toString()),
+                                   "Create Folder")) {
+                return;
+            }
+            bool created = false;
+            QMetaObject::invokeMethod(&workflow_, "createOutputFolder", Qt::DirectConnection,
+                                      Q_RETURN_ARG(bool, created));
+            if (!created) {
+                return;
+            }
+        }
+    }
+    invoke("process", false);
+}
+
+void StampScreen::removeSelectedFiles() {
+    QStringList paths;
+    for (const QModelIndex& index : fileTable_->selectionModel()->selectedRows(fileColumn)) {
+        const QString path = index.data(Qt::UserRole).toString();
+        if (!path.isEmpty() && !paths.contains(path)) {
+            paths.append(path);
+        }
+    }
+    if (!paths.isEmpty()) {
+        invoke("removeFiles", paths);
     }
 }
 
@@ -689,6 +876,8 @@ void StampScreen::askOutputConflicts() {
     askingConflicts_ = false;
     if (!choice.isEmpty()) {
         invoke("resolveOutputConflicts", choice);
+    } else {
+        invoke("dismissOutputConflicts");
     }
 }
 

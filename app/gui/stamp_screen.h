@@ -18,7 +18,9 @@ class QTableWidget;
 namespace norvane::gui {
 
 class CutTimelineStrip;
+class DayRuler;
 class DropArea;
+class LTCHealthStrip;
 class LogPane;
 class PathField;
 
@@ -64,6 +66,22 @@ class StampScreen : public QWidget {
     QLabel* statusLabel() const { return status_; }
     QPlainTextEdit* reportPane() const { return report_; }
     LogPane* logPane() const { return log_; }
+    DayRuler* dayRuler() const { return dayRuler_; }
+    LTCHealthStrip* healthStrip() const { return healthStrip_; }
+    // The bottom bar with the primary button, Cancel, progress and output folder.
+    QWidget* actionBar() const { return actionBar_; }
+
+    // Columns of the file table.
+    enum Column {
+        fileColumn,
+        formatColumn,
+        durationColumn,
+        ltcColumn,
+        startColumn,
+        outputColumn,
+        statusColumn,
+        columnCount
+    };
 
     void addFilesFromPicker();
     void addFolderFromPicker();
@@ -82,6 +100,8 @@ class StampScreen : public QWidget {
     void refreshBusy();
     void askLowConfidence();
     void askOutputConflicts();
+    void startProcessing();
+    void removeSelectedFiles();
     void invoke(const char* action);
     void invoke(const char* action, const QVariant& a);
     void invoke(const char* action, const QVariant& a, const QVariant& b);
@@ -122,6 +142,10 @@ class StampScreen : public QWidget {
     QLabel* status_;
     QPlainTextEdit* report_;
     LogPane* log_;
+    DayRuler* dayRuler_;
+    LTCHealthStrip* healthStrip_;
+    QWidget* actionBar_ = nullptr;
+    bool cancelling_ = false;
     bool askingLowConfidence_ = false;
     bool askingConflicts_ = false;
 };

@@ -40,7 +40,8 @@ UiHooks platformHooks() {
         for (const QString& choice : choices) {
             buttons.append(box.addButton(choice, QMessageBox::AcceptRole));
         }
-        box.addButton(QMessageBox::Cancel);
+        // Enter never picks a choice that replaces or writes files.
+        box.setDefaultButton(box.addButton(QMessageBox::Cancel));
         box.exec();
         const auto index = buttons.indexOf(qobject_cast<QPushButton*>(box.clickedButton()));
         return index >= 0 ? choices[index] : QString();

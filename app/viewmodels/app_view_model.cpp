@@ -16,7 +16,13 @@ AppViewModel::AppViewModel(const std::filesystem::path& settingsFile, QObject* p
       settings_(std::make_unique<SettingsViewModel>(*store_)),
       stamp_(std::make_unique<StampWorkflow>(*store_, cancellationToken_)),
       polySplit_(std::make_unique<PolySplitWorkflow>(*store_)),
-      timelineRebuild_(std::make_unique<TimelineRebuildWorkflow>(*store_)) {}
+      timelineRebuild_(std::make_unique<TimelineRebuildWorkflow>(*store_)) {
+    // Each tool starts the next launch in the folder it last wrote to.
+    connect(stamp_.get(), &StampWorkflow::outputFolderUsed, settings_.get(),
+            &SettingsViewModel::setDefaultOutputFolderPath);
+    connect(polySplit_.get(), &PolySplitWorkflow::outputFolderUsed, settings_.get(),
+            &SettingsViewModel::setPolySplitDefaultOutputFolderPath);
+}
 
 AppViewModel::~AppViewModel() {
     // Stop long work first so nothing runs while the workflows go away.

@@ -10,6 +10,7 @@
 #include "app/viewmodels/view_model_support.h"
 #include "core/common/error.h"
 #include "core/common/text.h"
+#include "core/settings/output_folder.h"
 #include "core/split/poly_wav_split_processor.h"
 
 namespace norvane {
@@ -31,7 +32,9 @@ PolySplitWorkflow::PolySplitWorkflow(const AppSettingsStore& settings, QObject* 
     : QObject(parent),
       outputFolder_(toQString(settings.polySplitDefaultOutputFolderURL())),
       appendTrackNames_(settings.polySplitAppendTrackNames()),
-      polySplitTask_(this) {}
+      polySplitTask_(this) {
+    savedOutputFolder_ = outputFolder_;
+}
 
 PolySplitWorkflow::~PolySplitWorkflow() = default;
 
@@ -77,6 +80,7 @@ void PolySplitWorkflow::setPolySplitAppendTrackNames(bool append) {
 
 void PolySplitWorkflow::setOutputFolder(const QString& path) {
     if (outputFolder_ != path) {
+        outputFolderChosen_ = true;
         outputFolder_ = path;
         emit polySplitOutputFolderChanged();
     }
@@ -98,6 +102,16 @@ void PolySplitWorkflow::addFiles(const QStringList& paths) {
         inputURLs_ = merged;
         emit polySplitInputURLsChanged();
     }
+    if (!outputFolderChosen_ && !found.empty()) {
+        // Outputs go beside the recordings unless a folder was chosen before.
+        const QString beside = toQString(defaultOutputFolder(toPath(savedOutputFolder_),
+                                                             AppSettingsStore::homeDirectoryPath(),
+                                                             toPath(inputURLs_.front()), "Split"));
+        if (beside != outputFolder_) {
+            outputFolder_ = beside;
+            emit polySplitOutputFolderChanged();
+        }
+    }
     const QString count = QString::number(inputURLs_.size());
     setStatus(inputURLs_.isEmpty()
                   ? QStringLiteral("No WAV files in selection.")
@@ -116,6 +130,13 @@ void PolySplitWorkflow::startSplit() {
     if (inputURLs_.isEmpty()) {
         setStatus(QStringLiteral("Add at least one WAV file."));
         appendLog(QStringLiteral("Split aborted: no input files."));
+        return;
+    }
+    if (!outputFolderExists()) {
+        // Nothing starts: the screen offers to create the folder first.
+        const QString reason = QStringLiteral("The output folder does not exist: ") + outputFolder_;
+        setStatus(reason);
+        appendLog(QStringLiteral("Split aborted: ") + reason);
         return;
     }
     const bool overwrite = overwriteExisting_;
@@ -167,6 +188,7 @@ void PolySplitWorkflow::startSplit() {
                           QString::number(outcome.report->outputPaths.size()) +
                           QStringLiteral(" file(s) written."));
                 setProgress(1.0);
+                emit outputFolderUsed(outputFolder_);
             } else if (outcome.cancelled) {
                 appendLog(QStringLiteral("Split cancelled."));
                 setStatus(QStringLiteral("Cancelled"));
@@ -182,6 +204,42 @@ void PolySplitWorkflow::startSplit() {
 
 void PolySplitWorkflow::cancelSplit() {
     polySplitTask_.cancel();
+}
+
+void PolySplitWorkflow::removeFiles(const QStringList& paths) {
+    if (isProcessing_) {
+        return;
+    }
+    const auto before = inputURLs_.size();
+    inputURLs_.removeIf([&](const QString& url) { return paths.contains(url); });
+    if (inputURLs_.size() != before) {
+        emit polySplitInputURLsChanged();
+        setStatus(QStringLiteral("Loaded ") + QString::number(inputURLs_.size()) +
+                  QStringLiteral(" file(s)."));
+    }
+}
+
+bool PolySplitWorkflow::outputFolderExists() const {
+    std::error_code error;
+    return !outputFolder_.trimmed().isEmpty() && fs::is_directory(toPath(outputFolder_), error);
+}
+
+bool PolySplitWorkflow::createOutputFolder() {
+    std::error_code error;
+    const fs::path folder = toPath(outputFolder_);
+    if (!outputFolder_.trimmed().isEmpty()) {
+        fs::create_directories(folder, error);
+    }
+    if (outputFolder_.trimmed().isEmpty() || error || !fs::is_directory(folder, error)) {
+        const QString reason =
+            QStringLiteral("Cannot create the output folder ") + outputFolder_ +
+            (error ? QStringLiteral(": ") + toQString(error.message()) : QString());
+        setStatus(reason);
+        appendLog(reason);
+        return false;
+    }
+    appendLog(QStringLiteral("Created the output folder ") + outputFolder_ + QStringLiteral("."));
+    return true;
 }
 
 }  // namespace norvane

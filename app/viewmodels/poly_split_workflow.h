@@ -57,6 +57,12 @@ class PolySplitWorkflow : public QObject {
     // Starts the split of the whole list (cancelling a split still running).
     Q_INVOKABLE void startSplit();
     Q_INVOKABLE void cancelSplit();
+    // Takes files off the list (the Delete key, the context menu).
+    Q_INVOKABLE void removeFiles(const QStringList& paths);
+    // Whether the output folder exists; a missing one is created only after
+    // the user agreed, through createOutputFolder.
+    Q_INVOKABLE bool outputFolderExists() const;
+    Q_INVOKABLE bool createOutputFolder();
 
   signals:
     void polySplitInputURLsChanged();
@@ -67,6 +73,8 @@ class PolySplitWorkflow : public QObject {
     void polySplitLogLinesChanged();
     void polySplitOverwriteExistingChanged();
     void polySplitAppendTrackNamesChanged();
+    // A split wrote into `folder`: the place to remember for the next launch.
+    void outputFolderUsed(const QString& folder);
 
   private:
     void appendLog(const QString& message);
@@ -76,6 +84,8 @@ class PolySplitWorkflow : public QObject {
 
     QStringList inputURLs_;
     QString outputFolder_;
+    QString savedOutputFolder_;        // from the settings, before any file is known
+    bool outputFolderChosen_ = false;  // the user set the output folder
     bool isProcessing_ = false;
     double progress_ = 0;
     QString statusMessage_;

@@ -12,7 +12,9 @@
 #include "core/common/error.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
+#include "core/settings/output_folder.h"
 #include "core/stamp/grouping.h"
+#include "core/stamp/ltc_health.h"
 #include "core/timecode/timecode.h"
 
 namespace norvane {
@@ -97,7 +99,11 @@ StampWorkflow::StampWorkflow(const AppSettingsStore& settings, CancellationToken
       reportText_(QString::fromLatin1(kInitialReportText)),
       logLines_{QString::fromLatin1(kInitialLogLine)},
       analyzeTask_(this),
-      processTask_(this) {}
+      processTask_(this),
+      probeTask_(this),
+      healthTask_(this) {
+    defaultOutputFolder_ = outputFolder_;
+}
 
 StampWorkflow::~StampWorkflow() {
     token_.cancel();
@@ -120,6 +126,7 @@ void StampWorkflow::setMode(const QString& text) {
     if (processingModeFromLabel(toStdString(text)) && text != mode_) {
         assign(mode_, text, &StampWorkflow::modeChanged);
         refreshGroupingPreview();
+        refreshLTCHealth();
     }
 }
 
@@ -165,7 +172,10 @@ void StampWorkflow::setLTCChannelChoice(int channel) {
     if (channel < 0 || channel > selectedLTCChannelCount_) {
         channel = 0;
     }
-    assign(ltcChannelChoice_, channel, &StampWorkflow::ltcChannelChoiceChanged);
+    if (channel != ltcChannelChoice_) {
+        assign(ltcChannelChoice_, channel, &StampWorkflow::ltcChannelChoiceChanged);
+        refreshLTCHealth();
+    }
 }
 
 void StampWorkflow::refreshSelectedLTCChannels() {
@@ -191,16 +201,47 @@ void StampWorkflow::setCutDiscontinuityThreshold(int frames) {
 }
 
 void StampWorkflow::setOutputFolder(const QString& path) {
+    if (path != outputFolder_) {
+        outputFolderChosen_ = true;
+    }
     assign(outputFolder_, path, &StampWorkflow::outputFolderChanged);
 }
 
+bool StampWorkflow::outputFolderExists() const {
+    std::error_code error;
+    return !outputFolder_.trimmed().isEmpty() && fs::is_directory(toPath(outputFolder_), error);
+}
+
+bool StampWorkflow::createOutputFolder() {
+    std::error_code error;
+    const fs::path folder = toPath(outputFolder_);
+    if (outputFolder_.trimmed().isEmpty()) {
+        setStatus(QStringLiteral("Choose an output folder."));
+        return false;
+    }
+    fs::create_directories(folder, error);
+    if (error || !fs::is_directory(folder)) {
+        const QString reason = QStringLiteral("Cannot create the output folder ") + outputFolder_ +
+                               QStringLiteral(": ") +
+                               toQString(error ? error.message() : std::string("not a folder"));
+        setStatus(reason);
+        appendLog(QStringLiteral("[error] ") + reason);
+        return false;
+    }
+    appendLog(QStringLiteral("[info] Created the output folder ") + outputFolder_ +
+              QStringLiteral("."));
+    return true;
+}
+
 void StampWorkflow::setSelectedLTCFile(const QString& path) {
+    userChoseLTC_ = !path.isEmpty();
     assign(selectedLTCFile_, path, &StampWorkflow::selectedLTCFileChanged);
     for (auto& descriptor : descriptors_) {
         descriptor.isLTC = !path.isEmpty() && toQString(descriptor.url) == path;
     }
     publishFiles();
     refreshSelectedLTCChannels();
+    refreshLTCHealth();
 }
 
 void StampWorkflow::setGroupLTCChannel(const QString& groupID, int channel) {
@@ -249,6 +290,7 @@ void StampWorkflow::ingest(const QStringList& paths) {
         frameRatePresetFromLabel(toStdString(frameRatePreset_)).value_or(FrameRatePreset::auto_);
     QVariantList rows = files_;
     QStringList ignored = ignoredFiles_;
+    std::vector<fs::path> added;
     int loaded = 0;
     for (const fs::path& path : found) {
         const QString text = toQString(path);
@@ -280,7 +322,9 @@ void StampWorkflow::ingest(const QStringList& paths) {
             row.insert(QStringLiteral("sampleRate"), static_cast<qint64>(descriptor.sampleRate));
             row.insert(QStringLiteral("channels"), static_cast<qint64>(descriptor.channels));
             row.insert(QStringLiteral("frameCount"), static_cast<qint64>(descriptor.frameCount));
+            row.insert(QStringLiteral("ltcProbe"), QStringLiteral("probing"));
             rows.append(row);
+            added.push_back(path);
             descriptors_.push_back(std::move(descriptor));
             ++loaded;
         } catch (const WAVError&) {
@@ -305,6 +349,14 @@ void StampWorkflow::ingest(const QStringList& paths) {
         return;
     }
     assign(files_, rows, &StampWorkflow::filesChanged);
+    if (!outputFolderChosen_ && !descriptors_.empty()) {
+        // Outputs go beside the recordings unless a folder was chosen before.
+        assign(outputFolder_,
+               toQString(defaultOutputFolder(toPath(defaultOutputFolder_),
+                                             AppSettingsStore::homeDirectoryPath(),
+                                             descriptors_.front().url, "Stamped")),
+               &StampWorkflow::outputFolderChanged);
+    }
     if (selectedLTCFile_.isEmpty()) {
         const auto carrier = std::find_if(descriptors_.begin(), descriptors_.end(),
                                           [](const FileDescriptor& d) { return d.isLTC; });
@@ -319,6 +371,406 @@ void StampWorkflow::ingest(const QStringList& paths) {
     appendLog(QStringLiteral("[info] Loaded ") + QString::number(loaded) +
               QStringLiteral(" WAV files from drop event."));
     refreshGroupingPreview();
+    refreshLTCHealth();
+    if (!added.empty()) {
+        startProbing(added);
+    }
+}
+
+void StampWorkflow::startProbing(const std::vector<fs::path>& paths) {
+    assign(isProbing_, true, &StampWorkflow::isProbingChanged);
+    // A newer ingest supersedes this one: probe what is still unprobed then.
+    std::vector<fs::path> pending;
+    for (const QVariant& value : files_) {
+        const QVariantMap row = value.toMap();
+        if (row.value(QStringLiteral("ltcProbe")).toString() == QStringLiteral("probing")) {
+            pending.push_back(toPath(row.value(QStringLiteral("path")).toString()));
+        }
+    }
+    if (pending.empty()) {
+        pending = paths;
+    }
+    probeTask_.start([this, pending](const BackgroundTask::Context& task) {
+        for (const fs::path& path : pending) {
+            if (task.stopRequested()) {
+                return;
+            }
+            std::optional<LTCProbe> probe;
+            try {
+                probe = probeLTC(WAVFile(path));
+            } catch (const std::exception&) {
+                probe.reset();
+            }
+            task.post([this, path, probe] {
+                QVariantList rows = files_;
+                const bool listed = editRow(rows, toQString(path), [&](QVariantMap& row) {
+                    row.insert(QStringLiteral("ltcProbe"),
+                               probe ? QStringLiteral("found") : QStringLiteral("none"));
+                    if (probe) {
+                        row.insert(QStringLiteral("ltcChannel"),
+                                   static_cast<int>(probe->channelIndex + 1));
+                        row.insert(QStringLiteral("ltcRate"), toQString(probe->rate.label));
+                        row.insert(QStringLiteral("ltcConfidence"), probe->confidence);
+                        row.insert(QStringLiteral("ltcStart"),
+                                   toQString(probe->timecode.description()));
+                        row.insert(QStringLiteral("ltcFirstValidSample"),
+                                   static_cast<qint64>(probe->firstValidSample));
+                        // The file's first sample, in seconds since midnight.
+                        const double rate = row.value(QStringLiteral("sampleRate")).toDouble();
+                        row.insert(
+                            QStringLiteral("ltcStartSeconds"),
+                            TimecodeMath::secondsForFrames(
+                                TimecodeMath::frameCount(probe->timecode, probe->rate),
+                                probe->rate) -
+                                (rate > 0 ? static_cast<double>(probe->firstValidSample) / rate
+                                          : 0.0));
+                    }
+                });
+                if (listed) {
+                    assign(files_, rows, &StampWorkflow::filesChanged);
+                }
+            });
+        }
+        task.post([this] {
+            assign(isProbing_, false, &StampWorkflow::isProbingChanged);
+            chooseLTCFromProbes();
+            refreshGroupingPreview();
+            refreshDayRuler();
+        });
+    });
+}
+
+bool StampWorkflow::editRow(QVariantList& rows, const QString& path,
+                            const std::function<void(QVariantMap&)>& edit) {
+    for (QVariant& value : rows) {
+        QVariantMap row = value.toMap();
+        if (row.value(QStringLiteral("path")).toString() == path) {
+            edit(row);
+            value = row;
+            return true;
+        }
+    }
+    return false;
+}
+
+void StampWorkflow::chooseLTCFromProbes() {
+    if (userChoseLTC_) {
+        return;
+    }
+    QString best;
+    double bestConfidence = -1;
+    int channel = 0;
+    QString rate;
+    for (const QVariant& value : files_) {
+        const QVariantMap row = value.toMap();
+        if (row.value(QStringLiteral("ltcProbe")).toString() != QStringLiteral("found")) {
+            continue;
+        }
+        // Near ties go to a file named for its LTC, then to the one with fewer
+        // tracks (a dedicated LTC track rather than a take that also carries it).
+        const double confidence =
+            row.value(QStringLiteral("ltcConfidence")).toDouble() +
+            (looksLikeLTC(toPath(row.value(QStringLiteral("path")).toString())) ? 0.05 : 0.0) -
+            0.001 * row.value(QStringLiteral("channels")).toDouble();
+        if (confidence > bestConfidence) {
+            bestConfidence = confidence;
+            best = row.value(QStringLiteral("path")).toString();
+            channel = row.value(QStringLiteral("ltcChannel")).toInt();
+            rate = row.value(QStringLiteral("ltcRate")).toString();
+        }
+    }
+    if (best.isEmpty()) {
+        refreshLTCHealth();
+        return;  // nothing decodes: the name-based guess stays
+    }
+    if (best != selectedLTCFile_) {
+        assign(selectedLTCFile_, best, &StampWorkflow::selectedLTCFileChanged);
+        for (auto& descriptor : descriptors_) {
+            descriptor.isLTC = toQString(descriptor.url) == best;
+        }
+        publishFiles();
+        refreshSelectedLTCChannels();
+    }
+    appendLog(QStringLiteral("[info] LTC found on channel ") + QString::number(channel) +
+              QStringLiteral(" of ") + fileNameOf(best) + QStringLiteral(" (") + rate +
+              QStringLiteral(" fps)."));
+    refreshLTCHealth();
+}
+
+bool StampWorkflow::selectedLTCIsRecording() const {
+    return std::any_of(descriptors_.begin(), descriptors_.end(), [&](const FileDescriptor& d) {
+        return !selectedLTCFile_.isEmpty() && toQString(d.url) == selectedLTCFile_ &&
+               d.channels > 1;
+    });
+}
+
+void StampWorkflow::refreshLTCHealth() {
+    const bool grouped =
+        processingModeFromLabel(toStdString(mode_)) == ProcessingMode::groupedBatch;
+    if (selectedLTCFile_.isEmpty() || grouped) {
+        healthTask_.discard();
+        assign(ltcHealth_, QVariantMap{}, &StampWorkflow::ltcHealthChanged);
+        return;
+    }
+    int channel = ltcChannelChoice_;
+    for (const QVariant& value : files_) {
+        const QVariantMap row = value.toMap();
+        if (channel == 0 && row.value(QStringLiteral("path")).toString() == selectedLTCFile_) {
+            channel = row.value(QStringLiteral("ltcChannel")).toInt();
+        }
+    }
+    const fs::path path = toPath(selectedLTCFile_);
+    const auto rate = frameRateConfig(
+        frameRatePresetFromLabel(toStdString(frameRatePreset_)).value_or(FrameRatePreset::auto_));
+    const std::int64_t channelIndex = std::max(channel, 1) - 1;
+    healthTask_.start([this, path, rate, channelIndex](const BackgroundTask::Context& task) {
+        QVariantMap map;
+        try {
+            const LTCHealth health = measureLTCHealth(WAVFile(path), channelIndex, rate);
+            QVariantList envelope;
+            for (float peak : health.envelope) {
+                envelope.append(static_cast<double>(peak));
+            }
+            QVariantList stretches;
+            for (const auto& stretch : health.stretches) {
+                const LTCHealthLevel level = healthLevel(stretch.confidence);
+                stretches.append(QVariantMap{
+                    {QStringLiteral("begin"), static_cast<qint64>(stretch.beginSample)},
+                    {QStringLiteral("end"), static_cast<qint64>(stretch.endSample)},
+                    {QStringLiteral("level"), level == LTCHealthLevel::green   ? "green"
+                                              : level == LTCHealthLevel::amber ? "amber"
+                                                                               : "red"}});
+            }
+            map =
+                QVariantMap{{QStringLiteral("path"), toQString(path)},
+                            {QStringLiteral("fileName"), toQString(path.filename().string())},
+                            {QStringLiteral("channel"), static_cast<int>(health.channelIndex + 1)},
+                            {QStringLiteral("rate"),
+                             health.rate ? toQString(health.rate->label) : QStringLiteral("")},
+                            {QStringLiteral("frameCount"), static_cast<qint64>(health.frameCount)},
+                            {QStringLiteral("sampleRate"), static_cast<qint64>(health.sampleRate)},
+                            {QStringLiteral("firstValidSample"),
+                             static_cast<qint64>(health.firstValidSample.value_or(-1))},
+                            {QStringLiteral("envelope"), envelope},
+                            {QStringLiteral("stretches"), stretches}};
+        } catch (const std::exception&) {
+            map.clear();
+        }
+        task.post([this, map] { assign(ltcHealth_, map, &StampWorkflow::ltcHealthChanged); });
+    });
+}
+
+void StampWorkflow::refreshDayRuler() {
+    QVariantList bars;
+    for (const QVariant& value : files_) {
+        const QVariantMap row = value.toMap();
+        const double duration = row.value(QStringLiteral("durationSeconds")).toDouble();
+        const QVariantList children = row.value(QStringLiteral("children")).toList();
+        if (!children.isEmpty()) {
+            for (const QVariant& child : children) {
+                const QVariantMap segment = child.toMap();
+                if (segment.contains(QStringLiteral("startSeconds"))) {
+                    bars.append(QVariantMap{
+                        {QStringLiteral("label"), segment.value(QStringLiteral("name"))},
+                        {QStringLiteral("startSeconds"),
+                         segment.value(QStringLiteral("startSeconds"))},
+                        {QStringLiteral("durationSeconds"),
+                         segment.value(QStringLiteral("durationSeconds"))},
+                        {QStringLiteral("rate"), segment.value(QStringLiteral("rate"))},
+                        {QStringLiteral("status"), segment.value(QStringLiteral("status"))},
+                        {QStringLiteral("isLTC"), false}});
+                }
+            }
+            continue;
+        }
+        QVariant start = row.value(QStringLiteral("startSeconds"));
+        QVariant rate = row.value(QStringLiteral("rate"));
+        if (!start.isValid() && row.contains(QStringLiteral("ltcStartSeconds"))) {
+            start = row.value(QStringLiteral("ltcStartSeconds"));
+            rate = row.value(QStringLiteral("ltcRate"));
+        }
+        if (!start.isValid()) {
+            continue;
+        }
+        bars.append(QVariantMap{{QStringLiteral("label"), row.value(QStringLiteral("fileName"))},
+                                {QStringLiteral("startSeconds"), start},
+                                {QStringLiteral("durationSeconds"), duration},
+                                {QStringLiteral("rate"), rate},
+                                {QStringLiteral("status"), row.value(QStringLiteral("status"))},
+                                {QStringLiteral("isLTC"), row.value(QStringLiteral("isLTC"))}});
+    }
+    assign(dayRuler_, bars, &StampWorkflow::dayRulerChanged);
+}
+
+void StampWorkflow::clearResults() {
+    QVariantList rows = files_;
+    for (QVariant& value : rows) {
+        QVariantMap row = value.toMap();
+        for (const char* key : {"startTimecode", "startSeconds", "rate", "output", "status",
+                                "statusReason", "children"}) {
+            row.remove(QLatin1String(key));
+        }
+        value = row;
+    }
+    assign(files_, rows, &StampWorkflow::filesChanged);
+    refreshDayRuler();
+}
+
+void StampWorkflow::applyResults(const ProcessingReport& report,
+                                 const std::vector<ProcessingJob>& jobs) {
+    const bool cut = std::all_of(jobs.begin(), jobs.end(),
+                                 [](const ProcessingJob& job) {
+                                     return job.mode == ProcessingMode::cutDetect;
+                                 }) &&
+                     !jobs.empty();
+    const auto startText = [](const ProcessedFileRecord& record) {
+        return toQString(record.stampedStartTimecode) + QStringLiteral(" @ ") +
+               toQString(record.frameRate);
+    };
+    const auto startSeconds = [](const ProcessedFileRecord& record) -> QVariant {
+        try {
+            if (record.sampleRate > 0 && !record.timeReferenceSamples.empty()) {
+                return static_cast<double>(std::stoll(record.timeReferenceSamples)) /
+                       static_cast<double>(record.sampleRate);
+            }
+        } catch (const std::exception&) {
+        }
+        return {};
+    };
+    const auto recordStatus = [](const ProcessedFileRecord& record, QVariantMap& into) {
+        if (record.status != "ok") {
+            into.insert(QStringLiteral("status"), QStringLiteral("failed"));
+            into.insert(QStringLiteral("statusReason"), toQString(record.errorCode));
+        } else if (!record.warning.empty()) {
+            into.insert(QStringLiteral("status"), QStringLiteral("warning"));
+            into.insert(QStringLiteral("statusReason"), toQString(record.warning));
+        } else {
+            into.insert(QStringLiteral("status"), QStringLiteral("ok"));
+            into.insert(QStringLiteral("statusReason"), QStringLiteral("Stamped"));
+        }
+    };
+
+    QVariantList rows = files_;
+    for (QVariant& value : rows) {
+        QVariantMap row = value.toMap();
+        const std::string path = toStdString(row.value(QStringLiteral("path")).toString());
+        const std::string name = fs::path(path).filename().string();
+        std::vector<const ProcessedFileRecord*> mine;
+        for (const auto& record : report.records) {
+            if (record.sourceFile == name) {
+                mine.push_back(&record);
+            }
+        }
+        if (cut && !mine.empty()) {
+            QVariantList children;
+            int failed = 0;
+            for (const ProcessedFileRecord* record : mine) {
+                QVariantMap child{{QStringLiteral("name"),
+                                   QStringLiteral("Segment ") + toQString(record->segmentIndex)},
+                                  {QStringLiteral("output"), toQString(record->outputFile)},
+                                  {QStringLiteral("rate"), toQString(record->frameRate)}};
+                if (!record->stampedStartTimecode.empty()) {
+                    child.insert(QStringLiteral("startTimecode"), startText(*record));
+                }
+                if (const QVariant start = startSeconds(*record); start.isValid()) {
+                    child.insert(QStringLiteral("startSeconds"), start);
+                }
+                try {
+                    const double rate = static_cast<double>(record->sampleRate);
+                    if (rate > 0 && !record->segmentLengthSamples.empty()) {
+                        child.insert(
+                            QStringLiteral("durationSeconds"),
+                            static_cast<double>(std::stoll(record->segmentLengthSamples)) / rate);
+                    }
+                } catch (const std::exception&) {
+                }
+                recordStatus(*record, child);
+                failed += record->status != "ok" ? 1 : 0;
+                children.append(child);
+            }
+            row.insert(QStringLiteral("children"), children);
+            row.insert(QStringLiteral("output"),
+                       QString::number(children.size()) + QStringLiteral(" segments"));
+            row.insert(QStringLiteral("status"),
+                       failed > 0 ? QStringLiteral("failed") : QStringLiteral("ok"));
+            row.insert(QStringLiteral("statusReason"),
+                       failed > 0 ? QString::number(failed) + QStringLiteral(" segment(s) failed")
+                                  : QStringLiteral("Stamped"));
+        } else if (!mine.empty()) {
+            const ProcessedFileRecord& record = *mine.front();
+            if (!record.stampedStartTimecode.empty()) {
+                row.insert(QStringLiteral("startTimecode"), startText(record));
+            }
+            if (const QVariant start = startSeconds(record); start.isValid()) {
+                row.insert(QStringLiteral("startSeconds"), start);
+            }
+            row.insert(QStringLiteral("rate"), toQString(record.frameRate));
+            row.insert(QStringLiteral("output"), toQString(record.outputFile));
+            recordStatus(record, row);
+        } else {
+            // Not written: the LTC source of a job, or a file of a failed job.
+            for (std::size_t i = 0; i < jobs.size(); ++i) {
+                const ProcessingJob& job = jobs[i];
+                const JobReport* jobReport = i < report.jobs.size() ? &report.jobs[i] : nullptr;
+                const bool target = std::find(job.targetFileURLs.begin(), job.targetFileURLs.end(),
+                                              fs::path(path)) != job.targetFileURLs.end();
+                if (jobReport && jobReport->error && (target || job.ltcFileURL == path)) {
+                    row.insert(QStringLiteral("status"), QStringLiteral("failed"));
+                    row.insert(QStringLiteral("statusReason"), toQString(*jobReport->error));
+                    break;
+                }
+                if (job.ltcFileURL == path) {
+                    for (const auto& record : report.records) {
+                        if (record.ltcFile == name && !record.stampedStartTimecode.empty()) {
+                            row.insert(QStringLiteral("startTimecode"), startText(record));
+                            row.insert(QStringLiteral("rate"), toQString(record.frameRate));
+                            break;
+                        }
+                    }
+                    row.insert(QStringLiteral("output"), QStringLiteral("(LTC source)"));
+                    row.insert(QStringLiteral("status"), QStringLiteral("ltc"));
+                    row.insert(QStringLiteral("statusReason"),
+                               QStringLiteral("Read for its LTC; not written (tick \"Also stamp "
+                                              "LTC-only files\" to write it)"));
+                    break;
+                }
+            }
+        }
+        value = row;
+    }
+    assign(files_, rows, &StampWorkflow::filesChanged);
+    refreshDayRuler();
+}
+
+void StampWorkflow::removeFiles(const QStringList& paths) {
+    if (isProcessing_ || isAnalyzingCuts_ || paths.isEmpty()) {
+        return;
+    }
+    QVariantList rows;
+    for (const QVariant& value : files_) {
+        if (!paths.contains(value.toMap().value(QStringLiteral("path")).toString())) {
+            rows.append(value);
+        }
+    }
+    std::erase_if(descriptors_,
+                  [&](const FileDescriptor& d) { return paths.contains(toQString(d.url)); });
+    assign(files_, rows, &StampWorkflow::filesChanged);
+    if (paths.contains(selectedLTCFile_)) {
+        userChoseLTC_ = false;
+        assign(selectedLTCFile_, QString{}, &StampWorkflow::selectedLTCFileChanged);
+        chooseLTCFromProbes();
+    }
+    refreshSelectedLTCChannels();
+    setStatus(QString::number(descriptors_.size()) + QStringLiteral(" WAV file(s) listed."));
+    refreshGroupingPreview();
+    refreshDayRuler();
+}
+
+void StampWorkflow::dismissOutputConflicts() {
+    assign(pendingOutputConflicts_, QStringList{}, &StampWorkflow::pendingOutputConflictsChanged);
+    setStatus(QStringLiteral("Nothing written: outputs already exist."));
+    setProgressMessage(QString{});
+    setProgressPercent(0);
 }
 
 void StampWorkflow::clearFiles() {
@@ -339,6 +791,14 @@ void StampWorkflow::clearFiles() {
     assign(pendingLowConfidence_, false, &StampWorkflow::pendingLowConfidenceChanged);
     assign(reportText_, QString::fromLatin1(kInitialReportText), &StampWorkflow::reportTextChanged);
     setStatus(QString{});
+    setProgressMessage(QString{});
+    setProgressPercent(0);
+    probeTask_.discard();
+    healthTask_.discard();
+    assign(isProbing_, false, &StampWorkflow::isProbingChanged);
+    assign(ltcHealth_, QVariantMap{}, &StampWorkflow::ltcHealthChanged);
+    assign(dayRuler_, QVariantList{}, &StampWorkflow::dayRulerChanged);
+    userChoseLTC_ = false;
     refreshGroupingPreview();
 }
 
@@ -390,8 +850,26 @@ void StampWorkflow::refreshGroupingPreview() {
             channelIndex = Grouping::clampedChannelIndex(overrideIt->toLongLong(), channels);
         }
         std::optional<fs::path> ltc;
+        // The member whose signal decodes best, from the ingest probes.
+        std::optional<fs::path> probed;
+        int probedChannel = 0;
+        double probedConfidence = -1;
+        for (const auto& member : members) {
+            for (const QVariant& value : files_) {
+                const QVariantMap row = value.toMap();
+                if (row.value(QStringLiteral("path")).toString() == toQString(member.url) &&
+                    row.value(QStringLiteral("ltcProbe")).toString() == QStringLiteral("found") &&
+                    row.value(QStringLiteral("ltcConfidence")).toDouble() > probedConfidence) {
+                    probed = member.url;
+                    probedChannel = row.value(QStringLiteral("ltcChannel")).toInt();
+                    probedConfidence = row.value(QStringLiteral("ltcConfidence")).toDouble();
+                }
+            }
+        }
         if (const auto chosen = userGroupLTC_.find(key); chosen != userGroupLTC_.end()) {
             ltc = chosen->second;
+        } else if (probed) {
+            ltc = probed;
         } else if (grouped) {
             // Resolving decodes the group's files; only worth it in grouped mode.
             try {
@@ -415,7 +893,11 @@ void StampWorkflow::refreshGroupingPreview() {
                     QStringLiteral(" | LTC file: ") +
                     (ltc ? toQString(ltc->filename().string()) : QStringLiteral("unresolved")) +
                     QStringLiteral(" | LTC Audio CH: ") +
-                    (channelIndex ? QString::number(*channelIndex + 1) : QStringLiteral("auto")));
+                    (channelIndex ? QString::number(*channelIndex + 1)
+                     : (probed && ltc == probed && probedChannel > 0)
+                         ? QStringLiteral("auto (found on ") + QString::number(probedChannel) +
+                               QStringLiteral(")")
+                         : QStringLiteral("auto")));
     }
     if (!ruleOK || groups.empty()) {
         commonChannels = descriptors_.empty() ? 0 : Grouping::commonChannelCount(descriptors_);
@@ -451,7 +933,11 @@ ProcessingOptions StampWorkflow::buildOptions(
     options.outputFolder = toPath(outputFolder_);
     options.forceLowConfidence =
         confirmed || settings_.lowConfidenceBehavior() == LowConfidenceBehavior::alwaysProceed;
-    options.includeLTCOutputs = includeLTCOutputs_;
+    // A recording that carries its own LTC on one of its tracks is stamped
+    // like any stem; the switch decides only for files that are LTC alone.
+    options.includeLTCOutputs =
+        includeLTCOutputs_ ||
+        (options.mode != ProcessingMode::groupedBatch && selectedLTCIsRecording());
     options.groupingConfig = GroupingConfig::make(
         groupingMethodFromLabel(toStdString(groupingMethod_))
             .value_or(GroupingMethod::durationExact),
@@ -611,7 +1097,18 @@ void StampWorkflow::startProcessing(bool confirmed,
     if (isProcessing_ || isAnalyzingCuts_) {
         return;
     }
+    if (!outputFolderExists()) {
+        // Nothing starts: the screen offers to create the folder first.
+        const QString reason =
+            outputFolder_.trimmed().isEmpty()
+                ? QStringLiteral("Choose an output folder.")
+                : QStringLiteral("The output folder does not exist: ") + outputFolder_;
+        setStatus(reason);
+        appendLog(QStringLiteral("[error] ") + reason);
+        return;
+    }
     lastRunConfirmed_ = confirmed;
+    clearResults();
     token_.reset();
     assign(isProcessing_, true, &StampWorkflow::isProcessingChanged);
     setStatus(QStringLiteral("Processing..."));
@@ -729,7 +1226,9 @@ void StampWorkflow::startProcessing(bool confirmed,
                 processor_.run(files, selected, options, progress, isCancelled);
             const QString text = toQString(norvane::reportText(report));
             const auto written = report.outputFiles.size();
-            task.post([this, text, written] {
+            task.post([this, text, written, report, jobs] {
+                applyResults(report, jobs);
+                emit outputFolderUsed(outputFolder_);
                 setStatus(QStringLiteral("Success"));
                 assign(reportText_, text, &StampWorkflow::reportTextChanged);
                 assign(pendingLowConfidence_, false, &StampWorkflow::pendingLowConfidenceChanged);
@@ -763,6 +1262,8 @@ void StampWorkflow::startProcessing(bool confirmed,
                                             : QStringLiteral("Processing failed"));
                 }
                 assign(reportText_, description, &StampWorkflow::reportTextChanged);
+                setProgressMessage(needsConfirmation ? QStringLiteral("Awaiting confirmation")
+                                                     : QStringLiteral("Failed"));
                 assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
                 appendLog(QStringLiteral("[error] ") + description);
             });

@@ -27,7 +27,19 @@ namespace norvane {
 //
 // Rows for the screens:
 //   files: {fileName, path, format, durationSeconds, timecode, isLTC, sampleRate,
-//           channels, frameCount}
+//           channels, frameCount,
+//           ltcProbe ("probing", "found", "none"), ltcChannel (1-based), ltcRate,
+//           ltcConfidence, ltcStart (timecode of the first frame found)  — from the
+//           signal, probed in the background on ingest;
+//           startTimecode ("10:00:00:00 @ 23.976"), output, status ("ok", "warning",
+//           "failed", "ltc" for an LTC source not written), statusReason,
+//           children (segment rows of a cut take: {name, startTimecode, output,
+//           status, statusReason})  — from the last run}
+//   dayRuler: {label, startSeconds (since midnight), durationSeconds, rate, status,
+//              isLTC} per file, group or segment at its stamped (or probed) start
+//   ltcHealth: {path, fileName, channel, rate, frameCount, sampleRate,
+//               firstValidSample (-1 none), envelope [0..1], stretches
+//               [{begin, end, level: "green"|"amber"|"red"}]} of the LTC source
 //   cutTimelinePoints: {sample, frameCount, timecode}
 //   cutSegments: {startSample, endSample, segmentIndex}
 // Maps keyed by group id: groupFilesByID (list of paths), groupTrackFilesByID
@@ -105,6 +117,9 @@ class StampWorkflow : public QObject {
     Q_PROPERTY(QVariantList cutSegments READ cutSegments NOTIFY cutSegmentsChanged)
     Q_PROPERTY(qint64 cutFileFrameCount READ cutFileFrameCount NOTIFY cutFileFrameCountChanged)
     Q_PROPERTY(qint64 cutSampleRate READ cutSampleRate NOTIFY cutSampleRateChanged)
+    Q_PROPERTY(bool isProbing READ isProbing NOTIFY isProbingChanged)
+    Q_PROPERTY(QVariantList dayRuler READ dayRuler NOTIFY dayRulerChanged)
+    Q_PROPERTY(QVariantMap ltcHealth READ ltcHealth NOTIFY ltcHealthChanged)
 
   public:
     static constexpr const char* kInitialReportText = "Drop WAV files or a folder to begin.";
@@ -158,6 +173,9 @@ class StampWorkflow : public QObject {
     const QVariantList& cutSegments() const { return cutSegments_; }
     qint64 cutFileFrameCount() const { return cutFileFrameCount_; }
     qint64 cutSampleRate() const { return cutSampleRate_; }
+    bool isProbing() const { return isProbing_; }
+    const QVariantList& dayRuler() const { return dayRuler_; }
+    const QVariantMap& ltcHealth() const { return ltcHealth_; }
 
     // Label setters ignore a text that is no label.
     void setFrameRatePreset(const QString& label);
@@ -178,6 +196,15 @@ class StampWorkflow : public QObject {
     // Dropped or picked files and folders (folders give the WAV files inside).
     Q_INVOKABLE void ingest(const QStringList& paths);
     Q_INVOKABLE void clearFiles();
+    // Takes files off the list (the Delete key, the context menu).
+    Q_INVOKABLE void removeFiles(const QStringList& paths);
+    // Whether the output folder exists; a missing one is created only after
+    // the user agreed, through createOutputFolder.
+    Q_INVOKABLE bool outputFolderExists() const;
+    Q_INVOKABLE bool createOutputFolder();
+    // The run stopped for existing outputs and the user chose neither
+    // "Overwrite" nor "Keep Both".
+    Q_INVOKABLE void dismissOutputConflicts();
     // The file carrying LTC in Single and LTC Cut Detect modes ("" for none).
     Q_INVOKABLE void setSelectedLTCFile(const QString& path);
     // The user's LTC channel (1-based) or LTC file for one group.
@@ -239,6 +266,11 @@ class StampWorkflow : public QObject {
     void cutSegmentsChanged();
     void cutFileFrameCountChanged();
     void cutSampleRateChanged();
+    void isProbingChanged();
+    void dayRulerChanged();
+    void ltcHealthChanged();
+    // A run wrote into `folder`: the place to remember for the next launch.
+    void outputFolderUsed(const QString& folder);
 
   private:
     template <typename T>
@@ -266,6 +298,18 @@ class StampWorkflow : public QObject {
     ProcessingOptions buildOptions(bool confirmed,
                                    std::optional<OutputCollisionBehavior> collision) const;
     void startProcessing(bool confirmed, std::optional<OutputCollisionBehavior> collision);
+    // Probes the LTC of `paths` in the background and then picks the LTC
+    // source from the signal unless the user chose one.
+    void startProbing(const std::vector<std::filesystem::path>& paths);
+    void chooseLTCFromProbes();
+    void refreshLTCHealth();
+    void refreshDayRuler();
+    void clearResults();
+    void applyResults(const ProcessingReport& report, const std::vector<ProcessingJob>& jobs);
+    // Edits the row of `path` in `rows`; false when it is not listed.
+    static bool editRow(QVariantList& rows, const QString& path,
+                        const std::function<void(QVariantMap&)>& edit);
+    bool selectedLTCIsRecording() const;
 
     const AppSettingsStore& settings_;
     CancellationToken& token_;
@@ -315,11 +359,20 @@ class StampWorkflow : public QObject {
     qint64 cutFileFrameCount_ = 0;
     qint64 cutSampleRate_ = 0;
 
+    bool isProbing_ = false;
+    QVariantList dayRuler_;
+    QVariantMap ltcHealth_;
+    bool userChoseLTC_ = false;        // the LTC file came from the user, not the signal
+    bool outputFolderChosen_ = false;  // the user set the output folder
+    QString defaultOutputFolder_;      // the saved one, before any file is known
+
     bool lastRunConfirmed_ = false;
     LTCPrecheckFunction precheck_;
     // Last, so that they stop and join their threads before the state goes away.
     BackgroundTask analyzeTask_;
     BackgroundTask processTask_;
+    BackgroundTask probeTask_;
+    BackgroundTask healthTask_;
 };
 
 }  // namespace norvane

@@ -120,6 +120,12 @@ LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
         health.envelope[static_cast<std::size_t>(slice)] = std::min(peak, 1.0f);
     }
 
+    // Stretches shorter than a second hold too few frames to judge: a short
+    // file gets fewer of them.
+    stretchCount = static_cast<int>(std::clamp<std::int64_t>(
+        static_cast<std::int64_t>(static_cast<double>(n) /
+                                  (stretchSeconds * static_cast<double>(health.sampleRate))),
+        1, stretchCount));
     const auto maxStretch = std::max<std::int64_t>(
         1, static_cast<std::int64_t>(
                std::llround(stretchSeconds * static_cast<double>(health.sampleRate))));

@@ -51,7 +51,8 @@ struct LTCHealth {
 
 // The envelope in `envelopeSlices` slices and the decode confidence of
 // `stretchCount` stretches (at most, and each at most `stretchSeconds` long,
-// taken at the start of its share of the file). With no rate the first
+// taken at the start of its share of the file; a file shorter than
+// stretchCount stretches gets one a stretch length). With no rate the first
 // decodable stretch settles it for the others.
 LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
                            const std::optional<FrameRateConfig>& rate, int envelopeSlices = 400,

@@ -1,5 +1,7 @@
 #include "app/gui/rebuild_screen.h"
 
+#include "app/gui/widgets/rebuild_timeline.h"
+
 #include <gtest/gtest.h>
 
 #include <QComboBox>
@@ -104,6 +106,15 @@ TEST_F(RebuildScreenTest, WalksFromScanToReportAndWritesAValidTimeline) {
     EXPECT_EQ(screen.coverageGrid()->rowCount(), 3);
     EXPECT_EQ(screen.coverageGrid()->missingCount(), 1);
     EXPECT_FALSE(screen.coverageGrid()->isCovered(1, 1));
+    // The same events drawn in time: three clips a lane for camera A, camera
+    // B's missing event a gap, each event at its timecode.
+    const RebuildTimeline* timeline = screen.timeline();
+    ASSERT_EQ(timeline->events().size(), 3);
+    EXPECT_EQ(timeline->cameraLanes().size(), 2);
+    EXPECT_EQ(timeline->clipCount(), 5);
+    EXPECT_EQ(timeline->gapCount(), 1);
+    EXPECT_DOUBLE_EQ(timeline->events()[1].startSeconds - timeline->events()[0].startSeconds, 20);
+    EXPECT_GT(timeline->events()[0].durationSeconds, 0);
 
     screen.validateButton()->click();
     ASSERT_TRUE(idle());

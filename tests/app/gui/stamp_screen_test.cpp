@@ -2,19 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <QAction>
+#include <QApplication>
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QTest>
+#include <QTimer>
 #include <filesystem>
 
 #include "app/gui/screenshot_mode.h"
 #include "app/gui/ui_hooks.h"
 #include "app/gui/widgets/cut_timeline_strip.h"
+#include "app/gui/widgets/day_ruler.h"
 #include "app/gui/widgets/drop_area.h"
 #include "app/gui/widgets/log_pane.h"
 #include "app/gui/widgets/path_field.h"
@@ -96,9 +101,9 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
     QTableWidget* table = screen.fileTable();
     ASSERT_EQ(table->rowCount(), 3);
     EXPECT_EQ(table->item(0, 0)->text(), "Sc12_T03_Boom.wav");
-    EXPECT_EQ(table->item(2, 1)->text(), "48000 Hz, 4 ch, 24-bit PCM");
-    EXPECT_EQ(table->item(1, 2)->text(), "0:04.0");
-    EXPECT_EQ(table->item(1, 4)->text(), "LTC");
+    EXPECT_EQ(table->item(2, StampScreen::formatColumn)->text(), "4 ch · 48 kHz 24-bit PCM");
+    EXPECT_EQ(table->item(1, StampScreen::durationColumn)->text(), "0:04.0");
+    EXPECT_TRUE(table->item(1, StampScreen::ltcColumn)->text().endsWith("(source)"));
     EXPECT_EQ(screen.statusLabel()->text(), "Loaded 3 WAV file(s).");
     EXPECT_EQ(stamp.selectedLTCFile(), q(input("stamp/Sc12_T03_LTC.wav")));
 
@@ -109,6 +114,13 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
     EXPECT_TRUE(screen.reportPane()->toPlainText().contains("Sc12_T03_Lavs_tc.wav"));
     EXPECT_TRUE(screen.logPane()->lines().last().endsWith(
         "[success] Processing finished. Wrote 2 output file(s)."));
+    // The table is the report: each stem's start with its rate, output and a tick.
+    const QString start = table->item(0, StampScreen::startColumn)->text();
+    EXPECT_TRUE(start.startsWith("10:14:32:0") && start.endsWith(" @ 25")) << start.toStdString();
+    EXPECT_EQ(table->item(0, StampScreen::outputColumn)->text(), "Sc12_T03_Boom_tc.wav");
+    EXPECT_EQ(table->item(0, StampScreen::statusColumn)->text(), "✓");
+    EXPECT_EQ(table->item(1, StampScreen::outputColumn)->text(), "(LTC source)");
+    EXPECT_FALSE(screen.dayRuler()->isEmpty());
 
     // libsndfile reads a bext time reference at the file's first sample:
     // 10:14:32:05 less the 2400-sample lead-in, within one frame.
@@ -120,6 +132,75 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
         ASSERT_TRUE(reference.has_value()) << path;
         EXPECT_NEAR(static_cast<double>(*reference), expected, 1920.0) << path;
     }
+}
+
+TEST_F(StampScreenTest, TheActionBarStaysInViewInEveryMode) {
+    addStampTakeAndChooseOutput();
+    screen.resize(800, 600);
+    screen.show();
+    for (const char* mode : {"Single", "Grouped Batch", "LTC Cut Detect"}) {
+        stamp.setMode(mode);
+        QApplication::processEvents();
+        for (QWidget* widget :
+             std::initializer_list<QWidget*>{screen.processButton(), screen.cancelButton(),
+                                             screen.progressBar(), screen.outputFolderField()}) {
+            const QRect inScreen(widget->mapTo(&screen, QPoint(0, 0)), widget->size());
+            EXPECT_TRUE(widget->isVisible()) << mode;
+            EXPECT_TRUE(screen.rect().contains(inScreen)) << mode;
+            // Not clipped away inside a scroll area either.
+            EXPECT_FALSE(widget->visibleRegion().isEmpty()) << mode;
+        }
+    }
+    EXPECT_EQ(screen.processButton()->text(), "Stamp");
+    EXPECT_TRUE(screen.processButton()->isDefault());
+}
+
+TEST_F(StampScreenTest, AMissingOutputFolderIsCreatedAfterTheUserAgrees) {
+    addStampTakeAndChooseOutput();
+    const fs::path typed = dir.path() / "new" / "day1";
+    stamp.setOutputFolder(q(typed));  // as typed in the field
+    ASSERT_EQ(screen.outputFolderField()->lineEdit()->text(), q(typed));
+
+    QString asked;
+    uiHooks().confirm = [&](QWidget*, const QString&, const QString& text, const QString&) {
+        asked = text;
+        return false;
+    };
+    screen.processButton()->click();
+    EXPECT_TRUE(asked.contains(q(typed)));
+    EXPECT_FALSE(stamp.isProcessing());
+    EXPECT_FALSE(fs::exists(typed));
+
+    uiHooks().confirm = [](QWidget*, const QString&, const QString&, const QString&) {
+        return true;
+    };
+    screen.processButton()->click();
+    ASSERT_TRUE(finished());
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    EXPECT_TRUE(fs::exists(typed / "Sc12_T03_Boom_tc.wav"));
+}
+
+TEST_F(StampScreenTest, FilesComeOffTheListFromTheContextMenu) {
+    addStampTakeAndChooseOutput();
+    screen.fileTable()->selectRow(0);
+    auto* remove = screen.fileTable()->findChild<QAction*>("stampRemoveFiles");
+    ASSERT_NE(remove, nullptr);
+    EXPECT_TRUE(remove->shortcuts().contains(QKeySequence(QKeySequence::Delete)));
+    remove->trigger();
+    ASSERT_EQ(screen.fileTable()->rowCount(), 2);
+    EXPECT_EQ(screen.fileTable()->item(0, 0)->text(), "Sc12_T03_LTC.wav");
+}
+
+TEST_F(StampScreenTest, EnterInTheChoiceDialogPicksNeitherChoice) {
+    resetUiHooks();  // the platform dialog itself
+    QTimer::singleShot(100, [] {
+        if (QWidget* box = QApplication::activeModalWidget()) {
+            QTest::keyClick(box, Qt::Key_Return);
+        }
+    });
+    const QString choice = uiHooks().choose(&screen, "Outputs already exist", "2 output file(s)",
+                                            {"Overwrite", "Keep Both"});
+    EXPECT_EQ(choice, "");
 }
 
 TEST_F(StampScreenTest, ExistingOutputsAreResolvedThroughTheChoiceDialog) {

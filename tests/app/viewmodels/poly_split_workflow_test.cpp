@@ -1,5 +1,7 @@
 #include "app/viewmodels/poly_split_workflow.h"
 
+#include "app/viewmodels/app_view_model.h"
+
 #include <cmath>
 #include <vector>
 
@@ -228,6 +230,43 @@ TEST(PolySplitWorkflowTest, StartingAgainReplacesTheRunningSplit) {
     const QStringList log = testing::withoutTimestamps(split.polySplitLogLines());
     EXPECT_FALSE(log.contains("Split cancelled."));
     EXPECT_EQ(log.filter("Wrote 4 channel file(s)").size(), 6);
+}
+
+}  // namespace
+}  // namespace norvane
+
+namespace norvane {
+namespace {
+
+TEST(PolySplitWorkflowTest, OutputsGoBesideTheSourcesIntoAFolderCreatedOnRequest) {
+    TempDir dir;
+    testing::writeSettingsFile(dir / "settings.json", "{}");  // the home folder by default
+    writeWav(dir / "day" / "take.wav", 2);
+    writeWav(dir / "day" / "other.wav", 2);
+    {
+        AppViewModel app(dir / "settings.json");
+        PolySplitWorkflow& split = *app.polySplit();
+        split.addFiles({q(dir / "day")});
+        const fs::path beside = dir / "day" / "Split";
+        EXPECT_EQ(split.polySplitOutputFolder(), q(beside));
+
+        // The folder does not exist yet: nothing starts until it is created.
+        split.startSplit();
+        EXPECT_FALSE(split.polySplitIsProcessing());
+        EXPECT_EQ(split.polySplitStatusMessage(), "The output folder does not exist: " + q(beside));
+        EXPECT_FALSE(fs::exists(beside));
+
+        split.removeFiles({q(dir / "day" / "other.wav")});
+        EXPECT_EQ(split.polySplitInputURLs(), QStringList{q(dir / "day" / "take.wav")});
+        ASSERT_TRUE(split.createOutputFolder());
+        split.startSplit();
+        ASSERT_TRUE(testing::waitUntil([&] { return !split.polySplitIsProcessing(); }));
+        EXPECT_EQ(split.polySplitStatusMessage(), "Done. 2 file(s) written.");
+        EXPECT_TRUE(fs::exists(beside / "take_CH01.wav"));
+    }
+    // The next launch starts in the folder the last split wrote to.
+    AppViewModel again(dir / "settings.json");
+    EXPECT_EQ(again.polySplit()->polySplitOutputFolder(), q(dir / "day" / "Split"));
 }
 
 }  // namespace

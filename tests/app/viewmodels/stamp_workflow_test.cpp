@@ -1,5 +1,7 @@
 #include "app/viewmodels/stamp_workflow.h"
 
+#include "app/viewmodels/app_view_model.h"
+
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
@@ -514,6 +516,146 @@ TEST(StampWorkflowTest, CancelStopsARunningProcess) {
     EXPECT_EQ(testing::withoutTimestamps(stamp.logLines()).last(),
               "[warn] Operation cancelled by user.");
     EXPECT_EQ(f.outputCount(), 0u);
+}
+
+}  // namespace
+}  // namespace norvane
+
+namespace norvane {
+namespace {
+
+QVariantMap rowNamed(const StampWorkflow& stamp, const QString& name) {
+    for (const QVariant& row : stamp.files()) {
+        if (row.toMap().value("fileName").toString() == name) {
+            return row.toMap();
+        }
+    }
+    return {};
+}
+
+// A two-track recording with LTC on its second track and nothing in its name
+// that says so, beside a stem.
+void writeTakeWithLTCOnTrack2(const fs::path& folder) {
+    LTCRecordingOptions take;
+    take.rate = fps25();
+    take.start = Timecode{10, 0, 0, 0, false};
+    take.seconds = 3;
+    take.channels = 2;
+    take.ltcChannel = 2;
+    fs::create_directories(folder);
+    writeLTCRecording(folder / "T01_mix.wav", take, true);
+    writeStem(folder / "T01_boom.wav", 3);
+}
+
+TEST(StampWorkflowTest, TheSignalNotTheNameChoosesTheLTCAndTheTableShowsTheResults) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeTakeWithLTCOnTrack2(f.dir / "in");
+    stamp.ingest({q(f.dir / "in")});
+    EXPECT_EQ(rowNamed(stamp, "T01_mix.wav").value("ltcProbe"), "probing");
+    ASSERT_TRUE(testing::waitUntil([&] { return !stamp.isProbing(); }));
+
+    const QVariantMap mix = rowNamed(stamp, "T01_mix.wav");
+    EXPECT_EQ(mix.value("ltcProbe"), "found");
+    EXPECT_EQ(mix.value("ltcChannel"), 2);
+    EXPECT_EQ(mix.value("ltcRate"), "25");
+    EXPECT_EQ(rowNamed(stamp, "T01_boom.wav").value("ltcProbe"), "none");
+    EXPECT_EQ(stamp.selectedLTCFile(), q(f.dir / "in" / "T01_mix.wav"));
+    EXPECT_TRUE(testing::withoutTimestamps(stamp.logLines())
+                    .contains("[info] LTC found on channel 2 of T01_mix.wav (25 fps)."));
+    // The health of the LTC source before anything is stamped.
+    ASSERT_TRUE(testing::waitUntil([&] { return !stamp.ltcHealth().isEmpty(); }));
+    EXPECT_EQ(stamp.ltcHealth().value("channel"), 2);
+    EXPECT_EQ(stamp.ltcHealth().value("rate").toString(), "25");
+    EXPECT_EQ(stamp.ltcHealth().value("stretches").toList().size(), 3);  // one a second
+    EXPECT_NEAR(stamp.ltcHealth().value("firstValidSample").toDouble(), 0, 1920);
+    for (const QVariant& stretch : stamp.ltcHealth().value("stretches").toList()) {
+        EXPECT_EQ(stretch.toMap().value("level").toString(), "green");
+    }
+    // The recording on the day ruler at its probed start (the stem has no
+    // code of its own until it is stamped).
+    ASSERT_EQ(stamp.dayRuler().size(), 1);
+    EXPECT_NEAR(stamp.dayRuler().front().toMap().value("startSeconds").toDouble(), 36000, 0.05);
+
+    stamp.setFrameRatePreset("25");
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    ASSERT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    // The recording carries its own LTC, so it is stamped like the stem.
+    for (const char* name : {"T01_mix.wav", "T01_boom.wav"}) {
+        const QVariantMap row = rowNamed(stamp, name);
+        EXPECT_EQ(row.value("startTimecode"), "10:00:00:00 @ 25") << name;
+        EXPECT_EQ(row.value("status"), "ok") << name;
+        EXPECT_EQ(row.value("output"), QString(name).replace(".wav", "_tc.wav")) << name;
+    }
+    EXPECT_EQ(bextTimeReference(f.output / "T01_mix_tc.wav"), 10u * 90000u * 1920u);
+    EXPECT_EQ(bextTimeReference(f.output / "T01_boom_tc.wav"), 10u * 90000u * 1920u);
+    ASSERT_EQ(stamp.dayRuler().size(), 2);
+    EXPECT_EQ(stamp.dayRuler().front().toMap().value("status"), "ok");
+
+    // A new run starts from a clean table; Clear leaves no progress behind.
+    fs::create_directories(f.dir / "elsewhere");
+    stamp.setOutputFolder(q(f.dir / "elsewhere"));
+    stamp.process();
+    EXPECT_FALSE(rowNamed(stamp, "T01_mix.wav").contains("status"));
+    ASSERT_TRUE(finished(stamp));
+    stamp.clearFiles();
+    EXPECT_EQ(stamp.progressPercent(), 0.0);
+    EXPECT_EQ(stamp.progressMessage(), "");
+    EXPECT_TRUE(stamp.dayRuler().isEmpty());
+}
+
+TEST(StampWorkflowTest, AMissingOutputFolderIsCreatedOnlyWhenAsked) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "A_ltc.wav", 2);
+    writeStem(f.dir / "in" / "A_stem.wav", 2);
+    stamp.ingest({q(f.dir / "in")});
+    stamp.setFrameRatePreset("25");
+    const fs::path typed = f.dir / "typed" / "deeper";
+    stamp.setOutputFolder(q(typed));
+    EXPECT_FALSE(stamp.outputFolderExists());
+
+    // Nothing starts and nothing claims progress.
+    stamp.process();
+    EXPECT_FALSE(stamp.isProcessing());
+    EXPECT_EQ(stamp.statusMessage(), "The output folder does not exist: " + q(typed));
+    EXPECT_EQ(stamp.progressPercent(), 0.0);
+    EXPECT_FALSE(fs::exists(typed));
+
+    ASSERT_TRUE(stamp.createOutputFolder());
+    stamp.process();
+    ASSERT_TRUE(finished(stamp));
+    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    EXPECT_TRUE(fs::exists(typed / "A_stem_tc.wav"));
+
+    // Taking the stem off the list leaves the LTC file.
+    stamp.removeFiles({q(f.dir / "in" / "A_stem.wav")});
+    ASSERT_EQ(stamp.files().size(), 1);
+    EXPECT_EQ(stamp.files().front().toMap().value("fileName"), "A_ltc.wav");
+}
+
+TEST(StampWorkflowTest, OutputsDefaultBesideTheSourcesAndTheLastFolderIsRemembered) {
+    TempDir dir;
+    testing::writeSettingsFile(dir / "settings.json", "{}");  // the home folder by default
+    writeLTC(dir / "day1" / "A_ltc.wav", 2);
+    writeStem(dir / "day1" / "A_stem.wav", 2);
+    {
+        AppViewModel app(dir / "settings.json");
+        StampWorkflow& stamp = *app.stamp();
+        stamp.ingest({q(dir / "day1")});
+        EXPECT_EQ(stamp.outputFolder(), q(dir / "day1" / "Stamped"));
+        stamp.setFrameRatePreset("25");
+        ASSERT_TRUE(stamp.createOutputFolder());
+        stamp.process();
+        ASSERT_TRUE(finished(stamp));
+        ASSERT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    }
+    // The next launch starts in the folder the last run wrote to.
+    AppViewModel again(dir / "settings.json");
+    EXPECT_EQ(again.stamp()->outputFolder(), q(dir / "day1" / "Stamped"));
+    again.stamp()->ingest({q(dir / "day1" / "A_stem.wav")});
+    EXPECT_EQ(again.stamp()->outputFolder(), q(dir / "day1" / "Stamped"));
 }
 
 }  // namespace
