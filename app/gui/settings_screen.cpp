@@ -107,6 +107,8 @@ SettingsScreen::SettingsScreen(SettingsViewModel& settings, QWidget* parent)
     column->addWidget(makeGroup("Poly WAV split", form));
     addRow(form, "Default output folder", "polySplitDefaultOutputFolderPath",
            folder("Default split output folder", "polySplitDefaultOutputFolderPath"));
+    addRow(form, "", "polySplitAppendTrackNames",
+           check("Add each track's recorder name to its file name", "polySplitAppendTrackNames"));
 
     column->addWidget(makeGroup("Timeline rebuild", form));
     addRow(form, "Missing camera", "timelineRebuildDefaultMissingCameraBehavior",

@@ -59,6 +59,8 @@ void SettingsViewModel::onStoreChanged(const std::string& key) {
          &SettingsViewModel::timelineRebuildRecentOutputFolderPathChanged},
         {"settings.polySplitDefaultOutputFolderPath",
          &SettingsViewModel::polySplitDefaultOutputFolderPathChanged},
+        {"settings.polySplitAppendTrackNames",
+         &SettingsViewModel::polySplitAppendTrackNamesChanged},
     };
     if (const auto it = keySignals.find(key); it != keySignals.end()) {
         emit(this->*(it->second))();
@@ -129,6 +131,9 @@ QString SettingsViewModel::timelineRebuildRecentOutputFolderPath() const {
 }
 QString SettingsViewModel::polySplitDefaultOutputFolderPath() const {
     return toQString(store_.polySplitDefaultOutputFolderPath());
+}
+bool SettingsViewModel::polySplitAppendTrackNames() const {
+    return store_.polySplitAppendTrackNames();
 }
 QString SettingsViewModel::lastWriteError() const {
     return lastWriteError_;
@@ -212,6 +217,9 @@ void SettingsViewModel::setTimelineRebuildRecentOutputFolderPath(const QString& 
 }
 void SettingsViewModel::setPolySplitDefaultOutputFolderPath(const QString& path) {
     store_.setPolySplitDefaultOutputFolderPath(toStdString(path));
+}
+void SettingsViewModel::setPolySplitAppendTrackNames(bool value) {
+    store_.setPolySplitAppendTrackNames(value);
 }
 
 void SettingsViewModel::resetToSystemDefaults() {

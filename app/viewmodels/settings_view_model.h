@@ -63,6 +63,8 @@ class SettingsViewModel : public QObject {
     Q_PROPERTY(
         QString polySplitDefaultOutputFolderPath READ polySplitDefaultOutputFolderPath WRITE
             setPolySplitDefaultOutputFolderPath NOTIFY polySplitDefaultOutputFolderPathChanged)
+    Q_PROPERTY(bool polySplitAppendTrackNames READ polySplitAppendTrackNames WRITE
+                   setPolySplitAppendTrackNames NOTIFY polySplitAppendTrackNamesChanged)
     // Why the last change could not be saved (empty when it was).
     Q_PROPERTY(QString lastWriteError READ lastWriteError NOTIFY lastWriteErrorChanged)
     // Problems met while loading the settings file, for a notice at start-up.
@@ -94,6 +96,7 @@ class SettingsViewModel : public QObject {
     QString timelineRebuildRecentSyncedFolderPath() const;
     QString timelineRebuildRecentOutputFolderPath() const;
     QString polySplitDefaultOutputFolderPath() const;
+    bool polySplitAppendTrackNames() const;
     QString lastWriteError() const;
     QStringList loadWarnings() const;
 
@@ -116,6 +119,7 @@ class SettingsViewModel : public QObject {
     void setTimelineRebuildRecentSyncedFolderPath(const QString& path);
     void setTimelineRebuildRecentOutputFolderPath(const QString& path);
     void setPolySplitDefaultOutputFolderPath(const QString& path);
+    void setPolySplitAppendTrackNames(bool value);
 
     // The "Reset to System Defaults" button.
     Q_INVOKABLE void resetToSystemDefaults();
@@ -142,6 +146,7 @@ class SettingsViewModel : public QObject {
     void timelineRebuildRecentSyncedFolderPathChanged();
     void timelineRebuildRecentOutputFolderPathChanged();
     void polySplitDefaultOutputFolderPathChanged();
+    void polySplitAppendTrackNamesChanged();
     void lastWriteErrorChanged();
 
   private:
