@@ -179,7 +179,7 @@ std::optional<FoundLTC> findLTCSource(const std::vector<FileDescriptor>& files,
     std::optional<FoundLTC> best;
     for (const FileDescriptor& descriptor : files) {
         try {
-            const WAVFile file(descriptor.url);
+            const WavReader file(descriptor.url);
             const auto probe = probeLTC(file, channel);
             if (probe && (!best || probe->confidence > best->probe.confidence)) {
                 best = FoundLTC{descriptor.url, *probe};

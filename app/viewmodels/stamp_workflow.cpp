@@ -397,7 +397,7 @@ void StampWorkflow::startProbing(const std::vector<fs::path>& paths) {
             }
             std::optional<LTCProbe> probe;
             try {
-                probe = probeLTC(WAVFile(path));
+                probe = probeLTC(WavReader(path));
             } catch (const std::exception&) {
                 probe.reset();
             }
@@ -526,7 +526,7 @@ void StampWorkflow::refreshLTCHealth() {
     healthTask_.start([this, path, rate, channelIndex](const BackgroundTask::Context& task) {
         QVariantMap map;
         try {
-            const LTCHealth health = measureLTCHealth(WAVFile(path), channelIndex, rate);
+            const LTCHealth health = measureLTCHealth(WavReader(path), channelIndex, rate);
             QVariantList envelope;
             for (float peak : health.envelope) {
                 envelope.append(static_cast<double>(peak));

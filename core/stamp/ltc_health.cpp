@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <span>
 
 #include "core/stamp/job_executor.h"
@@ -45,11 +46,55 @@ std::optional<LTCDecodeResult> decodeQuietly(std::span<const float> samples,
     return evaluations[*chosen].result;
 }
 
-}  // namespace
+// The audio a probe reads: one channel at a time, in stretches. From a file on
+// disk only the frames asked for are read and converted, so probing a
+// multi-gigabyte take costs a few seconds of audio per channel, not the take.
+class ChannelSource {
+  public:
+    explicit ChannelSource(const WAVFile& file) : file_(&file) {}
+    explicit ChannelSource(const WavReader& reader) : reader_(&reader) {}
 
-std::optional<LTCProbe> probeLTC(const WAVFile& file, std::optional<std::int64_t> channelIndex,
-                                 const std::optional<FrameRateConfig>& rate,
-                                 double stretchSeconds) {
+    const WAVFmtChunk& fmt() const { return file_ ? file_->fmt() : reader_->fmt(); }
+    std::int64_t frameCount() const { return file_ ? file_->frameCount() : reader_->frameCount(); }
+    bool readable(int channel) const {
+        return file_ ? !file_->samples(channel).empty() : reader_->canReadSamples(channel);
+    }
+    // Frames [begin, end) of `channel`; empty when the layout cannot be read.
+    std::vector<float> read(int channel, std::int64_t begin, std::int64_t end) const {
+        if (file_) {
+            const std::vector<float> all = file_->samples(channel);
+            end = std::min<std::int64_t>(end, static_cast<std::int64_t>(all.size()));
+            return begin < end ? std::vector<float>(all.begin() + begin, all.begin() + end)
+                               : std::vector<float>{};
+        }
+        std::vector<float> out;
+        if (reader_->canReadSamples(channel)) {
+            reader_->forEachChannelBlock(channel, begin, std::min(end, reader_->frameCount()),
+                                         [&out](std::span<const float> block, std::int64_t) {
+                                             out.insert(out.end(), block.begin(), block.end());
+                                             return true;
+                                         });
+        }
+        return out;
+    }
+    // Every frame of `channel`, in blocks with the index of their first frame.
+    void forEach(int channel,
+                 const std::function<bool(std::span<const float>, std::int64_t)>& sink) const {
+        if (file_) {
+            const std::vector<float> all = file_->samples(channel);
+            sink(all, 0);
+        } else if (reader_->canReadSamples(channel)) {
+            reader_->forEachChannelBlock(channel, sink);
+        }
+    }
+
+  private:
+    const WAVFile* file_ = nullptr;
+    const WavReader* reader_ = nullptr;
+};
+
+std::optional<LTCProbe> probe(const ChannelSource& file, std::optional<std::int64_t> channelIndex,
+                              const std::optional<FrameRateConfig>& rate, double stretchSeconds) {
     const auto sampleRate = static_cast<std::int64_t>(file.fmt().sampleRate);
     const std::int64_t frames = file.frameCount();
     if (sampleRate <= 0 || frames <= 0) {
@@ -71,17 +116,12 @@ std::optional<LTCProbe> probeLTC(const WAVFile& file, std::optional<std::int64_t
         if (channelIndex && *channelIndex != channel) {
             continue;
         }
-        const std::vector<float> samples = file.samples(channel);
         for (std::int64_t start : starts) {
-            const std::int64_t length =
-                std::min<std::int64_t>(stretch, static_cast<std::int64_t>(samples.size()) - start);
-            if (length <= 0) {
+            const std::vector<float> samples = file.read(channel, start, start + stretch);
+            if (samples.empty()) {
                 continue;
             }
-            const auto result = decodeQuietly(
-                std::span<const float>(samples).subspan(static_cast<std::size_t>(start),
-                                                        static_cast<std::size_t>(length)),
-                sampleRate, rate);
+            const auto result = decodeQuietly(samples, sampleRate, rate);
             if (!result) {
                 continue;
             }
@@ -95,30 +135,33 @@ std::optional<LTCProbe> probeLTC(const WAVFile& file, std::optional<std::int64_t
     return best;
 }
 
-LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
-                           const std::optional<FrameRateConfig>& rate, int envelopeSlices,
-                           int stretchCount, double stretchSeconds) {
+LTCHealth measure(const ChannelSource& file, std::int64_t channelIndex,
+                  const std::optional<FrameRateConfig>& rate, int envelopeSlices, int stretchCount,
+                  double stretchSeconds) {
     LTCHealth health;
     health.channelIndex =
         std::clamp<std::int64_t>(channelIndex, 0, std::max(0, file.fmt().channelCount - 1));
     health.sampleRate = static_cast<std::int64_t>(file.fmt().sampleRate);
-    const std::vector<float> samples = file.samples(static_cast<int>(health.channelIndex));
-    health.frameCount = static_cast<std::int64_t>(samples.size());
+    const int channel = static_cast<int>(health.channelIndex);
+    health.frameCount = file.readable(channel) ? file.frameCount() : 0;
     const std::int64_t n = health.frameCount;
     if (n == 0 || envelopeSlices <= 0 || stretchCount <= 0) {
         return health;
     }
 
+    // The envelope in one pass over the channel: the peak of each slice.
     health.envelope.assign(static_cast<std::size_t>(envelopeSlices), 0.0f);
-    for (int slice = 0; slice < envelopeSlices; ++slice) {
-        const std::int64_t begin = n * slice / envelopeSlices;
-        const std::int64_t end = n * (slice + 1) / envelopeSlices;
-        float peak = 0;
-        for (std::int64_t i = begin; i < end; ++i) {
-            peak = std::max(peak, std::fabs(samples[static_cast<std::size_t>(i)]));
+    file.forEach(channel, [&](std::span<const float> block, std::int64_t first) {
+        for (std::size_t i = 0; i < block.size(); ++i) {
+            const std::int64_t frame = first + static_cast<std::int64_t>(i);
+            if (frame >= n) {
+                return false;
+            }
+            float& peak = health.envelope[static_cast<std::size_t>(frame * envelopeSlices / n)];
+            peak = std::max(peak, std::min(std::fabs(block[i]), 1.0f));
         }
-        health.envelope[static_cast<std::size_t>(slice)] = std::min(peak, 1.0f);
-    }
+        return true;
+    });
 
     // Stretches shorter than a second hold too few frames to judge: a short
     // file gets fewer of them.
@@ -138,10 +181,9 @@ LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
             continue;
         }
         const std::int64_t length = std::min(maxStretch, stretch.endSample - stretch.beginSample);
-        const auto result = decodeQuietly(
-            std::span<const float>(samples).subspan(static_cast<std::size_t>(stretch.beginSample),
-                                                    static_cast<std::size_t>(length)),
-            health.sampleRate, health.rate);
+        const auto result =
+            decodeQuietly(file.read(channel, stretch.beginSample, stretch.beginSample + length),
+                          health.sampleRate, health.rate);
         if (result) {
             stretch.confidence = result->confidence;
             health.rate = result->frameRate;
@@ -152,6 +194,34 @@ LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
         health.stretches.push_back(stretch);
     }
     return health;
+}
+
+}  // namespace
+
+std::optional<LTCProbe> probeLTC(const WAVFile& file, std::optional<std::int64_t> channelIndex,
+                                 const std::optional<FrameRateConfig>& rate,
+                                 double stretchSeconds) {
+    return probe(ChannelSource(file), channelIndex, rate, stretchSeconds);
+}
+
+std::optional<LTCProbe> probeLTC(const WavReader& file, std::optional<std::int64_t> channelIndex,
+                                 const std::optional<FrameRateConfig>& rate,
+                                 double stretchSeconds) {
+    return probe(ChannelSource(file), channelIndex, rate, stretchSeconds);
+}
+
+LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
+                           const std::optional<FrameRateConfig>& rate, int envelopeSlices,
+                           int stretchCount, double stretchSeconds) {
+    return measure(ChannelSource(file), channelIndex, rate, envelopeSlices, stretchCount,
+                   stretchSeconds);
+}
+
+LTCHealth measureLTCHealth(const WavReader& file, std::int64_t channelIndex,
+                           const std::optional<FrameRateConfig>& rate, int envelopeSlices,
+                           int stretchCount, double stretchSeconds) {
+    return measure(ChannelSource(file), channelIndex, rate, envelopeSlices, stretchCount,
+                   stretchSeconds);
 }
 
 LTCHealthLevel healthLevel(const std::optional<double>& confidence) {

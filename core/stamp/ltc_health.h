@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/timecode/ltc_decoder.h"
 
 namespace norvane {
@@ -29,6 +30,11 @@ struct LTCProbe {
 // only that channel is tried. nullopt when no channel decodes. Writes no
 // frame-rate diagnostics.
 std::optional<LTCProbe> probeLTC(const WAVFile& file,
+                                 std::optional<std::int64_t> channelIndex = std::nullopt,
+                                 const std::optional<FrameRateConfig>& rate = std::nullopt,
+                                 double stretchSeconds = 2.0);
+// The same read from disk: only the stretches tried are read and converted.
+std::optional<LTCProbe> probeLTC(const WavReader& file,
                                  std::optional<std::int64_t> channelIndex = std::nullopt,
                                  const std::optional<FrameRateConfig>& rate = std::nullopt,
                                  double stretchSeconds = 2.0);
@@ -55,6 +61,10 @@ struct LTCHealth {
 // stretchCount stretches gets one a stretch length). With no rate the first
 // decodable stretch settles it for the others.
 LTCHealth measureLTCHealth(const WAVFile& file, std::int64_t channelIndex,
+                           const std::optional<FrameRateConfig>& rate, int envelopeSlices = 400,
+                           int stretchCount = 48, double stretchSeconds = 1.0);
+// The same streamed from disk: one pass for the envelope, the stretches read alone.
+LTCHealth measureLTCHealth(const WavReader& file, std::int64_t channelIndex,
                            const std::optional<FrameRateConfig>& rate, int envelopeSlices = 400,
                            int stretchCount = 48, double stretchSeconds = 1.0);
 
