@@ -6,8 +6,8 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <utility>
 #include <memory>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -36,6 +36,10 @@ std::optional<std::string> IXMLElement::childText(std::string_view childName) co
 IXMLElement& IXMLElement::ensureChild(std::string_view childName) {
     if (IXMLElement* c = child(childName)) {
         return *c;
+    }
+    // Blank text beside child elements is layout, as the parser reads it.
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+        text.clear();
     }
     children.push_back(IXMLElement{std::string(childName), {}, {}, {}});
     return children.back();
@@ -276,6 +280,11 @@ std::string rationalRate(const FrameRateConfig& rate) {
 
 void mergeStamp(IXMLElement& root, const IXMLStampValues& stamp) {
     const std::string flag = stamp.rate.dropFrame ? "DF" : "NDF";
+    // The root gains children: its blank text becomes layout, as the parser
+    // reads it (an empty "<BWFXML>\r\n</BWFXML>" round-trips to the same tree).
+    if (isBlank(root.text)) {
+        root.text.clear();
+    }
     // Our own top-level elements, placed after IXML_VERSION when the document
     // has none of them yet.
     const std::pair<const char*, std::string> topLevel[] = {
