@@ -108,7 +108,9 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
     for (const char* name : {"A.wav", "B.wav", "C.wav"}) {
         writeSparseWav(in / name, 2, 48000 * 40);  // 11.5 MB each
     }
-    writeSparseWav(in / "poly.wav", 8, 48000 * 20);  // 8 x 2.9 MB
+    // Long enough that the one-pass split is still writing when the signal lands
+    // (a sparse input: the test writes only what the split writes before it stops).
+    writeSparseWav(in / "poly.wav", 8, 48000 * 120);  // 8 x 17 MB
     // The inputs are large: their size and modification time stand for them.
     const auto stamps = [&] {
         std::map<std::string, std::pair<std::uintmax_t, fs::file_time_type>> out;
