@@ -72,9 +72,9 @@ TEST(BextTest, EveryFieldRoundTripsAndLibsndfileAgrees) {
     testing::TempDir dir;
     StampChunks chunks;
     chunks.bext = payload;
-    testing::WavSpec spec;
-    spec.frames = 4;
-    BWFWriter::write(WAVFile::fromBytes(testing::makeWav(spec)), chunks, dir / "b.wav", false);
+    testing::WavSpec recipe;
+    recipe.frames = 4;
+    BWFWriter::write(WAVFile::fromBytes(testing::makeWav(recipe)), chunks, dir / "b.wav", false);
     SF_INFO info{};
     SNDFILE* file = sf_open((dir / "b.wav").c_str(), SFM_READ, &info);
     ASSERT_TRUE(file);

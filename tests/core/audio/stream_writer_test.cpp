@@ -112,11 +112,11 @@ TEST(StreamWriterTest, SplitBlocksCarryExtraChunksAndStopWhenAsked) {
             channels[c][f] = static_cast<std::int32_t>((f * (c + 3)) % 8000000) - 4000000;
         }
     }
-    WavSpec spec;
-    spec.channels = 3;
-    spec.bits = 24;
-    spec.data = testing::interleavePcm(24, channels);
-    testing::writeBytes(dir / "in.wav", makeWav(spec));
+    WavSpec recipe;
+    recipe.channels = 3;
+    recipe.bits = 24;
+    recipe.data = testing::interleavePcm(24, channels);
+    testing::writeBytes(dir / "in.wav", makeWav(recipe));
     const WavReader reader(dir / "in.wav");
 
     OutputFile out(dir / "ch2.wav", WriteMode::createNew);

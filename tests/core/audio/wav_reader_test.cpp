@@ -116,11 +116,11 @@ TEST(WavReaderTest, BlocksSpanTheRangeAndStopWhenAsked) {
         channels[1][f] = (f % 2) ? 8388607 : -8388608;
         channels[2][f] = static_cast<std::int32_t>((f * 7919) % 4096) - 2048;
     }
-    WavSpec spec;
-    spec.channels = 3;
-    spec.bits = 24;
-    spec.data = testing::interleavePcm(24, channels);
-    testing::writeBytes(dir / "a.wav", makeWav(spec));
+    WavSpec recipe;
+    recipe.channels = 3;
+    recipe.bits = 24;
+    recipe.data = testing::interleavePcm(24, channels);
+    testing::writeBytes(dir / "a.wav", makeWav(recipe));
     expectReaderMatchesWholeFile(dir / "a.wav");
 
     const WavReader reader(dir / "a.wav");
@@ -156,11 +156,11 @@ TEST(WavReaderTest, CutOffDataChunksAreReadToTheLastWholeFrame) {
     for (const Case& c : {Case{"unknown.wav", 0xFFFFFFFF, 0}, Case{"past-end.wav", 1000, 2},
                           Case{"zero.wav", 0, 1}}) {
         SCOPED_TRACE(c.name);
-        WavSpec spec;
-        spec.data = audio;
-        spec.data->insert(spec.data->end(), c.extraBytes, 0x55);
-        spec.dataDeclaredSize = c.declared;
-        const ByteBuffer bytes = makeWav(spec);
+        WavSpec recipe;
+        recipe.data = audio;
+        recipe.data->insert(recipe.data->end(), c.extraBytes, 0x55);
+        recipe.dataDeclaredSize = c.declared;
+        const ByteBuffer bytes = makeWav(recipe);
         testing::writeBytes(dir / c.name, bytes);
 
         const WavReader reader(dir / c.name);
@@ -299,11 +299,11 @@ TEST(WavReaderTest, ReadsFilesBeyond4GiBWithoutLoadingThem) {
 
     // The same audio in a plain RIFF file whose header was never finished
     // (0xFFFFFFFF) is a cut-off recording read to its end.
-    WavSpec spec;
-    spec.channels = 8;
-    spec.bits = 24;
-    spec.dataDeclaredSize = 0xFFFFFFFF;
-    const ByteBuffer riffHead = makeWav(spec);
+    WavSpec recipe;
+    recipe.channels = 8;
+    recipe.bits = 24;
+    recipe.dataDeclaredSize = 0xFFFFFFFF;
+    const ByteBuffer riffHead = makeWav(recipe);
     ASSERT_TRUE(makeSparse(dir / "cut.wav", riffHead, riffHead.size() + dataSize + 5));
     const WavReader cut(dir / "cut.wav");
     EXPECT_TRUE(cut.dataCutOff());

@@ -97,16 +97,16 @@ TEST(SplitMetadataTest, EveryMonoFileOfARecorderTakeKeepsItsMetadata) {
 }
 
 TEST(SplitMetadataTest, ATakeWithoutMetadataOrWithBrokenIXML) {
-    testing::WavSpec spec;
-    spec.frames = 4;
-    const WAVFile bare = WAVFile::fromBytes(testing::makeWav(spec));
+    testing::WavSpec recipe;
+    recipe.frames = 4;
+    const WAVFile bare = WAVFile::fromBytes(testing::makeWav(recipe));
     EXPECT_TRUE(SplitMetadata::monoChunks(SplitMetadata::read(bare), 0).empty());
     EXPECT_EQ(SplitMetadata::trackName(SplitMetadata::read(bare), 0), "");
 
     const std::string broken = "<BWFXML><NOTE>a & b</NOTE></BWFXML>";
-    spec.beforeData = {{"iXML", ByteBuffer(broken.begin(), broken.end())}};
+    recipe.beforeData = {{"iXML", ByteBuffer(broken.begin(), broken.end())}};
     const auto chunks = SplitMetadata::monoChunks(
-        SplitMetadata::read(WAVFile::fromBytes(testing::makeWav(spec))), 1);
+        SplitMetadata::read(WAVFile::fromBytes(testing::makeWav(recipe))), 1);
     ASSERT_EQ(chunks.size(), 1u);
     EXPECT_EQ(chunks[0].first, kUnreadableIXMLChunkId);
     EXPECT_EQ(chunks[0].second, ByteBuffer(broken.begin(), broken.end()));

@@ -126,9 +126,9 @@ TEST(StampMetadataTest, DAWChunksStayByteForByte) {
 }
 
 TEST(StampMetadataTest, EmptyFieldsAreFilledAndASourceWithoutMetadataGetsThePlainStamp) {
-    testing::WavSpec spec;
-    spec.frames = 10;
-    const WAVFile plain = WAVFile::fromBytes(testing::makeWav(spec));
+    testing::WavSpec recipe;
+    recipe.frames = 10;
+    const WAVFile plain = WAVFile::fromBytes(testing::makeWav(recipe));
     StampMetadata m = StampMetadataComposer::compose(plain, kStamp);
     BWFStampInfo info{kStamp.timeReference, "Stamped by Norvane", "Norvane",   "NEWREF",
                       "2026-11-23",         "10:00:00",           std::nullopt};
@@ -139,8 +139,8 @@ TEST(StampMetadataTest, EmptyFieldsAreFilledAndASourceWithoutMetadataGetsThePlai
     EXPECT_TRUE(m.chunks.extra.empty());
 
     // A bext with only a description: the rest is ours.
-    spec.beforeData = {{"bext", testing::makeBextPayload(99, "Scene 5")}};
-    m = StampMetadataComposer::compose(WAVFile::fromBytes(testing::makeWav(spec)), kStamp);
+    recipe.beforeData = {{"bext", testing::makeBextPayload(99, "Scene 5")}};
+    m = StampMetadataComposer::compose(WAVFile::fromBytes(testing::makeWav(recipe)), kStamp);
     const BextChunk bext = *decodeBext(m.chunks.bext);
     EXPECT_EQ(bext.description, "Scene 5");
     EXPECT_EQ(bext.originator, "Norvane");
@@ -152,10 +152,10 @@ TEST(StampMetadataTest, EmptyFieldsAreFilledAndASourceWithoutMetadataGetsThePlai
 
 TEST(StampMetadataTest, AnIXMLThatDoesNotParseIsKeptBesideTheNewOne) {
     const std::string broken = "<BWFXML><SCENE>5 & 6</SCENE></BWFXML>";
-    testing::WavSpec spec;
-    spec.frames = 10;
-    spec.beforeData = {{"iXML", ByteBuffer(broken.begin(), broken.end())}};
-    const WAVFile source = WAVFile::fromBytes(testing::makeWav(spec), "take.wav");
+    testing::WavSpec recipe;
+    recipe.frames = 10;
+    recipe.beforeData = {{"iXML", ByteBuffer(broken.begin(), broken.end())}};
+    const WAVFile source = WAVFile::fromBytes(testing::makeWav(recipe), "take.wav");
     const StampMetadata m = StampMetadataComposer::compose(source, kStamp);
     ASSERT_EQ(m.warnings.size(), 1u);
     EXPECT_EQ(m.warnings[0],
