@@ -3,34 +3,23 @@
 #include <algorithm>
 #include <vector>
 
+#include "core/audio/bext.h"
 #include "core/audio/riff_writer.h"
 #include "core/common/file_output.h"
 
 namespace norvane::BWFWriter {
 
-namespace {
-
-constexpr std::size_t kBextSize = 602;
-
-// The UTF-8 bytes of `text` cut to `width` (a multi-byte character may be
-// cut); the rest of the field keeps its zero fill.
-void putField(ByteBuffer& bext, std::size_t offset, std::size_t width, const std::string& text) {
-    std::copy_n(text.begin(), std::min(width, text.size()),
-                bext.begin() + static_cast<std::ptrdiff_t>(offset));
-}
-
-}  // namespace
-
 ByteBuffer encodeBext(const BWFStampInfo& stamp) {
-    ByteBuffer bext(kBextSize, 0);
-    putField(bext, 0, 256, stamp.description);
-    putField(bext, 256, 32, stamp.originator);
-    putField(bext, 288, 32, stamp.originatorReference);
-    putField(bext, 320, 10, stamp.originationDate);
-    putField(bext, 330, 8, stamp.originationTime);
-    writeLE64(bext.data() + 338, stamp.timeReferenceSamples);
-    writeLE16(bext.data() + 346, 1);  // Version
-    return bext;
+    // Version 1, no UMID, loudness or coding history: the 602 fixed bytes.
+    BextChunk bext;
+    bext.description = stamp.description;
+    bext.originator = stamp.originator;
+    bext.originatorReference = stamp.originatorReference;
+    bext.originationDate = stamp.originationDate;
+    bext.originationTime = stamp.originationTime;
+    bext.timeReference = stamp.timeReferenceSamples;
+    bext.version = 1;
+    return norvane::encodeBext(bext);
 }
 
 StampChunks stampChunks(const BWFStampInfo& stamp) {
