@@ -10,17 +10,17 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <span>
 #include <cstring>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "core/audio/bext.h"
 #include "core/audio/bwf_reader.h"
 #include "core/audio/bwf_writer.h"
-#include "core/audio/riff_writer.h"
 #include "core/audio/ixml.h"
+#include "core/audio/riff_writer.h"
 #include "core/audio/wav_file.h"
 #include "core/common/file_output.h"
 #include "core/rebuild/source_timeline.h"
@@ -108,8 +108,8 @@ inline void exerciseBWFMetadata(ByteView bytes) {
     if (const std::optional<BextChunk> decoded = decodeBext(bext)) {
         (void)encodeBext(*decoded);
     }
-    if (std::optional<IXMLElement> root =
-            IXML::parse(std::string_view(reinterpret_cast<const char*>(ixml.data()), ixml.size()))) {
+    if (std::optional<IXMLElement> root = IXML::parse(
+            std::string_view(reinterpret_cast<const char*>(ixml.data()), ixml.size()))) {
         (void)IXML::timecodeRate(*root);
         (void)IXML::samplesSinceMidnight(*root);
         (void)IXML::tracks(*root);

@@ -95,7 +95,8 @@ namespace {
 // ICU collators are not thread-safe for concurrent use; each thread clones one.
 std::unique_ptr<icu::Collator> makeCollator() {
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale::getRoot(), status));
+    std::unique_ptr<icu::Collator> collator(
+        icu::Collator::createInstance(icu::Locale::getRoot(), status));
     if (U_FAILURE(status) || !collator) {
         return nullptr;
     }

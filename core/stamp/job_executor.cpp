@@ -84,8 +84,7 @@ void writeOutput(const WavReader& source, const Stamp& stamp, const std::string&
                        overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
         const bool finished = BWFWriter::write(
             source, info, out,
-            [&](std::uint64_t, std::uint64_t) { return !(isCancelled && isCancelled()); },
-            frames);
+            [&](std::uint64_t, std::uint64_t) { return !(isCancelled && isCancelled()); }, frames);
         if (!finished) {
             throw ProcessingError::cancelled();  // the temporary file goes with `out`
         }

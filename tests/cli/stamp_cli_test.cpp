@@ -193,7 +193,6 @@ TEST_F(StampCommandTest, FindsTheLTCByItsSignalAndKeepsDiagnosticsForVerbose) {
     EXPECT_THAT(again.err, Not(HasSubstr("Auto FPS")));
     EXPECT_EQ(norvane("stamp in -o out --ltc-channel 2 --overwrite").exitCode, 0);
     EXPECT_EQ(norvane("stamp in -o out --overwrite --collision keep-both").exitCode, 64);
-
 }
 
 TEST_F(StampCommandTest, WithoutAnOutputFolderWritesBesideTheSources) {
