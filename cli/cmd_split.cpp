@@ -43,6 +43,7 @@ nlohmann::ordered_json reportJSON(const PolyWavSplitReport& report) {
         f["skipped"] = r.skipped;
         f["skipReason"] =
             r.skipReason ? nlohmann::ordered_json(*r.skipReason) : nlohmann::ordered_json();
+        f["warnings"] = r.warnings;
         j["fileResults"].push_back(f);
     }
     j["outputPaths"] = nlohmann::ordered_json::array();
@@ -135,6 +136,9 @@ Command addSplitCommand(CLI::App& parent) {
             } else {
                 std::cout << "Wrote " << r.outputURLs.size() << " channel file(s) for " << name
                           << ".\n";
+            }
+            for (const std::string& warning : r.warnings) {
+                std::cout << "Warning: " << warning << "\n";
             }
         }
         std::cout << "Done. " << report.outputPaths.size() << " file(s) written." << std::endl;

@@ -183,6 +183,9 @@ void PolySplitWorkflow::startSplit() {
                             QStringLiteral("Wrote ") + QString::number(result.outputURLs.size()) +
                             QStringLiteral(" channel file(s) for ") + name + QStringLiteral("."));
                     }
+                    for (const std::string& warning : result.warnings) {
+                        appendLog(QStringLiteral("Warning: ") + toQString(warning));
+                    }
                 }
                 setStatus(QStringLiteral("Done. ") +
                           QString::number(outcome.report->outputPaths.size()) +

@@ -1,7 +1,8 @@
 // The command line under hostile conditions: interrupts, runs that would land
 // on their own inputs, concurrent runs into one folder, bytes that are not
-// UTF-8, long names, a strict umask, a settings file built to crash a parser,
-// and a log that cannot be written. Each case checks what is on disk after.
+// UTF-8, long names, a strict umask, header lies, pipes named like recordings,
+// a settings file built to crash a parser, and a log that cannot be written.
+// Each case checks what is on disk after.
 
 #include <sys/stat.h>
 
@@ -14,6 +15,7 @@
 
 #include "core/common/file_output.h"
 #include "core/common/text.h"
+#include "tests/core/stamp/stamp_fixtures.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
@@ -369,6 +371,64 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
                 HasSubstr("boom\xEF\xBF\xBD.wav,boom\xEF\xBF\xBD_tc.wav,ltc\xEF\xBF\xBD.wav"));
         }
     }
+}
+
+// Header lies and things that are not files: a data chunk whose size field is 0
+// while the audio follows (a recorder's crash) is read to the last whole frame
+// with a warning naming the file, by stamp, split and info alike; a named pipe
+// called *.wav is skipped with a clear reason instead of hanging the run, and
+// a device is refused at once.
+TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
+    testing::TempDir dir;
+    const fs::path in = dir / "in";
+    fs::create_directories(in);
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "crash.wav") +
+                        " --start 10:00:00:00 --fps 25 --seconds 2");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(in / "poly.wav", smallPoly(2, 4800));
+    for (const char* name : {"crash.wav", "poly.wav"}) {
+        ByteBuffer crashed = readWholeFile(in / name);
+        const std::string bytes(crashed.begin(), crashed.end());
+        const std::size_t data = bytes.find("data");
+        ASSERT_NE(data, std::string::npos);
+        std::fill_n(crashed.begin() + static_cast<std::ptrdiff_t>(data) + 4, 4, std::uint8_t{0});
+        testing::writeBytes(in / name, crashed);
+    }
+    const auto before = snapshot(in);
+    const std::string warning = "crash.wav: the data chunk size does not match the file";
+
+    r = runCommand(cli(dir) + " stamp --json " + quoted(in / "crash.wav") + " --fps 25 -o " +
+                   quoted(dir / "st"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(nlohmann::json::parse(r.out)["warnings"].dump(), HasSubstr(warning));
+    EXPECT_EQ(testing::sndfileFrames(dir / "st" / "crash_tc.wav"), 96000);
+    EXPECT_EQ(testing::sndfileTimeReference(dir / "st" / "crash_tc.wav"), 36000u * 48000u);
+
+    ASSERT_EQ(::mkfifo((in / "pipe.wav").c_str(), 0600), 0);
+    r = runCommand("timeout 60 env " + cli(dir) + " split --json " + quoted(in) + " -o " +
+                   quoted(dir / "sp"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto split = nlohmann::json::parse(r.out)["fileResults"];
+    ASSERT_EQ(split.size(), 3u) << r.out;
+    for (const auto& file : split) {
+        const fs::path name = fs::path(file["inputURL"].get<std::string>()).filename();
+        if (name == "pipe.wav") {
+            EXPECT_THAT(file["skipReason"].get<std::string>(), HasSubstr("Not a regular file"));
+        } else if (name == "poly.wav") {
+            EXPECT_THAT(file["warnings"].dump(), HasSubstr("poly.wav: the data chunk size"));
+        }
+    }
+    EXPECT_EQ(testing::sndfileFrames(dir / "sp" / "poly_CH02.wav"), 4800);
+
+    r = runCommand(cli(dir) + " info " + quoted(in / "crash.wav"));
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_THAT(r.out, HasSubstr(warning));
+    r = runCommand("timeout 60 env " + cli(dir) + " info /dev/zero");
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_THAT(r.err, HasSubstr("Not a regular file"));
+
+    fs::remove(in / "pipe.wav");
+    EXPECT_EQ(snapshot(in), before);
 }
 
 // A settings file of a 100 000-deep array (200 KB, under the size cap) is
