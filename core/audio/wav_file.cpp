@@ -138,6 +138,15 @@ void WAVFile::parse() {
     }
 }
 
+const WAVChunk* WAVFile::firstChunk(std::string_view id) const {
+    for (const WAVChunk& chunk : chunks_) {
+        if (chunk.id == id) {
+            return &chunk;
+        }
+    }
+    return nullptr;
+}
+
 double WAVFile::duration() const {
     if (fmt_.byteRate == 0) {
         return 0;

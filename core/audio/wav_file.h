@@ -108,6 +108,8 @@ class WAVFile {
     const std::filesystem::path& url() const { return url_; }
     const WAVFmtChunk& fmt() const { return fmt_; }
     const std::vector<WAVChunk>& chunks() const { return chunks_; }
+    // The first chunk with this id ("bext", "iXML"), or nullptr.
+    const WAVChunk* firstChunk(std::string_view id) const;
     ByteView dataChunk() const { return dataChunk_; }
 
     // Data bytes / byteRate in seconds; 0 when byteRate is 0.

@@ -7,15 +7,6 @@ namespace norvane::SplitMetadata {
 
 namespace {
 
-const WAVChunk* firstChunk(const WAVFile& file, std::string_view id) {
-    for (const WAVChunk& chunk : file.chunks()) {
-        if (chunk.id == id) {
-            return &chunk;
-        }
-    }
-    return nullptr;
-}
-
 constexpr std::size_t kMaxNameBytes = 64;
 
 }  // namespace
@@ -23,10 +14,10 @@ constexpr std::size_t kMaxNameBytes = 64;
 SplitSourceMetadata read(const WAVFile& source) {
     SplitSourceMetadata metadata;
     metadata.fmt = source.fmt();
-    if (const WAVChunk* bext = firstChunk(source, "bext")) {
+    if (const WAVChunk* bext = source.firstChunk("bext")) {
         metadata.bext = decodeBext(bext->data);
     }
-    if (const WAVChunk* ixml = firstChunk(source, "iXML")) {
+    if (const WAVChunk* ixml = source.firstChunk("iXML")) {
         metadata.ixml = IXML::parse(std::string(ixml->data.begin(), ixml->data.end()));
         if (!metadata.ixml) {
             metadata.unreadableIXML = ByteBuffer(ixml->data.begin(), ixml->data.end());

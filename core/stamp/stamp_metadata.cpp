@@ -13,15 +13,6 @@ namespace norvane::StampMetadataComposer {
 
 namespace {
 
-const WAVChunk* firstChunk(const WAVFile& file, std::string_view id) {
-    for (const WAVChunk& chunk : file.chunks()) {
-        if (chunk.id == id) {
-            return &chunk;
-        }
-    }
-    return nullptr;
-}
-
 void fillIfEmpty(std::string& field, const std::string& value) {
     if (field.empty()) {
         field = value;
@@ -63,7 +54,7 @@ std::string codingHistoryLine(const WAVFmtChunk& fmt) {
 StampMetadata compose(const WAVFile& source, const StampValues& stamp) {
     StampMetadata result;
 
-    const WAVChunk* sourceBext = firstChunk(source, "bext");
+    const WAVChunk* sourceBext = source.firstChunk("bext");
     const std::optional<BextChunk> recorded =
         sourceBext ? decodeBext(sourceBext->data) : std::nullopt;
     if (recorded) {
@@ -92,7 +83,7 @@ StampMetadata compose(const WAVFile& source, const StampValues& stamp) {
     }
 
     const std::string plain = plainIXML(stamp, source.fmt().sampleRate);
-    const WAVChunk* sourceIXML = firstChunk(source, "iXML");
+    const WAVChunk* sourceIXML = source.firstChunk("iXML");
     if (!sourceIXML) {
         result.chunks.ixml = bytesOf(plain);
         return result;
