@@ -3,7 +3,9 @@
 #include <QMainWindow>
 #include <QMap>
 
+class QAction;
 class QLabel;
+class QPushButton;
 class QStackedWidget;
 class QToolButton;
 
@@ -46,6 +48,16 @@ class MainWindow : public QMainWindow {
     void restoreWindowState();
     void setSavesWindowState(bool saves) { savesWindowState_ = saves; }
 
+    // The Run menu's actions follow the screen on show: enabled when its
+    // primary button or Cancel is.
+    QAction* addFilesAction() const { return addFiles_; }
+    QAction* processAction() const { return process_; }
+    QAction* cancelAction() const { return cancel_; }
+    void refreshRunActions();
+    // The text of the last help page opened; tests turn the dialogs off.
+    const QString& lastHelpText() const { return lastHelpText_; }
+    void setShowsDialogs(bool shows) { showsDialogs_ = shows; }
+
   protected:
     void closeEvent(QCloseEvent* event) override;
 
@@ -53,6 +65,12 @@ class MainWindow : public QMainWindow {
     void addPage(const QString& name, const QString& title, QWidget* page);
     void showPage(const QString& name);
     void buildMenus();
+    // The current tool screen's primary button (or Cancel); none elsewhere.
+    QPushButton* screenButton(bool primary) const;
+    void addFilesToScreen();
+    void showHelpPage(const QString& title, const QString& html);
+    static QString howItWorksText();
+    static QString shortcutsText();
 
     AppViewModel& viewModel_;
     QToolButton* back_;
@@ -63,6 +81,11 @@ class MainWindow : public QMainWindow {
     QMap<QString, QString> titles_;
     QString pageBeforeSettings_ = "home";
     bool savesWindowState_ = true;
+    bool showsDialogs_ = true;
+    QString lastHelpText_;
+    QAction* addFiles_ = nullptr;
+    QAction* process_ = nullptr;
+    QAction* cancel_ = nullptr;
     HomeScreen* home_ = nullptr;
     StampScreen* stamp_ = nullptr;
     PolySplitScreen* polySplit_ = nullptr;

@@ -160,18 +160,11 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     outer->addWidget(content, 1);
     outer->addWidget(actionBar_);
 
-    auto* openShortcut = new QShortcut(QKeySequence::Open, this);
-    openShortcut->setContext(Qt::WidgetWithChildrenShortcut);
-    connect(openShortcut, &QShortcut::activated, this, &PolySplitScreen::addFilesFromPicker);
+    // Ctrl+O, Ctrl+Return and Esc belong to the window's menus, which hand
+    // them to the screen on show.
     auto* folderShortcut = new QShortcut(QKeySequence("Ctrl+Shift+O"), this);
     folderShortcut->setContext(Qt::WidgetWithChildrenShortcut);
     connect(folderShortcut, &QShortcut::activated, this, &PolySplitScreen::addFolderFromPicker);
-    auto* startShortcut = new QShortcut(QKeySequence("Ctrl+Return"), this);
-    startShortcut->setContext(Qt::WidgetWithChildrenShortcut);
-    connect(startShortcut, &QShortcut::activated, start_, &QPushButton::click);
-    auto* cancelShortcut = new QShortcut(QKeySequence(Qt::Key_Escape), this);
-    cancelShortcut->setContext(Qt::WidgetWithChildrenShortcut);
-    connect(cancelShortcut, &QShortcut::activated, cancel_, &QPushButton::click);
 
     setTabOrder(addFiles, addFolder);
     setTabOrder(addFolder, clear_);

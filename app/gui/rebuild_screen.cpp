@@ -2,6 +2,7 @@
 
 #include <QButtonGroup>
 #include <QComboBox>
+#include <QDir>
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGroupBox>
@@ -127,10 +128,11 @@ RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
                                         "Timecode from", "Track from", "Fallback"})),
       events_(makeTable("rebuildEvents",
                         {"Order", "Event", "Timecode", "Duration", "Tracks", "Fallback"})),
-      lanes_(makeTable("rebuildLanes", {"Camera lane", "Candidate clips"})),
+      lanes_(makeTable("rebuildLanes", {"Camera lane", "Camera", "Candidate clips"})),
       preview_(makeTable("rebuildPreview", {"Event timecode", "Audio clip", "Clips"})),
       coverage_(new CoverageGrid),
       timeline_(new RebuildTimeline),
+      buildTimeline_(new RebuildTimeline),
       coverageSummary_(new QLabel),
       validate_(new QPushButton("Validate")),
       validation_(new QListWidget),
@@ -138,6 +140,7 @@ RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
       progress_(new QProgressBar),
       phase_(new QLabel),
       stats_(new QLabel),
+      buildSummary_(new QLabel),
       cancel_(new QPushButton("Cancel")),
       report_(new QPlainTextEdit),
       revealOutput_(new QPushButton("Show in file manager")),
@@ -175,11 +178,15 @@ RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
     status_->setObjectName("statusLine");
     status_->setWordWrap(true);
 
+    auto* body = new QVBoxLayout;
+    body->setContentsMargins(16, 8, 16, 6);
+    body->addLayout(stepBar);
+    body->addWidget(pages_, 1);
     auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(16, 8, 16, 12);
-    layout->addLayout(stepBar);
-    layout->addWidget(pages_, 1);
-    layout->addWidget(status_);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addLayout(body, 1);
+    layout->addWidget(buildActionBar());
 
     auto shortcut = [this](const QKeySequence& keys, QPushButton* button) {
         auto* s = new QShortcut(keys, this);
@@ -192,8 +199,7 @@ RebuildScreen::RebuildScreen(QObject& workflow, QWidget* parent)
     };
     shortcut(QKeySequence("Ctrl+Shift+S"), autoScan_);
     shortcut(QKeySequence("Ctrl+Shift+V"), validate_);
-    shortcut(QKeySequence("Ctrl+B"), build_);
-    shortcut(QKeySequence(Qt::Key_Escape), cancel_);
+    // Ctrl+Return (Build) and Esc (Cancel) belong to the window's menus.
 
     bindState();
 }
@@ -206,8 +212,6 @@ QWidget* RebuildScreen::buildInputsPage() {
     stereoMix_->setObjectName("rebuildStereoMix");
     stereoMix_->setExtensions({"wav"}, "WAV files (*.wav *.WAV)");
     syncedFolder_->setObjectName("rebuildSyncedFolder");
-    outputFolder_->setObjectName("rebuildOutputFolder");
-    outputFilename_->setObjectName("rebuildOutputFilename");
     for (auto [field, property] :
          {std::pair{sourceXML_, "sourceXMLURL"}, std::pair{stereoMix_, "stereoMixURL"},
           std::pair{syncedFolder_, "syncedAudioFolderURL"},
@@ -236,8 +240,6 @@ QWidget* RebuildScreen::buildInputsPage() {
     form->addRow("Source timeline XML", sourceXML_);
     form->addRow("Stereo mix WAV", stereoMix_);
     form->addRow("Synced audio folder", syncedFolder_);
-    form->addRow("Output folder", outputFolder_);
-    form->addRow("Output file name", outputFilename_);
 
     auto* options = new QGroupBox("Options");
     auto* optionsForm = new QFormLayout(options);
@@ -347,10 +349,6 @@ QWidget* RebuildScreen::buildValidatePage() {
     validation_->setObjectName("rebuildValidation");
     validation_->setWordWrap(true);
     validation_->setAlternatingRowColors(true);
-    build_->setObjectName("rebuildBuild");
-    build_->setToolTip("Write the rebuilt timeline (Ctrl+B)");
-    connect(build_, &QPushButton::clicked, this,
-            [this] { QMetaObject::invokeMethod(&workflow_, "build"); });
     auto* again = new QPushButton("Validate again");
     again->setObjectName("rebuildValidateAgain");
     connect(again, &QPushButton::clicked, this,
@@ -358,7 +356,6 @@ QWidget* RebuildScreen::buildValidatePage() {
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(again);
     buttons->addStretch();
-    buttons->addWidget(build_);
     auto* page = new QWidget;
     auto* layout = new QVBoxLayout(page);
     layout->setContentsMargins(0, 4, 0, 0);
@@ -369,26 +366,68 @@ QWidget* RebuildScreen::buildValidatePage() {
 }
 
 QWidget* RebuildScreen::buildBuildPage() {
-    progress_->setObjectName("rebuildProgress");
-    progress_->setRange(0, 1000);
     phase_->setObjectName("rebuildPhase");
     stats_->setObjectName("rebuildStats");
     stats_->setWordWrap(true);
-    cancel_->setObjectName("rebuildCancel");
-    connect(cancel_, &QPushButton::clicked, this,
-            [this] { QMetaObject::invokeMethod(&workflow_, "cancel"); });
-    auto* row = new QHBoxLayout;
-    row->addWidget(progress_, 1);
-    row->addWidget(cancel_);
+    buildSummary_->setObjectName("rebuildBuildSummary");
+    buildSummary_->setWordWrap(true);
+    buildSummary_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* timelineScroll = new QScrollArea;
+    timelineScroll->setWidget(buildTimeline_);
+    timelineScroll->setWidgetResizable(false);
+    timelineScroll->setFrameShape(QFrame::NoFrame);
     auto* page = new QWidget;
     auto* layout = new QVBoxLayout(page);
     layout->setContentsMargins(0, 4, 0, 0);
-    layout->addWidget(makeSectionTitle("Build"));
+    layout->addWidget(makeSectionTitle("What the build writes"));
+    layout->addWidget(buildSummary_);
+    layout->addWidget(timelineScroll, 1);
     layout->addWidget(phase_);
-    layout->addLayout(row);
     layout->addWidget(stats_);
-    layout->addStretch();
     return page;
+}
+
+QWidget* RebuildScreen::buildActionBar() {
+    outputFolder_->setObjectName("rebuildOutputFolder");
+    outputFilename_->setObjectName("rebuildOutputFilename");
+    outputFilename_->setPlaceholderText("timeline_rebuild.fcpxml");
+    outputFilename_->setToolTip("Name of the FCPXML file written into the output folder");
+    build_->setObjectName("rebuildBuild");
+    build_->setDefault(true);
+    build_->setToolTip("Validate and write the rebuilt timeline (Ctrl+Return)");
+    connect(build_, &QPushButton::clicked, this,
+            [this] { QMetaObject::invokeMethod(&workflow_, "build"); });
+    cancel_->setObjectName("rebuildCancel");
+    cancel_->setToolTip("Stop the running scan, validation or build (Esc)");
+    connect(cancel_, &QPushButton::clicked, this, [this] {
+        // The engine stops at its next step; say so until it has.
+        cancelling_ = true;
+        cancel_->setText("Cancelling…");
+        cancel_->setEnabled(false);
+        QMetaObject::invokeMethod(&workflow_, "cancel");
+    });
+    progress_->setObjectName("rebuildProgress");
+    progress_->setRange(0, 1000);
+
+    auto* outputRow = new QHBoxLayout;
+    outputRow->addWidget(new QLabel("Output folder"));
+    outputRow->addWidget(outputFolder_, 3);
+    outputRow->addWidget(new QLabel("File name"));
+    outputRow->addWidget(outputFilename_, 2);
+    auto* actionRow = new QHBoxLayout;
+    actionRow->addWidget(build_);
+    actionRow->addWidget(cancel_);
+    actionRow->addWidget(progress_, 1);
+    auto* bar = new QFrame;
+    bar->setObjectName("actionBar");
+    auto* barLayout = new QVBoxLayout(bar);
+    barLayout->setContentsMargins(16, 6, 16, 8);
+    barLayout->setSpacing(4);
+    barLayout->addLayout(outputRow);
+    barLayout->addLayout(actionRow);
+    barLayout->addWidget(status_);
+    actionBar_ = bar;
+    return bar;
 }
 
 QWidget* RebuildScreen::buildReportPage() {
@@ -416,10 +455,17 @@ QWidget* RebuildScreen::buildReportPage() {
 
 void RebuildScreen::bindState() {
     watchProperty(&workflow_, "step", pages_, [this] { showStep(value("step").toString()); });
-    watchProperty(&workflow_, "readinessItems", readiness_, [this] { refreshReadiness(); });
+    watchProperty(&workflow_, "readinessItems", readiness_, [this] {
+        refreshReadiness();
+        refreshBusy();
+        refreshBuildSummary();
+    });
     for (const char* name :
          {"detectedAudioInputs", "detectedEvents", "videoTracks", "previewRows"}) {
-        watchProperty(&workflow_, name, mappingTabs_, [this] { refreshMapping(); });
+        watchProperty(&workflow_, name, mappingTabs_, [this] {
+            refreshMapping();
+            refreshBuildSummary();
+        });
     }
     watchProperty(&workflow_, "validationItems", validation_, [this] { refreshValidation(); });
     for (const char* name : {"progressPhase", "progressPercent", "buildStats"}) {
@@ -509,7 +555,9 @@ void RebuildScreen::refreshMapping() {
     lanes_->setRowCount(static_cast<int>(tracks.size()));
     for (int row = 0; row < tracks.size(); ++row) {
         const QVariantMap track = toVariantMap(tracks[row]);
-        setRow(lanes_, row, {text(track, {"name"}), text(track, {"candidateClipCount"})});
+        setRow(
+            lanes_, row,
+            {text(track, {"name"}), text(track, {"camera"}), text(track, {"candidateClipCount"})});
     }
 
     // Preview: one column per camera lane, in the order the lanes were found.
@@ -526,7 +574,9 @@ void RebuildScreen::refreshMapping() {
     std::sort(laneLabels.begin(), laneLabels.end(),
               [](const QString& a, const QString& b) { return a.localeAwareCompare(b) < 0; });
     QStringList headers = {"Event timecode", "Audio clip", "Clips"};
-    headers.append(laneLabels);
+    for (const QString& lane : laneLabels) {
+        headers.append(laneTitle(lane));
+    }
     preview_->setColumnCount(static_cast<int>(headers.size()));
     preview_->setHorizontalHeaderLabels(headers);
     preview_->setRowCount(static_cast<int>(rows.size()));
@@ -556,7 +606,11 @@ void RebuildScreen::refreshMapping() {
         covered.append(line);
         eventLabels.append(text(entry, {"eventTimecode"}) + "  " + text(entry, {"audioClipName"}));
     }
-    coverage_->setData(eventLabels, laneLabels, covered);
+    QStringList coverageLanes;
+    for (const QString& lane : laneLabels) {
+        coverageLanes.append(laneTitle(lane));
+    }
+    coverage_->setData(eventLabels, coverageLanes, covered);
     coverage_->resize(coverage_->sizeHint());
     // The same events in time: start from the event timecode, length from the
     // detected event.
@@ -580,7 +634,12 @@ void RebuildScreen::refreshMapping() {
             timed.append(event);
         }
     }
-    timeline_->setData(laneLabels, timed);
+    QStringList laneTitles;
+    for (const QString& lane : laneLabels) {
+        laneTitles.append(laneTitle(lane));
+    }
+    timeline_->setData(laneTitles, timed);
+    buildTimeline_->setData(laneTitles, timed);
     const int missing = coverage_->missingCount();
     coverageSummary_->setText(
         rows.isEmpty()
@@ -657,10 +716,68 @@ void RebuildScreen::refreshBusy() {
     for (QWidget* widget : std::initializer_list<QWidget*>{
              dropArea_, sourceXML_, stereoMix_, syncedFolder_, outputFolder_, outputFilename_,
              missingCamera_, timecodeSource_, videoFrameRate_, autoScan_, continue_, clear_,
-             validate_, build_}) {
+             validate_}) {
         widget->setEnabled(!busy);
     }
-    cancel_->setEnabled(busy);
+    // Build needs every input: the readiness list says which one is missing.
+    bool ready = true;
+    for (const QVariant& entry : toVariantList(value("readinessItems"))) {
+        ready = ready && toVariantMap(entry).value("isReady").toBool();
+    }
+    build_->setEnabled(!busy && ready);
+    build_->setToolTip(ready ? QString("Validate and write the rebuilt timeline (Ctrl+Return)")
+                             : QString("Complete the inputs marked ✗ first"));
+    if (!busy) {
+        cancelling_ = false;
+        cancel_->setText("Cancel");
+    }
+    cancel_->setEnabled(busy && !cancelling_);
+}
+
+void RebuildScreen::addFilesFromPicker() {
+    const QStringList files = uiHooks().chooseFiles(
+        this, "Add the source timeline and the stereo mix", lastBrowseFolder(),
+        "Timelines and WAV files (*.fcpxml *.xml *.wav *.FCPXML *.XML *.WAV)");
+    if (!files.isEmpty()) {
+        routeDroppedPaths(files);
+    }
+}
+
+QString RebuildScreen::laneTitle(const QString& label) const {
+    for (const QVariant& entry : toVariantList(value("videoTracks"))) {
+        const QVariantMap track = toVariantMap(entry);
+        if (track.value("name").toString() == label) {
+            const QString camera = track.value("camera").toString();
+            return camera.isEmpty() ? label : label + " · " + camera;
+        }
+    }
+    return label;
+}
+
+void RebuildScreen::refreshBuildSummary() {
+    const QString folder = pathValue("outputFolderURL");
+    QString name = value("outputFilename").toString().trimmed();
+    if (!name.isEmpty() && !name.toLower().endsWith(".fcpxml")) {
+        name += ".fcpxml";
+    }
+    QStringList lanes;
+    for (const QVariant& entry : toVariantList(value("videoTracks"))) {
+        lanes.append(laneTitle(toVariantMap(entry).value("name").toString()));
+    }
+    const QVariantList events = toVariantList(value("detectedEvents"));
+    qint64 tracks = 0;
+    for (const QVariant& entry : events) {
+        tracks += toVariantMap(entry).value("audioTrackCount").toLongLong();
+    }
+    QStringList lines;
+    lines << "<b>Output:</b> " + (folder.isEmpty() ? QString("choose an output folder")
+                                                   : QDir(folder).filePath(name).toHtmlEscaped());
+    lines << "<b>Camera lanes:</b> " +
+                 (lanes.isEmpty() ? QString("none found yet (Auto-scan)") : lanes.join(", "));
+    lines << "<b>Audio:</b> A1 stereo mix " +
+                 QFileInfo(pathValue("stereoMixURL")).fileName().toHtmlEscaped() +
+                 QString(", A2+ %1 synced file(s) in %2 event(s)").arg(tracks).arg(events.size());
+    buildSummary_->setText(lines.join("<br>"));
 }
 
 }  // namespace norvane::gui

@@ -68,6 +68,14 @@ class RebuildScreen : public QWidget {
     QLabel* phaseLabel() const { return phase_; }
     QPlainTextEdit* reportView() const { return report_; }
     QLabel* statusLabel() const { return status_; }
+    // The bottom bar with Build, Cancel, progress and the output folder.
+    QWidget* actionBar() const { return actionBar_; }
+    QLabel* buildSummary() const { return buildSummary_; }
+    // A lane's title: its label and the camera its clips name ("V1 · CamA").
+    QString laneTitle(const QString& label) const;
+
+    // The File menu's Add files…: a timeline and a stereo mix, routed as a drop.
+    void addFilesFromPicker();
 
     // Routes dropped items: a timeline to the source, a WAV to the stereo
     // mix, the first folder to the synced audio and a second to the output.
@@ -79,6 +87,8 @@ class RebuildScreen : public QWidget {
     QWidget* buildValidatePage();
     QWidget* buildBuildPage();
     QWidget* buildReportPage();
+    QWidget* buildActionBar();
+    void refreshBuildSummary();
     void bindState();
     void setInput(const char* property, const QString& path);
     void refreshReadiness();
@@ -113,6 +123,7 @@ class RebuildScreen : public QWidget {
     QTableWidget* preview_;
     CoverageGrid* coverage_;
     RebuildTimeline* timeline_;
+    RebuildTimeline* buildTimeline_;  // the same picture on the Build step
     QLabel* coverageSummary_;
     QPushButton* validate_;
     QListWidget* validation_;
@@ -120,6 +131,9 @@ class RebuildScreen : public QWidget {
     QProgressBar* progress_;
     QLabel* phase_;
     QLabel* stats_;
+    QLabel* buildSummary_;
+    QWidget* actionBar_ = nullptr;
+    bool cancelling_ = false;
     QPushButton* cancel_;
     QPlainTextEdit* report_;
     QPushButton* revealOutput_;

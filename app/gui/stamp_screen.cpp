@@ -254,14 +254,10 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     outer->addWidget(split, 1);
     outer->addWidget(actionBar_);
 
-    connect(screenShortcut(QKeySequence::Open, this), &QShortcut::activated, this,
-            &StampScreen::addFilesFromPicker);
+    // Ctrl+O, Ctrl+Return and Esc belong to the window's menus, which hand
+    // them to the screen on show.
     connect(screenShortcut(QKeySequence("Ctrl+Shift+O"), this), &QShortcut::activated, this,
             &StampScreen::addFolderFromPicker);
-    connect(screenShortcut(QKeySequence("Ctrl+Return"), this), &QShortcut::activated, process_,
-            &QPushButton::click);
-    connect(screenShortcut(QKeySequence(Qt::Key_Escape), this), &QShortcut::activated, cancel_,
-            &QPushButton::click);
 
     QWidget* order[] = {addFiles,
                         addFolder,

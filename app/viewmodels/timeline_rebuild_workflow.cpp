@@ -5,6 +5,7 @@
 #include <map>
 #include <system_error>
 #include <utility>
+#include <variant>
 
 #include "app/viewmodels/view_model_support.h"
 #include "core/common/error.h"
@@ -47,6 +48,54 @@ QStringList textList(const std::vector<std::string>& texts) {
         list.append(toQString(text));
     }
     return list;
+}
+
+bool isNameSeparator(char c) {
+    return c == ' ' || c == '_' || c == '-' || c == '.';
+}
+
+// The camera a lane holds, as its clips name it: a multicam angle's name, or
+// what all the lane's clip names share up to a word boundary ("CamA" for
+// "CamA_T01", "CamA_T02"); the first clip's name when they share nothing.
+std::string cameraName(const VideoSource& source) {
+    std::vector<std::string> names;
+    for (const VideoCandidate& candidate : source.candidates) {
+        if (const auto* multicam = std::get_if<MulticamCandidate>(&candidate)) {
+            const auto& angles = multicam->multicam.angles;
+            const auto angle = std::find_if(angles.begin(), angles.end(), [&](const auto& a) {
+                return a.angleID == multicam->angleID;
+            });
+            names.push_back(angle != angles.end() && !angle->name.empty() ? angle->name
+                                                                          : multicam->clipName);
+        } else {
+            names.push_back(std::get<CameraCandidate>(candidate).clipName);
+        }
+    }
+    std::erase_if(names, [](const std::string& name) { return name.empty(); });
+    if (names.empty()) {
+        return {};
+    }
+    std::size_t same = names.front().size();
+    for (const std::string& name : names) {
+        std::size_t i = 0;
+        while (i < same && i < name.size() && name[i] == names.front()[i]) {
+            ++i;
+        }
+        same = i;
+    }
+    // A prefix that ends inside a word of some name stops at that word's start.
+    const bool atBoundary = std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+        return same == name.size() || isNameSeparator(name[same]) ||
+               (same > 0 && isNameSeparator(name[same - 1]));
+    });
+    std::string prefix = names.front().substr(0, same);
+    while (!atBoundary && !prefix.empty() && !isNameSeparator(prefix.back())) {
+        prefix.pop_back();
+    }
+    while (!prefix.empty() && isNameSeparator(prefix.back())) {
+        prefix.pop_back();
+    }
+    return prefix.size() >= 2 ? prefix : names.front();
 }
 
 QVariantMap reportMap(const TimelineRebuildReport& report) {
@@ -350,6 +399,7 @@ void TimelineRebuildWorkflow::publishScan(
         tracks.append(QVariantMap{
             {QStringLiteral("id"), toQString(source.label)},
             {QStringLiteral("name"), toQString(source.label)},
+            {QStringLiteral("camera"), toQString(cameraName(source))},
             {QStringLiteral("candidateClipCount"), static_cast<qint64>(source.candidates.size())}});
     }
     assign(detectedAudioInputs_, inputs, &TimelineRebuildWorkflow::detectedAudioInputsChanged);

@@ -25,7 +25,8 @@ namespace norvane {
 //       frameCount, sampleRate, channels, trackKey, timecodeProvenance, trackProvenance,
 //       usedFallback}
 //   detectedEvents: {id, name, order, timecode, durationSeconds, audioTrackCount, usedFallback}
-//   videoTracks: {id, name, candidateClipCount}
+//   videoTracks: {id, name ("V1"), camera (what the lane's clips name: a
+//       multicam angle or the clips' shared name), candidateClipCount}
 //   previewRows: {id, eventTimecode, audioClipName, audioClipCount, trackMatches {lane: bool}}
 //   validationItems: {id, severity ("Error" | "Warning" | "Info"), message}
 //   readinessItems: {id, title, isReady}

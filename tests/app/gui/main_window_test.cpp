@@ -2,21 +2,29 @@
 
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QApplication>
 #include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
 #include <QPushButton>
 #include <QSettings>
 #include <QTest>
 #include <QToolButton>
+#include <filesystem>
 
 #include "app/gui/home_screen.h"
 #include "app/gui/poly_split_screen.h"
+#include "app/gui/ui_hooks.h"
 #include "app/viewmodels/app_view_model.h"
 #include "tests/app/gui/gui_test_support.h"
 #include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
 
 namespace norvane::gui {
 namespace {
+
+namespace fs = std::filesystem;
 
 class MainWindowTest : public ::testing::Test {
   protected:
@@ -73,6 +81,51 @@ TEST_F(MainWindowTest, ScreenShortcutsReachTheScreenOnShow) {
     ASSERT_TRUE(window.polySplitScreen()->isAncestorOf(focus));
     QTest::keyClick(focus, Qt::Key_Return, Qt::ControlModifier);
     EXPECT_EQ(viewModel.polySplit()->polySplitStatusMessage(), "Add at least one WAV file.");
+}
+
+TEST_F(MainWindowTest, MenusAddFilesRunTheScreensActionAndExplainTheApp) {
+    // File > Add files… goes to the screen on show.
+    testing::TempDir inputs;
+    const fs::path take = inputs.path() / "T01.wav";
+    testing::writeBytes(take, testing::makePcm16(48000, {{0.1f, 0.2f}, {0.3f, 0.4f}}));
+    uiHooks().chooseFiles = [&](QWidget*, const QString&, const QString&, const QString&) {
+        return QStringList{QString::fromStdString(take.string())};
+    };
+    window.showArea("polyWavSplit");
+    window.addFilesAction()->trigger();
+    resetUiHooks();
+    EXPECT_EQ(viewModel.polySplit()->polySplitInputURLs().size(), 1);
+
+    // Run > Process is named after the screen's own button and follows it.
+    window.showArea("timelineRebuild");
+    window.refreshRunActions();
+    EXPECT_EQ(window.processAction()->text(), "Build");
+    EXPECT_FALSE(window.processAction()->isEnabled());  // the inputs are not chosen
+    EXPECT_FALSE(window.cancelAction()->isEnabled());
+    window.showArea("ltcStamp");
+    window.refreshRunActions();
+    EXPECT_EQ(window.processAction()->text(), "Stamp");
+    EXPECT_TRUE(window.processAction()->isEnabled());
+    window.processAction()->trigger();
+    EXPECT_NE(viewModel.stamp()->statusMessage(), "");
+
+    // Help has a page on how the tools work and one of the keys.
+    window.setShowsDialogs(false);
+    QStringList helpItems;
+    for (QAction* menu : window.menuBar()->actions()) {
+        if (menu->text() == "&Help") {
+            for (QAction* item : menu->menu()->actions()) {
+                if (!item->isSeparator()) {
+                    helpItems.append(item->text());
+                    item->trigger();
+                }
+                if (item->text() == "Keyboard shortcuts") {
+                    EXPECT_TRUE(window.lastHelpText().contains("Ctrl+Return"));
+                }
+            }
+        }
+    }
+    EXPECT_EQ(helpItems, QStringList({"How it works", "Keyboard shortcuts", "About Norvane"}));
 }
 
 TEST_F(MainWindowTest, WindowGeometryIsKeptForTheNextSession) {

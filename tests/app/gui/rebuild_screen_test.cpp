@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QTest>
@@ -103,6 +104,10 @@ TEST_F(RebuildScreenTest, WalksFromScanToReportAndWritesAValidTimeline) {
     // Camera B has nothing at the second event, in the table and in the grid.
     EXPECT_EQ(screen.previewTable()->item(1, 4)->text(), "–");
     EXPECT_EQ(screen.previewTable()->item(1, 3)->text(), "✓");
+    // Lanes carry the camera their clips name, wherever a lane is shown.
+    EXPECT_EQ(screen.previewTable()->horizontalHeaderItem(3)->text(), "V1 · CamA");
+    EXPECT_EQ(screen.lanesTable()->item(1, 1)->text(), "CamB");
+    EXPECT_TRUE(screen.buildSummary()->text().contains("V1 · CamA, V2 · CamB"));
     EXPECT_EQ(screen.coverageGrid()->rowCount(), 3);
     EXPECT_EQ(screen.coverageGrid()->missingCount(), 1);
     EXPECT_FALSE(screen.coverageGrid()->isCovered(1, 1));
@@ -110,7 +115,7 @@ TEST_F(RebuildScreenTest, WalksFromScanToReportAndWritesAValidTimeline) {
     // B's missing event a gap, each event at its timecode.
     const RebuildTimeline* timeline = screen.timeline();
     ASSERT_EQ(timeline->events().size(), 3);
-    EXPECT_EQ(timeline->cameraLanes().size(), 2);
+    EXPECT_EQ(timeline->cameraLanes(), QStringList({"V1 · CamA", "V2 · CamB"}));
     EXPECT_EQ(timeline->clipCount(), 5);
     EXPECT_EQ(timeline->gapCount(), 1);
     EXPECT_DOUBLE_EQ(timeline->events()[1].startSeconds - timeline->events()[0].startSeconds, 20);
@@ -152,6 +157,31 @@ TEST_F(RebuildScreenTest, WalksFromScanToReportAndWritesAValidTimeline) {
     EXPECT_EQ(opened, QUrl::fromLocalFile(q(dir / "out/rebuild")));
     screen.findChild<QPushButton*>("rebuildStartOver")->click();
     EXPECT_EQ(screen.shownStep(), "inputs");
+}
+
+TEST_F(RebuildScreenTest, BuildWaitsInTheActionBarForEveryInputAndCancelSaysItIsStopping) {
+    screen.resize(800, 600);
+    screen.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&screen));
+    QWidget* bar = screen.actionBar();
+    for (QWidget* part : std::initializer_list<QWidget*>{
+             screen.buildButton(), screen.cancelButton(), screen.progressBar(),
+             screen.outputFolderField(), screen.outputFilenameEdit()}) {
+        EXPECT_TRUE(bar->isAncestorOf(part));
+    }
+    EXPECT_TRUE(screen.buildButton()->isDefault());
+    EXPECT_FALSE(screen.buildButton()->isEnabled());  // nothing chosen yet
+    dropInputs();
+    EXPECT_TRUE(screen.buildButton()->isEnabled());
+    EXPECT_TRUE(screen.buildButton()->isVisible());
+
+    screen.autoScanButton()->click();
+    ASSERT_TRUE(rebuild.isBusy());
+    screen.cancelButton()->click();
+    EXPECT_EQ(screen.cancelButton()->text(), "Cancelling…");
+    EXPECT_FALSE(screen.cancelButton()->isEnabled());
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(screen.cancelButton()->text(), "Cancel");
 }
 
 }  // namespace
