@@ -280,11 +280,10 @@ std::string rationalRate(const FrameRateConfig& rate) {
 
 void mergeStamp(IXMLElement& root, const IXMLStampValues& stamp) {
     const std::string flag = stamp.rate.dropFrame ? "DF" : "NDF";
-    // The root gains children: its blank text becomes layout, as the parser
-    // reads it (an empty "<BWFXML>\r\n</BWFXML>" round-trips to the same tree).
-    if (isBlank(root.text)) {
-        root.text.clear();
-    }
+    // The root gains children: its text is then read as the parser reads text
+    // beside child elements (blank is layout, anything else trimmed), so what
+    // is written reads back as the same tree.
+    root.text = isBlank(root.text) ? std::string() : trim(root.text);
     // Our own top-level elements, placed after IXML_VERSION when the document
     // has none of them yet.
     const std::pair<const char*, std::string> topLevel[] = {
