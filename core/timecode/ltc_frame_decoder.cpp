@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace norvane {
 
@@ -51,61 +52,76 @@ void LTCFrameDecoder::push(std::span<const float> block, std::int64_t firstSampl
     if (primed_ && firstSample != nextSample_) {
         reset();
     }
+    const auto count = static_cast<std::int64_t>(block.size());
+    samplesSeen_ += count;
+    nextSample_ = firstSample + count;
+    const float* in = block.data();
+    std::int64_t i = 0;
+    if (!primed_) {
+        const float x = std::isfinite(in[0]) ? in[0] : 0.0f;
+        primed_ = true;
+        peak_ = std::max(peak_, std::fabs(x));
+        previous_ = x;
+        envHigh_ = x;
+        envLow_ = x;
+        i = 1;
+    }
+    // The loop keeps the tracking state in locals: edges are rare, and a
+    // member written on every sample would put a store and a reload on the
+    // envelope's dependency chain.
+    //
     // The envelope follows the signal's extremes and relaxes towards its
     // middle within about ten milliseconds, so level changes and DC are
     // followed while one bit cell never moves it much.
     const float relax = static_cast<float>(1.0 / (0.01 * static_cast<double>(sampleRate_)));
-    std::int64_t position = firstSample;
-    for (const float raw : block) {
-        const float x = std::isfinite(raw) ? raw : 0.0f;
-        peak_ = std::max(peak_, std::fabs(x));
-        if (!primed_) {
-            primed_ = true;
-            previous_ = x;
-            envHigh_ = x;
-            envLow_ = x;
-            ++position;
+    const double recentWindow = 0.25 * minBit_;
+    float previous = previous_;
+    float high = envHigh_;
+    float low = envLow_;
+    float peak = peak_;
+    int state = state_;
+    double lastMidCrossing = lastMidCrossing_;
+    for (; i < count; ++i) {
+        const float raw = in[i];
+        // Not finite (NaN or infinite) reads as silence.
+        const float x = std::fabs(raw) <= std::numeric_limits<float>::max() ? raw : 0.0f;
+        peak = std::max(peak, std::fabs(x));
+        const float swingBefore = high - low;
+        high = std::max(x, high - relax * swingBefore);
+        low = std::min(x, low + relax * swingBefore);
+        const float swing = high - low;
+        const float mid = 0.5f * (high + low);
+        const float prior = previous;
+        previous = x;
+        if ((prior - mid) * (x - mid) < 0.0f || (x == mid && prior != mid)) [[unlikely]] {
+            lastMidCrossing = static_cast<double>(firstSample + i - 1) +
+                              static_cast<double>((mid - prior) / (x - prior));
+        }
+        if (swing < kMinimumSwing) [[unlikely]] {
+            state = 0;
             continue;
         }
-        const float swingBefore = envHigh_ - envLow_;
-        envHigh_ = std::max(x, envHigh_ - relax * swingBefore);
-        envLow_ = std::min(x, envLow_ + relax * swingBefore);
-        const float swing = envHigh_ - envLow_;
-        const float mid = 0.5f * (envHigh_ + envLow_);
-        if ((previous_ - mid) * (x - mid) < 0.0f || (x == mid && previous_ != mid)) {
-            lastMidCrossing_ = static_cast<double>(position - 1) +
-                               static_cast<double>((mid - previous_) / (x - previous_));
+        const float band = kHysteresis * swing;
+        const int level = x > mid + band ? 1 : (x < mid - band ? -1 : 0);
+        if (level != 0 && level != state) [[unlikely]] {
+            // Leaving silence counts as an edge too: code that starts from
+            // silence opens its first cell there.
+            // The edge is where the signal crossed the mid level on its way
+            // here: a crossing of a quarter bit ago at most (an older one
+            // belongs to noise before the transition).
+            const auto position = static_cast<double>(firstSample + i);
+            const bool recent =
+                lastMidCrossing > lastEdge_ && position - lastMidCrossing <= recentWindow;
+            onEdge(recent ? lastMidCrossing : position - 0.5);
+            state = level;
         }
-        if (swing >= kMinimumSwing) {
-            const float band = kHysteresis * swing;
-            int level = 0;
-            if (x > mid + band) {
-                level = 1;
-            } else if (x < mid - band) {
-                level = -1;
-            }
-            if (level != 0 && level != state_) {
-                // Leaving silence counts as an edge too: code that starts from
-                // silence opens its first cell there.
-                // The edge is where the signal crossed the mid level on its
-                // way here: a crossing of a quarter bit ago at most (an older
-                // one belongs to noise before the transition).
-                const bool recent =
-                    lastMidCrossing_ > lastEdge_ &&
-                    static_cast<double>(position) - lastMidCrossing_ <= 0.25 * minBit_;
-                const double edge = recent ? lastMidCrossing_ : static_cast<double>(position) - 0.5;
-                onEdge(edge);
-                state_ = level;
-            }
-        } else {
-            state_ = 0;
-        }
-        previous_ = x;
-        ++position;
     }
-    const auto count = static_cast<std::int64_t>(block.size());
-    samplesSeen_ += count;
-    nextSample_ = firstSample + count;
+    previous_ = previous;
+    envHigh_ = high;
+    envLow_ = low;
+    peak_ = peak;
+    state_ = state;
+    lastMidCrossing_ = lastMidCrossing;
 }
 
 void LTCFrameDecoder::onEdge(double position) {
