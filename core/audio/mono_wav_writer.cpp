@@ -127,11 +127,21 @@ std::array<std::uint8_t, 16> monoFmt(const WAVFmtChunk& fmt, std::size_t bytesPe
     return payload;
 }
 
-// Samples of `width` bytes at a stride of `block`, packed.
+// Every frame of `frames` at a stride of `block` sends one sample of `width`
+// bytes to each output, in one pass over the block: sample `k` of a frame
+// (at byte `offsets[k]`) goes to `outs[k]`. Three-byte samples are moved as
+// four (the next store overwrites the extra byte), so `in` and every output
+// hold a byte past the last sample.
 template <std::size_t width>
-void gather(const std::uint8_t* from, std::size_t block, std::size_t frames, std::uint8_t* to) {
+void deinterleave(const std::uint8_t* in, std::size_t block, std::size_t frames,
+                  std::span<const std::size_t> offsets, std::span<std::uint8_t* const> outs) {
+    constexpr std::size_t moved = width == 3 ? 4 : width;
+    const std::size_t count = offsets.size();
     for (std::size_t f = 0; f < frames; ++f) {
-        std::memcpy(to + f * width, from + f * block, width);
+        const std::uint8_t* frame = in + f * block;
+        for (std::size_t k = 0; k < count; ++k) {
+            std::memcpy(outs[k] + f * width, frame + offsets[k], moved);
+        }
     }
 }
 
@@ -185,29 +195,34 @@ bool writeChannels(const WavReader& source, std::span<const ChannelOutput> outpu
         done += heads[i].size();
     }
 
-    const std::uint64_t perBlock = std::max<std::uint64_t>(1, WavReader::kBlockBytes * 4 / block);
-    ByteBuffer in(
-        static_cast<std::size_t>(std::min(perBlock, std::max<std::uint64_t>(frames, 1)) * block));
-    ByteBuffer mono(in.size() / block * bytesPerSample);
+    const std::uint64_t perBlock = std::max<std::uint64_t>(1, WavReader::kBlockBytes / block);
+    const auto blockFrames =
+        static_cast<std::size_t>(std::min(perBlock, std::max<std::uint64_t>(frames, 1)));
+    ByteBuffer in(blockFrames * block + 1);  // + the byte a three-byte move reads past
+    std::vector<ByteBuffer> mono(outputs.size(), ByteBuffer(blockFrames * bytesPerSample + 1));
+    std::vector<std::size_t> offsets;
+    std::vector<std::uint8_t*> to;
+    for (std::size_t k = 0; k < outputs.size(); ++k) {
+        offsets.push_back(static_cast<std::size_t>(outputs[k].channel) * bytesPerSample);
+        to.push_back(mono[k].data());
+    }
     for (std::uint64_t at = 0; at < frames; at += perBlock) {
         const std::size_t n = static_cast<std::size_t>(std::min(perBlock, frames - at));
         source.readFrames(static_cast<std::int64_t>(at), static_cast<std::int64_t>(n),
                           std::as_writable_bytes(std::span<std::uint8_t>(in)));
-        for (const ChannelOutput& output : outputs) {
-            const std::uint8_t* from =
-                in.data() + static_cast<std::size_t>(output.channel) * bytesPerSample;
-            switch (bytesPerSample) {
-                case 2:
-                    gather<2>(from, block, n, mono.data());
-                    break;
-                case 3:
-                    gather<3>(from, block, n, mono.data());
-                    break;
-                default:
-                    gather<4>(from, block, n, mono.data());
-                    break;
-            }
-            output.out->write(ByteView(mono.data(), n * bytesPerSample));
+        switch (bytesPerSample) {
+            case 2:
+                deinterleave<2>(in.data(), block, n, offsets, to);
+                break;
+            case 3:
+                deinterleave<3>(in.data(), block, n, offsets, to);
+                break;
+            default:
+                deinterleave<4>(in.data(), block, n, offsets, to);
+                break;
+        }
+        for (std::size_t k = 0; k < outputs.size(); ++k) {
+            outputs[k].out->write(ByteView(mono[k].data(), n * bytesPerSample));
             done += n * bytesPerSample;
         }
         // After every block (a few MiB of input): cancel takes effect at once.

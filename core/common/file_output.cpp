@@ -221,7 +221,22 @@ void OutputFile::write(ByteView bytes) {
         }
         p += n;
         left -= static_cast<std::size_t>(n);
+        written_ += static_cast<std::uint64_t>(n);
+        writeBehind();
     } while (left > 0);
+}
+
+void OutputFile::writeBehind() noexcept {
+#ifdef SYNC_FILE_RANGE_WRITE
+    if (written_ - started_ < kWriteBehindBytes) {
+        return;
+    }
+    // Only a hint: where the file system does not take it, commit's fsync
+    // does all the work as before.
+    ::sync_file_range(fd_, static_cast<off_t>(started_), static_cast<off_t>(written_ - started_),
+                      SYNC_FILE_RANGE_WRITE);
+    started_ = written_;
+#endif
 }
 
 void OutputFile::copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length) {
@@ -241,6 +256,8 @@ void OutputFile::copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length
             if (n > 0) {
                 offset += static_cast<std::uint64_t>(n);
                 length -= static_cast<std::uint64_t>(n);
+                written_ += static_cast<std::uint64_t>(n);
+                writeBehind();
                 continue;
             }
             if (n < 0 && errno == EINTR) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 
@@ -50,12 +51,20 @@ class OutputFile {
 
   private:
     void discard() noexcept;
+    // Starts the kernel writing out what was appended since the last start,
+    // once that is at least kWriteBehindBytes: commit's flush then waits only
+    // for the tail instead of the whole file.
+    void writeBehind() noexcept;
+
+    static constexpr std::uint64_t kWriteBehindBytes = std::uint64_t{8} << 20;
 
     std::filesystem::path destination_;
     std::filesystem::path temporary_;
     WriteMode mode_;
     int fd_ = -1;
     bool committed_ = false;
+    std::uint64_t written_ = 0;  // bytes appended so far
+    std::uint64_t started_ = 0;  // bytes whose writeback was started
 };
 
 // The whole of `bytes` written to `destination` through an OutputFile.
