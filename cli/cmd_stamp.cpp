@@ -35,7 +35,7 @@ struct StampArguments {
     bool includeLTC = false;
     bool overwrite = false;
     bool force = false;
-    std::string timeReference = "frame";
+    std::string timeReference;  // empty: the settings' default
     std::string groupBy;
     std::string delimiter = "-";
     std::int64_t tokenIndex = 1;
@@ -223,7 +223,9 @@ ProcessingOptions buildOptions(const StampArguments& args, const AppSettingsStor
         throw UsageError{"an output folder is required (-o DIR)"};
     }
     options.outputFolder = absolutePath(folder);
-    if (const auto reference = timeReferenceModeFromLabel(args.timeReference)) {
+    if (args.timeReference.empty()) {
+        options.timeReferenceMode = settings.defaultTimeReferenceMode();
+    } else if (const auto reference = timeReferenceModeFromLabel(args.timeReference)) {
         options.timeReferenceMode = *reference;
     } else {
         throw UsageError{"--time-reference: expected frame or sample, got \"" + args.timeReference +
@@ -462,8 +464,8 @@ Command addStampCommand(CLI::App& parent) {
     app->add_flag("--include-ltc", args->includeLTC, "Also write a stamped copy of the LTC file");
     app->add_flag("--force", args->force, "Stamp even when the LTC decodes with low confidence");
     app->add_option("--time-reference", args->timeReference,
-                    "TimeReference of the file's frame-aligned start (frame, default) or of its "
-                    "exact first sample (sample)");
+                    "TimeReference of the file's frame-aligned start (frame) or of its exact "
+                    "first sample (sample); default: settings.defaultTimeReferenceMode");
     app->add_option("--group-by", args->groupBy, "Grouped mode: duration, token or regex");
     app->add_option("--delimiter", args->delimiter, "Token grouping delimiter (default \"-\")");
     app->add_option("--token-index", args->tokenIndex,

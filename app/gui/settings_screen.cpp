@@ -75,6 +75,10 @@ SettingsScreen::SettingsScreen(SettingsViewModel& settings, QWidget* parent)
     column->addWidget(makeGroup("LTC stamp", form));
     addRow(form, "Default frame rate", "defaultFrameRatePreset", combo("defaultFrameRatePreset"),
            "\"Auto\" detects the frame rate from the LTC of each run.");
+    addRow(form, "Time reference", "defaultTimeReferenceMode", combo("defaultTimeReferenceMode"),
+           "What the BWF time reference of a stamped file counts: \"frame\" the samples since "
+           "midnight of its frame-aligned start timecode, \"sample\" those of its first sample "
+           "exactly as the LTC places it, as location recorders write it.");
     auto* channel = new QSpinBox;
     channel->setRange(1, 64);
     bindSpinBox(channel, &settings_, "defaultGroupedLTCChannel");

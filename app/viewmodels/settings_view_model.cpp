@@ -61,6 +61,7 @@ void SettingsViewModel::onStoreChanged(const std::string& key) {
          &SettingsViewModel::polySplitDefaultOutputFolderPathChanged},
         {"settings.polySplitAppendTrackNames",
          &SettingsViewModel::polySplitAppendTrackNamesChanged},
+        {"settings.defaultTimeReferenceMode", &SettingsViewModel::defaultTimeReferenceModeChanged},
     };
     if (const auto it = keySignals.find(key); it != keySignals.end()) {
         emit(this->*(it->second))();
@@ -221,6 +222,14 @@ void SettingsViewModel::setPolySplitDefaultOutputFolderPath(const QString& path)
 void SettingsViewModel::setPolySplitAppendTrackNames(bool value) {
     store_.setPolySplitAppendTrackNames(value);
 }
+QString SettingsViewModel::defaultTimeReferenceMode() const {
+    return toQString(label(store_.defaultTimeReferenceMode()));
+}
+void SettingsViewModel::setDefaultTimeReferenceMode(const QString& text) {
+    if (const auto value = timeReferenceModeFromLabel(toStdString(text))) {
+        store_.setDefaultTimeReferenceMode(*value);
+    }
+}
 
 void SettingsViewModel::resetToSystemDefaults() {
     store_.resetToSystemDefaults();
@@ -251,6 +260,9 @@ QStringList SettingsViewModel::labelsFor(const QString& propertyName) const {
     }
     if (name == "timelineRebuildDefaultVideoFrameRateMode") {
         return labelList(allVideoFrameRateModes());
+    }
+    if (name == "defaultTimeReferenceMode") {
+        return labelList(allTimeReferenceModes());
     }
     // The stamp screen's pickers share this list.
     if (name == "mode") {

@@ -65,6 +65,8 @@ class SettingsViewModel : public QObject {
             setPolySplitDefaultOutputFolderPath NOTIFY polySplitDefaultOutputFolderPathChanged)
     Q_PROPERTY(bool polySplitAppendTrackNames READ polySplitAppendTrackNames WRITE
                    setPolySplitAppendTrackNames NOTIFY polySplitAppendTrackNamesChanged)
+    Q_PROPERTY(QString defaultTimeReferenceMode READ defaultTimeReferenceMode WRITE
+                   setDefaultTimeReferenceMode NOTIFY defaultTimeReferenceModeChanged)
     // Why the last change could not be saved (empty when it was).
     Q_PROPERTY(QString lastWriteError READ lastWriteError NOTIFY lastWriteErrorChanged)
     // Problems met while loading the settings file, for a notice at start-up.
@@ -97,6 +99,7 @@ class SettingsViewModel : public QObject {
     QString timelineRebuildRecentOutputFolderPath() const;
     QString polySplitDefaultOutputFolderPath() const;
     bool polySplitAppendTrackNames() const;
+    QString defaultTimeReferenceMode() const;
     QString lastWriteError() const;
     QStringList loadWarnings() const;
 
@@ -120,6 +123,7 @@ class SettingsViewModel : public QObject {
     void setTimelineRebuildRecentOutputFolderPath(const QString& path);
     void setPolySplitDefaultOutputFolderPath(const QString& path);
     void setPolySplitAppendTrackNames(bool value);
+    void setDefaultTimeReferenceMode(const QString& label);
 
     // The "Reset to System Defaults" button.
     Q_INVOKABLE void resetToSystemDefaults();
@@ -147,6 +151,7 @@ class SettingsViewModel : public QObject {
     void timelineRebuildRecentOutputFolderPathChanged();
     void polySplitDefaultOutputFolderPathChanged();
     void polySplitAppendTrackNamesChanged();
+    void defaultTimeReferenceModeChanged();
     void lastWriteErrorChanged();
 
   private:

@@ -933,6 +933,7 @@ ProcessingOptions StampWorkflow::buildOptions(
     options.outputFolder = toPath(outputFolder_);
     options.forceLowConfidence =
         confirmed || settings_.lowConfidenceBehavior() == LowConfidenceBehavior::alwaysProceed;
+    options.timeReferenceMode = settings_.defaultTimeReferenceMode();
     // A recording that carries its own LTC on one of its tracks is stamped
     // like any stem; the switch decides only for files that are LTC alone.
     options.includeLTCOutputs =

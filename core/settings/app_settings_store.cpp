@@ -43,6 +43,7 @@ enum class ValueKind {
     timecodeSourcePriority,
     videoFrameRateMode,
     recentPath,  // a remembered input, empty by default
+    timeReferenceMode,
 };
 
 struct KeySpec {
@@ -51,7 +52,7 @@ struct KeySpec {
 };
 
 // Table order: the order of loading, of keys() and of `norvane settings show`.
-constexpr std::array<KeySpec, 19> kKeys = {{
+constexpr std::array<KeySpec, 20> kKeys = {{
     {"defaultFrameRatePreset", ValueKind::frameRatePreset},
     {"defaultGroupedLTCChannel", ValueKind::channel},
     {"lowConfidenceBehavior", ValueKind::lowConfidenceBehavior},
@@ -71,6 +72,7 @@ constexpr std::array<KeySpec, 19> kKeys = {{
     {"timelineRebuildRecentOutputFolderPath", ValueKind::folder},
     {"polySplitDefaultOutputFolderPath", ValueKind::folder},
     {"polySplitAppendTrackNames", ValueKind::boolean},
+    {"defaultTimeReferenceMode", ValueKind::timeReferenceMode},
 }};
 
 // Indices into kKeys, so the property code reads by name.
@@ -94,6 +96,7 @@ enum Index : std::size_t {
     kRecentOutputFolderPath,
     kPolySplitOutputFolderPath,
     kPolySplitAppendTrackNames,
+    kTimeReferenceMode,
 };
 
 std::string fullKey(std::size_t index) {
@@ -149,6 +152,8 @@ std::vector<std::string> enumerationLabels(ValueKind kind) {
             return labelsOf(allTimecodeSourcePriorities());
         case ValueKind::videoFrameRateMode:
             return labelsOf(allVideoFrameRateModes());
+        case ValueKind::timeReferenceMode:
+            return labelsOf(allTimeReferenceModes());
         default:
             return {};
     }
@@ -478,6 +483,10 @@ void AppSettingsStore::applyStored(std::size_t index, const Json* stored) {
         case kPolySplitOutputFolderPath:
             polySplitDefaultOutputFolderPath_ = folderOrHome();
             break;
+        case kTimeReferenceMode:
+            defaultTimeReferenceMode_ =
+                timeReferenceModeFromLabel(raw).value_or(TimeReferenceMode::frame);
+            break;
     }
 }
 
@@ -521,6 +530,8 @@ Json AppSettingsStore::currentValue(std::size_t index) const {
             return timelineRebuildRecentOutputFolderPath_;
         case kPolySplitOutputFolderPath:
             return polySplitDefaultOutputFolderPath_;
+        case kTimeReferenceMode:
+            return label(defaultTimeReferenceMode_);
     }
     return nullptr;
 }
@@ -638,6 +649,9 @@ void AppSettingsStore::setTimelineRebuildRecentOutputFolderPath(const std::strin
 }
 void AppSettingsStore::setPolySplitDefaultOutputFolderPath(const std::string& value) {
     assign(kPolySplitOutputFolderPath, value);
+}
+void AppSettingsStore::setDefaultTimeReferenceMode(TimeReferenceMode value) {
+    assign(kTimeReferenceMode, label(value));
 }
 
 // Generic access

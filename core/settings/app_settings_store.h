@@ -135,14 +135,18 @@ class AppSettingsStore {
     std::filesystem::path polySplitDefaultOutputFolderURL() const {
         return polySplitDefaultOutputFolderPath_;
     }
+    // What a stamp's bext TimeReference counts when the run does not say:
+    // the frame-aligned start ("frame") or the exact first sample ("sample").
+    TimeReferenceMode defaultTimeReferenceMode() const { return defaultTimeReferenceMode_; }
+    void setDefaultTimeReferenceMode(TimeReferenceMode value);
 
-    // Removes the nineteen keys, then assigns every property its default (which
+    // Removes the twenty keys, then assigns every property its default (which
     // saves the defaults under their keys and notifies each key).
     void resetToSystemDefaults();
 
     // Generic access by key, for the command line. A key may be given with or
     // without the "settings." prefix (ASCII case is ignored).
-    // The nineteen full keys in table order.
+    // The twenty full keys in table order.
     static std::vector<std::string> keys();
     // The full key for `key`, or nullopt when it names no setting.
     static std::optional<std::string> canonicalKey(std::string_view key);
@@ -153,7 +157,7 @@ class AppSettingsStore {
     std::string valueText(std::string_view key) const;
     // The value with its stored type (string, integer or boolean).
     nlohmann::ordered_json value(std::string_view key) const;
-    // All nineteen keys and values in table order.
+    // All twenty keys and values in table order.
     nlohmann::ordered_json snapshot() const;
     // Parses `text` for the key's type and sets it. Enumeration labels match
     // ignoring ASCII case. Throws SettingsError: unknownKey, invalidValue (with
@@ -199,6 +203,7 @@ class AppSettingsStore {
     std::string timelineRebuildRecentOutputFolderPath_;
     std::string polySplitDefaultOutputFolderPath_;
     bool polySplitAppendTrackNames_ = false;
+    TimeReferenceMode defaultTimeReferenceMode_ = TimeReferenceMode::frame;
 };
 
 }  // namespace norvane

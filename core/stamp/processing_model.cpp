@@ -23,6 +23,12 @@ std::optional<TimeReferenceMode> timeReferenceModeFromLabel(std::string_view tex
     return std::nullopt;
 }
 
+const std::array<TimeReferenceMode, 2>& allTimeReferenceModes() {
+    static constexpr std::array<TimeReferenceMode, 2> kAll = {TimeReferenceMode::frame,
+                                                              TimeReferenceMode::sample};
+    return kAll;
+}
+
 namespace {
 
 template <typename Enum, std::size_t N>

@@ -131,6 +131,7 @@ struct ProcessingJob {
 enum class TimeReferenceMode { frame, sample };
 std::string label(TimeReferenceMode mode);
 std::optional<TimeReferenceMode> timeReferenceModeFromLabel(std::string_view text);
+const std::array<TimeReferenceMode, 2>& allTimeReferenceModes();
 
 struct ProcessingOptions {
     ProcessingMode mode = ProcessingMode::single;

@@ -49,7 +49,7 @@ TEST_F(SettingsCommandTest, ShowListsEveryKeyInOrderWithoutWriting) {
     for (std::string line; std::getline(in, line);) {
         lines.push_back(line);
     }
-    ASSERT_EQ(lines.size(), 19u);
+    ASSERT_EQ(lines.size(), 20u);
     EXPECT_EQ(lines[0], "settings.defaultFrameRatePreset = Auto");
     EXPECT_EQ(lines[1], "settings.defaultGroupedLTCChannel = 1");
     EXPECT_EQ(lines[3], "settings.defaultOutputFolderPath = " + home.string());
@@ -59,6 +59,7 @@ TEST_F(SettingsCommandTest, ShowListsEveryKeyInOrderWithoutWriting) {
     EXPECT_EQ(lines[13], "settings.timelineRebuildRecentSourceXMLPath = ");
     EXPECT_EQ(lines[17], "settings.polySplitDefaultOutputFolderPath = " + home.string());
     EXPECT_EQ(lines[18], "settings.polySplitAppendTrackNames = false");
+    EXPECT_EQ(lines[19], "settings.defaultTimeReferenceMode = frame");
     EXPECT_FALSE(fs::exists(file));
 
     // Bare `settings` shows too; `path` names the file in use.
@@ -85,7 +86,7 @@ TEST_F(SettingsCommandTest, SetSavesTypedValuesThatGetAndJsonShowBack) {
     result = settings("show --json");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const auto shown = nlohmann::ordered_json::parse(result.out);
-    EXPECT_EQ(shown.size(), 19u);
+    EXPECT_EQ(shown.size(), 20u);
     EXPECT_EQ(shown["settings.defaultGroupedLTCChannel"], 4);
     EXPECT_EQ(shown["settings.defaultIncludeLTCOutputs"], true);
     EXPECT_EQ(shown["settings.durationTolerancePreset"], "Loose (100 ms)");
@@ -123,6 +124,9 @@ TEST_F(SettingsCommandTest, RefusesUnknownKeysAndValuesWithWhatIsAccepted) {
     result = settings("set defaultSaveCSVReport maybe");
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_THAT(result.err, HasSubstr("accepted: true or false."));
+    result = settings("set defaultTimeReferenceMode samples");
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.err, HasSubstr("accepted: one of \"frame\", \"sample\"."));
 
     EXPECT_EQ(fileText(), before);                                 // nothing refused was saved
     EXPECT_EQ(settings("set defaultSaveCSVReport").exitCode, 64);  // a usage error
@@ -139,7 +143,7 @@ TEST_F(SettingsCommandTest, ResetRestoresTheDefaults) {
     EXPECT_EQ(settings("get outputFilenameSuffix").out, "_tc\n");
     EXPECT_EQ(settings("get timelineRebuildRecentStereoMixPath").out, "\n");
     EXPECT_EQ(settings("get defaultOutputFolderPath").out, home.string() + "\n");
-    EXPECT_EQ(nlohmann::json::parse(fileText()).size(), 19u);
+    EXPECT_EQ(nlohmann::json::parse(fileText()).size(), 20u);
 }
 
 TEST_F(SettingsCommandTest, CorruptFileWarnsAndFallsBackToDefaults) {

@@ -163,9 +163,15 @@ TEST_F(StampCommandTest, CutModeAndSettingsDefaults) {
     writeLTC("in/Take 1 LTC.wav", {1, 0, 0, 0, false}, 0, {{1.5, {2, 0, 0, 0, false}}});
     auto set = norvane("settings set settings.outputFilenameSuffix _synced");
     ASSERT_EQ(set.exitCode, 0) << set.err;
+    ASSERT_EQ(norvane("settings set defaultTimeReferenceMode sample").exitCode, 0);
     auto cut = norvane("stamp in -o out --mode cut --ltc 'in/Take 1 LTC.wav' --json --verbose");
     ASSERT_EQ(cut.exitCode, 0) << cut.err;
     const auto json = nlohmann::json::parse(cut.out);
+    EXPECT_EQ(json["timeReferenceMode"], "sample");  // the settings' default
+    auto given =
+        norvane("stamp in -o given --ltc 'in/Take 1 LTC.wav' --time-reference frame --json");
+    ASSERT_EQ(given.exitCode, 0) << given.err;
+    EXPECT_EQ(nlohmann::json::parse(given.out)["timeReferenceMode"], "frame");
     EXPECT_EQ(json["outputFiles"], nlohmann::json::array({"Take 1 Boom_seg001_synced.wav",
                                                           "Take 1 Boom_seg002_synced.wav"}));
     EXPECT_EQ(json["jobs"][1]["mode"], "LTC Cut Detect");

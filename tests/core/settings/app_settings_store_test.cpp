@@ -112,6 +112,7 @@ TEST_F(AppSettingsStoreTest, MissingFileGivesEveryDefaultAndWritesNothing) {
         {"settings.timelineRebuildRecentOutputFolderPath", home},
         {"settings.polySplitDefaultOutputFolderPath", home},
         {"settings.polySplitAppendTrackNames", false},
+        {"settings.defaultTimeReferenceMode", "frame"},
     };
     EXPECT_EQ(settings.snapshot(), expected);  // ordered: also checks the table order
     EXPECT_EQ(settings.polySplitDefaultOutputFolderURL(), fs::path(home));
@@ -134,6 +135,7 @@ TEST_F(AppSettingsStoreTest, LoadRulesFallBackPerKey) {
         {"settings.timelineRebuildDefaultVideoFrameRateMode", Json::array()},
         {"settings.timelineRebuildRecentSourceXMLPath", 12},
         {"settings.polySplitDefaultOutputFolderPath", ""},
+        {"settings.defaultTimeReferenceMode", "Sample"},
     });
     AppSettingsStore settings(file);
     EXPECT_TRUE(settings.loadWarnings().empty());
@@ -154,6 +156,7 @@ TEST_F(AppSettingsStoreTest, LoadRulesFallBackPerKey) {
     EXPECT_EQ(settings.timelineRebuildRecentSourceXMLPath(), "");
     EXPECT_EQ(settings.polySplitDefaultOutputFolderPath(), home);
     EXPECT_FALSE(settings.polySplitAppendTrackNames());
+    EXPECT_EQ(settings.defaultTimeReferenceMode(), TimeReferenceMode::frame);
     // Loading never rewrites what is stored.
     EXPECT_EQ(readJSON(file)["settings.defaultGroupedLTCChannel"], 0);
 }
@@ -195,9 +198,11 @@ TEST_F(AppSettingsStoreTest, StoredLabelsLoadTheirCases) {
         {"settings.defaultSaveCSVReport", false},
         {"settings.outputFilenameSuffix", ""},
         {"settings.timelineRebuildRecentStereoMixPath", "/media/mix.wav"},
+        {"settings.defaultTimeReferenceMode", "sample"},
     });
     AppSettingsStore settings(file);
     EXPECT_EQ(settings.defaultFrameRatePreset(), FrameRatePreset::fps29_97DF);
+    EXPECT_EQ(settings.defaultTimeReferenceMode(), TimeReferenceMode::sample);
     EXPECT_EQ(settings.lowConfidenceBehavior(), LowConfidenceBehavior::alwaysProceed);
     EXPECT_EQ(settings.defaultGroupingMethod(), GroupingMethod::regex);
     EXPECT_EQ(settings.durationTolerancePreset(), DurationTolerancePreset::loose);
@@ -274,7 +279,7 @@ TEST_F(AppSettingsStoreTest, ResetRestoresDefaultsAndWritesThemBack) {
     EXPECT_EQ(notified, AppSettingsStore::keys());
     // The same values as a store that never saw a settings file.
     EXPECT_EQ(settings.snapshot(), AppSettingsStore(dir / "fresh.json").snapshot());
-    // All nineteen defaults are written back under their keys.
+    // All twenty defaults are written back under their keys.
     EXPECT_EQ(readJSON(file), settings.snapshot());
     EXPECT_EQ(AppSettingsStore(file).snapshot(), settings.snapshot());
 }
