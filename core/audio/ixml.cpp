@@ -280,10 +280,13 @@ std::string rationalRate(const FrameRateConfig& rate) {
 
 void mergeStamp(IXMLElement& root, const IXMLStampValues& stamp) {
     const std::string flag = stamp.rate.dropFrame ? "DF" : "NDF";
-    // The root gains children: its text is then read as the parser reads text
-    // beside child elements (blank is layout, anything else trimmed), so what
-    // is written reads back as the same tree.
-    root.text = isBlank(root.text) ? std::string() : trim(root.text);
+    // The root and SPEED gain children: their text is then read as the parser
+    // reads text beside child elements (blank is layout, anything else
+    // trimmed), so what is written reads back as the same tree.
+    const auto asBesideChildren = [](IXMLElement& element) {
+        element.text = isBlank(element.text) ? std::string() : trim(element.text);
+    };
+    asBesideChildren(root);
     // Our own top-level elements, placed after IXML_VERSION when the document
     // has none of them yet.
     const std::pair<const char*, std::string> topLevel[] = {
@@ -306,6 +309,7 @@ void mergeStamp(IXMLElement& root, const IXMLStampValues& stamp) {
     }
 
     IXMLElement& speed = root.ensureChild("SPEED");
+    asBesideChildren(speed);
     speed.setChildText("TIMECODE_RATE", rationalRate(stamp.rate));
     speed.setChildText("TIMECODE_FLAG", flag);
     speed.setChildText("TIMESTAMP_SAMPLE_RATE", std::to_string(stamp.sampleRate));
