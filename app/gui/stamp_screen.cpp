@@ -490,8 +490,8 @@ void StampScreen::bindState() {
     });
     watchProperty(&workflow_, "groupingMethod", this, [this] { refreshGroupingControls(); });
     for (const char* name :
-         {"groupPreviewRows", "groupIDs", "groupFilesByID", "groupResolvedLTCByID",
-          "groupLTCChannelOverrides", "groupCommonMaxChannelsByID"}) {
+         {"groupPreviewRows", "groupIDs", "groupNamesByID", "groupFilesByID",
+          "groupResolvedLTCByID", "groupLTCChannelOverrides", "groupCommonMaxChannelsByID"}) {
         watchProperty(&workflow_, name, groupTable_, [this] { refreshGroups(); });
     }
     watchProperty(&workflow_, "segmentPreviewRows", segmentPreview_, [this] {
@@ -726,6 +726,7 @@ void StampScreen::refreshGroups() {
     }
     const QVariantList ids = toVariantList(value("groupIDs"));
     const QVariantMap filesByID = toVariantMap(value("groupFilesByID"));
+    const QVariantMap names = toVariantMap(value("groupNamesByID"));
     const QVariantMap ltcByID = toVariantMap(value("groupResolvedLTCByID"));
     const QVariantMap overrides = toVariantMap(value("groupLTCChannelOverrides"));
     const QVariantMap maxChannels = toVariantMap(value("groupCommonMaxChannelsByID"));
@@ -736,7 +737,9 @@ void StampScreen::refreshGroups() {
     for (int row = 0; row < ids.size(); ++row) {
         const QString id = ids[row].toString();
         const QVariantList files = toVariantList(filesByID.value(id));
-        groupTable_->setItem(row, 0, new QTableWidgetItem(id));
+        auto* nameItem = new QTableWidgetItem(names.value(id, id).toString());
+        nameItem->setToolTip(QString("Group key: %1").arg(id));
+        groupTable_->setItem(row, 0, nameItem);
         groupTable_->setItem(row, 1, new QTableWidgetItem(QString::number(files.size())));
 
         auto* ltcPicker = new QComboBox;

@@ -57,6 +57,10 @@ bool looksLikeLTC(const fs::path& path) {
     return toLowerASCII(path.filename().string()).find("ltc") != std::string::npos;
 }
 
+bool isStemSeparator(char c) {
+    return c == ' ' || c == '_' || c == '-' || c == '.';
+}
+
 QString formatSeconds(double seconds) {
     return QString::number(seconds, 'f', 3);
 }
@@ -767,6 +771,7 @@ void StampWorkflow::removeFiles(const QStringList& paths) {
 }
 
 void StampWorkflow::dismissOutputConflicts() {
+    plannedRun_.reset();
     assign(pendingOutputConflicts_, QStringList{}, &StampWorkflow::pendingOutputConflictsChanged);
     setStatus(QStringLiteral("Nothing written: outputs already exist."));
     setProgressMessage(QString{});
@@ -774,6 +779,7 @@ void StampWorkflow::dismissOutputConflicts() {
 }
 
 void StampWorkflow::clearFiles() {
+    plannedRun_.reset();
     descriptors_.clear();
     userGroupLTC_.clear();
     assign(files_, QVariantList{}, &StampWorkflow::filesChanged);
@@ -804,6 +810,42 @@ void StampWorkflow::clearFiles() {
 
 // MARK: - Grouping preview
 
+std::string groupDisplayName(const std::vector<std::string>& stems) {
+    if (stems.empty()) {
+        return {};
+    }
+    // What every member's name starts with, up to a word boundary: "Sc12_T03"
+    // for Sc12_T03_Boom and Sc12_T03_Lavs.
+    std::size_t same = stems.front().size();
+    for (const std::string& stem : stems) {
+        std::size_t i = 0;
+        while (i < same && i < stem.size() && stem[i] == stems.front()[i]) {
+            ++i;
+        }
+        same = i;
+    }
+    const bool atBoundary = std::all_of(stems.begin(), stems.end(), [&](const std::string& stem) {
+        return same == stem.size() || isStemSeparator(stem[same]) ||
+               (same > 0 && isStemSeparator(stem[same - 1]));
+    });
+    std::string prefix = stems.front().substr(0, same);
+    while (!atBoundary && !prefix.empty() && !isStemSeparator(prefix.back())) {
+        prefix.pop_back();
+    }
+    while (!prefix.empty() && isStemSeparator(prefix.back())) {
+        prefix.pop_back();
+    }
+    if (prefix.size() >= 2) {
+        return prefix;
+    }
+    // Nothing shared (files of equal length from different takes): the first
+    // name in file-browser order and how many more.
+    const std::string first =
+        *std::min_element(stems.begin(), stems.end(),
+                          [](const auto& a, const auto& b) { return fileBrowserLess(a, b); });
+    return stems.size() == 1 ? first : first + " + " + std::to_string(stems.size() - 1) + " more";
+}
+
 void StampWorkflow::refreshGroupingPreview() {
     QStringList ids;
     QStringList rows;
@@ -828,9 +870,37 @@ void StampWorkflow::refreshGroupingPreview() {
     const bool grouped = options.mode == ProcessingMode::groupedBatch;
     std::int64_t largestGroup = 0;
     std::int64_t commonChannels = 0;
-    for (const auto& [key, members] : groups) {
+    // Groups are shown by the take they come from, in file-browser order
+    // (T2 before T10); their ids stay the engine's keys.
+    const bool byName = options.groupingConfig.method == GroupingMethod::token ||
+                        options.groupingConfig.method == GroupingMethod::regex;
+    std::vector<
+        std::pair<std::string, const std::pair<const std::string, std::vector<FileDescriptor>>*>>
+        order;
+    QVariantMap namesByID;
+    for (const auto& group : groups) {
+        std::vector<std::string> stems;
+        for (const auto& member : group.second) {
+            stems.push_back(member.url.stem().string());
+        }
+        std::string name = byName && !group.first.empty() ? group.first : groupDisplayName(stems);
+        std::string unique = name;
+        for (int n = 2; std::any_of(order.begin(), order.end(),
+                                    [&](const auto& o) { return o.first == unique; });
+             ++n) {
+            unique = name + " (" + std::to_string(n) + ")";
+        }
+        order.emplace_back(unique, &group);
+    }
+    std::stable_sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
+        return fileBrowserLess(a.first, b.first);
+    });
+    for (const auto& [name, group] : order) {
+        const std::string& key = group->first;
+        const std::vector<FileDescriptor>& members = group->second;
         const QString id = toQString(key);
         ids.append(id);
+        namesByID.insert(id, toQString(name));
         QStringList paths;
         QVariantMap tracks;
         for (std::size_t i = 0; i < members.size(); ++i) {
@@ -889,8 +959,8 @@ void StampWorkflow::refreshGroupingPreview() {
                 }
             }
         }
-        rows.append(id + QStringLiteral(" | Files: ") + QString::number(members.size()) +
-                    QStringLiteral(" | LTC file: ") +
+        rows.append(toQString(name) + QStringLiteral(" | Files: ") +
+                    QString::number(members.size()) + QStringLiteral(" | LTC file: ") +
                     (ltc ? toQString(ltc->filename().string()) : QStringLiteral("unresolved")) +
                     QStringLiteral(" | LTC Audio CH: ") +
                     (channelIndex ? QString::number(*channelIndex + 1)
@@ -908,6 +978,7 @@ void StampWorkflow::refreshGroupingPreview() {
     for (std::int64_t channel = 1; channel <= commonChannels; ++channel) {
         candidates.append(static_cast<int>(channel));
     }
+    assign(groupNamesByID_, namesByID, &StampWorkflow::groupNamesByIDChanged);
     assign(groupIDs_, ids, &StampWorkflow::groupIDsChanged);
     assign(groupFilesByID_, filesByID, &StampWorkflow::groupFilesByIDChanged);
     assign(groupTrackFilesByID_, tracksByID, &StampWorkflow::groupTrackFilesByIDChanged);
@@ -1066,6 +1137,24 @@ void StampWorkflow::analyzeCuts() {
 
 // MARK: - Processing
 
+bool StampWorkflow::PlannedRun::matches(const std::vector<FileDescriptor>& otherFiles,
+                                        const std::optional<fs::path>& otherSelected,
+                                        const ProcessingOptions& other) const {
+    // What the jobs are built from; the collision behaviour and the
+    // confirmation are the answers the run stopped for.
+    const ProcessingOptions& o = options;
+    return files == otherFiles && selected == otherSelected && o.mode == other.mode &&
+           o.frameRatePreset == other.frameRatePreset && o.outputFolder == other.outputFolder &&
+           o.includeLTCOutputs == other.includeLTCOutputs &&
+           o.groupingConfig == other.groupingConfig &&
+           o.manualLTCByGroup == other.manualLTCByGroup &&
+           o.manualLTCChannelByGroup == other.manualLTCChannelByGroup &&
+           o.outputNaming.suffix == other.outputNaming.suffix &&
+           o.cutDetectConfig == other.cutDetectConfig &&
+           o.ltcChannelIndex == other.ltcChannelIndex &&
+           o.timeReferenceMode == other.timeReferenceMode;
+}
+
 void StampWorkflow::process(bool confirmedLowConfidence) {
     startProcessing(confirmedLowConfidence, std::nullopt);
 }
@@ -1125,8 +1214,16 @@ void StampWorkflow::startProcessing(bool confirmed,
     if (!selectedLTCFile_.isEmpty()) {
         selected = toPath(selectedLTCFile_);
     }
+    // A run that stopped for a question (existing outputs, low confidence)
+    // goes on with the jobs and decodes it already has, when nothing changed.
+    std::optional<PlannedRun> planned;
+    if (plannedRun_ && plannedRun_->matches(files, selected, options)) {
+        planned = std::move(plannedRun_);
+    }
+    plannedRun_.reset();
 
-    processTask_.start([this, options, files, selected](const BackgroundTask::Context& task) {
+    processTask_.start([this, options, files, selected,
+                        planned](const BackgroundTask::Context& task) {
         const auto isCancelled = [this, &task] {
             return task.stopRequested() || token_.isCancelled();
         };
@@ -1147,13 +1244,43 @@ void StampWorkflow::startProcessing(bool confirmed,
         try {
             // Before anything is written: the jobs, what their LTC decodes to,
             // and which outputs already exist.
+            // The run's own input rule, before any job is built.
+            const bool alone = files.size() == 1 && !grouped;
+            if (files.size() < 2 && !alone) {
+                throw ProcessingError::notEnoughWavs();
+            }
             std::vector<ProcessingJob> jobs;
             std::optional<LTCPrecheck> precheck;
             std::optional<std::string> precheckFailure;
             try {
-                jobs = processor_.buildJobs(files, selected, options, progress, isCancelled);
-                precheck =
-                    precheck_ ? precheck_(jobs, options) : processor_.precheckLTC(jobs, options);
+                jobs = planned
+                           ? planned->jobs
+                           : processor_.buildJobs(files, selected, options, progress, isCancelled);
+                // Existing outputs are known from the names alone: the question
+                // comes before any LTC is decoded.
+                if (options.outputNaming.collisionBehavior == OutputCollisionBehavior::ask &&
+                    !jobs.empty()) {
+                    const auto existing = processor_.existingOutputs(jobs, options);
+                    if (!existing.empty()) {
+                        QStringList names;
+                        for (const auto& path : existing) {
+                            names.append(toQString(path.filename().string()));
+                        }
+                        PlannedRun stopped{files, selected, options, jobs, std::nullopt};
+                        task.post([this, names, stopped = std::move(stopped)] {
+                            plannedRun_ = stopped;
+                            assign(pendingOutputConflicts_, names,
+                                   &StampWorkflow::pendingOutputConflictsChanged);
+                            assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
+                            setStatus(QStringLiteral("Output conflict"));
+                            setProgressMessage(QStringLiteral("Awaiting overwrite decision"));
+                        });
+                        return;
+                    }
+                }
+                precheck = planned && planned->precheck ? planned->precheck
+                           : precheck_                  ? precheck_(jobs, options)
+                                                        : processor_.precheckLTC(jobs, options);
                 if (precheck->detectedRates.empty() && !precheck->failures.empty()) {
                     std::string joined;
                     for (const auto& failure : precheck->failures) {
@@ -1203,28 +1330,12 @@ void StampWorkflow::startProcessing(bool confirmed,
             }
             if (precheck && !options.forceLowConfidence && precheck->lowestConfidence &&
                 *precheck->lowestConfidence < kLowConfidenceThreshold) {
+                PlannedRun stopped{files, selected, options, jobs, precheck};
+                task.post([this, stopped = std::move(stopped)] { plannedRun_ = stopped; });
                 throw ProcessingError::lowConfidence(*precheck->lowestConfidence);
             }
-            if (options.outputNaming.collisionBehavior == OutputCollisionBehavior::ask &&
-                !jobs.empty()) {
-                const auto existing = processor_.existingOutputs(jobs, options);
-                if (!existing.empty()) {
-                    QStringList names;
-                    for (const auto& path : existing) {
-                        names.append(toQString(path.filename().string()));
-                    }
-                    task.post([this, names] {
-                        assign(pendingOutputConflicts_, names,
-                               &StampWorkflow::pendingOutputConflictsChanged);
-                        assign(isProcessing_, false, &StampWorkflow::isProcessingChanged);
-                        setStatus(QStringLiteral("Output conflict"));
-                        setProgressMessage(QStringLiteral("Awaiting overwrite decision"));
-                    });
-                    return;
-                }
-            }
             const ProcessingReport report =
-                processor_.run(files, selected, options, progress, isCancelled);
+                processor_.runJobs(jobs, files, options, progress, isCancelled);
             const QString text = toQString(norvane::reportText(report));
             const auto written = report.outputFiles.size();
             task.post([this, text, written, report, jobs] {

@@ -42,6 +42,8 @@ namespace norvane {
 //               [{begin, end, level: "green"|"amber"|"red"}]} of the LTC source
 //   cutTimelinePoints: {sample, frameCount, timecode}
 //   cutSegments: {startSample, endSample, segmentIndex}
+// groupIDs are in the file-browser order of their names; groupNamesByID holds
+// the name a person reads (the take the files share, "Sc12_T03").
 // Maps keyed by group id: groupFilesByID (list of paths), groupTrackFilesByID
 // (track number as text -> path), groupResolvedLTCByID (path),
 // groupCommonMaxChannelsByID and groupLTCChannelOverrides (1-based channel).
@@ -51,6 +53,10 @@ namespace norvane {
 // N reads channel N (1-based) of the selected LTC file, which has
 // selectedLTCChannelCount channels. designatedLTCChannel is the grouped
 // default instead.
+// The name of a group of files with these stems: what they share up to a
+// word boundary, else the first stem and how many more.
+std::string groupDisplayName(const std::vector<std::string>& stems);
+
 class StampWorkflow : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantList files READ files NOTIFY filesChanged)
@@ -90,6 +96,7 @@ class StampWorkflow : public QObject {
                    groupResolvedLTCByIDChanged)
     Q_PROPERTY(QStringList groupPreviewRows READ groupPreviewRows NOTIFY groupPreviewRowsChanged)
     Q_PROPERTY(QStringList groupIDs READ groupIDs NOTIFY groupIDsChanged)
+    Q_PROPERTY(QVariantMap groupNamesByID READ groupNamesByID NOTIFY groupNamesByIDChanged)
     Q_PROPERTY(QVariantMap groupFilesByID READ groupFilesByID NOTIFY groupFilesByIDChanged)
     Q_PROPERTY(QVariantMap groupCommonMaxChannelsByID READ groupCommonMaxChannelsByID NOTIFY
                    groupCommonMaxChannelsByIDChanged)
@@ -154,6 +161,7 @@ class StampWorkflow : public QObject {
     const QVariantMap& groupResolvedLTCByID() const { return groupResolvedLTCByID_; }
     const QStringList& groupPreviewRows() const { return groupPreviewRows_; }
     const QStringList& groupIDs() const { return groupIDs_; }
+    const QVariantMap& groupNamesByID() const { return groupNamesByID_; }
     const QVariantMap& groupFilesByID() const { return groupFilesByID_; }
     const QVariantMap& groupCommonMaxChannelsByID() const { return groupCommonMaxChannelsByID_; }
     int cutMinSegmentFrames() const { return cutMinSegmentFrames_; }
@@ -247,6 +255,7 @@ class StampWorkflow : public QObject {
     void groupResolvedLTCByIDChanged();
     void groupPreviewRowsChanged();
     void groupIDsChanged();
+    void groupNamesByIDChanged();
     void groupFilesByIDChanged();
     void groupCommonMaxChannelsByIDChanged();
     void cutMinSegmentFramesChanged();
@@ -339,6 +348,7 @@ class StampWorkflow : public QObject {
     QVariantMap groupResolvedLTCByID_;
     QStringList groupPreviewRows_;
     QStringList groupIDs_;
+    QVariantMap groupNamesByID_;
     QVariantMap groupFilesByID_;
     QVariantMap groupCommonMaxChannelsByID_;
     int cutMinSegmentFrames_ = 24;
@@ -366,6 +376,19 @@ class StampWorkflow : public QObject {
     bool outputFolderChosen_ = false;  // the user set the output folder
     QString defaultOutputFolder_;      // the saved one, before any file is known
 
+    // The jobs (and the LTC pre-check) of a run that stopped for a question,
+    // with what they were built from.
+    struct PlannedRun {
+        std::vector<FileDescriptor> files;
+        std::optional<std::filesystem::path> selected;
+        ProcessingOptions options;
+        std::vector<ProcessingJob> jobs;
+        std::optional<LTCPrecheck> precheck;
+        bool matches(const std::vector<FileDescriptor>& otherFiles,
+                     const std::optional<std::filesystem::path>& otherSelected,
+                     const ProcessingOptions& other) const;
+    };
+    std::optional<PlannedRun> plannedRun_;
     bool lastRunConfirmed_ = false;
     LTCPrecheckFunction precheck_;
     // Last, so that they stop and join their threads before the state goes away.

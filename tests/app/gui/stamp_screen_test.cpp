@@ -329,7 +329,8 @@ TEST_F(StampScreenTest, GroupedBatchShowsItsGroupsAndTakesAPerGroupLTCFile) {
     EXPECT_EQ(screen.groupTable()->item(0, 1)->text(), "3");
     ASSERT_EQ(screen.groupPreview()->count(), 1);
     EXPECT_TRUE(screen.groupPreview()->item(0)->text().contains(" | Files: 3 | "));
-    const QString group = screen.groupTable()->item(0, 0)->text();
+    EXPECT_EQ(screen.groupTable()->item(0, 0)->text(), "Sc12_T03");  // the take, not its key
+    const QString group = stamp.groupIDs().first();
     auto* ltc = qobject_cast<QComboBox*>(screen.groupTable()->cellWidget(0, 2));
     ASSERT_NE(ltc, nullptr);
     const int index = ltc->findData(q(input("stamp/Sc12_T03_LTC.wav")));
