@@ -1,7 +1,5 @@
 #include "core/audio/ltc_recording.h"
 
-#include <sndfile.h>
-
 #include <cmath>
 #include <filesystem>
 
@@ -11,34 +9,18 @@
 #include "core/audio/riff_writer.h"
 #include "core/common/file_output.h"
 #include "core/timecode/ltc_decoder.h"
+#include "tests/core/audio/sndfile_check.h"
 #include "tests/support/test_support.h"
 
 namespace norvane {
 namespace {
 
-// What libsndfile reads back from a file.
-struct ReadBack {
-    SF_INFO info{};
-    std::vector<float> interleaved;
-};
-
-ReadBack readWithSndfile(const std::filesystem::path& path) {
-    ReadBack r;
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &r.info);
-    EXPECT_NE(file, nullptr) << sf_strerror(nullptr);
-    if (!file) {
-        return r;
-    }
-    r.interleaved.resize(static_cast<std::size_t>(r.info.frames * r.info.channels));
-    sf_readf_float(file, r.interleaved.data(), r.info.frames);
-    sf_close(file);
-    return r;
-}
-
-std::vector<float> channel(const ReadBack& r, int index) {
+// One channel of what libsndfile reads back.
+std::vector<float> channel(const testing::SndfileView& r, int index) {
     std::vector<float> out;
-    for (sf_count_t i = 0; i < r.info.frames; ++i) {
-        out.push_back(r.interleaved[static_cast<std::size_t>(i * r.info.channels + index)]);
+    for (sf_count_t i = 0; i < r.frames; ++i) {
+        out.push_back(
+            static_cast<float>(r.samples[static_cast<std::size_t>(i * r.channels + index)]));
     }
     return out;
 }
@@ -62,26 +44,13 @@ TEST_P(LTCRecordingFormatTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
 
     // The streamed file and the in-memory build are the same bytes.
     EXPECT_EQ(readWholeFile(path), buildLTCRecording(options));
-    const ReadBack r = readWithSndfile(path);
-    EXPECT_EQ(r.info.channels, 3);
-    EXPECT_EQ(r.info.samplerate, 44100);
-    EXPECT_EQ(r.info.frames, 66150);
+    const testing::SndfileView r = testing::openWithSndfile(path);
+    EXPECT_EQ(r.channels, 3);
+    EXPECT_EQ(r.sampleRate, 44100);
+    EXPECT_EQ(r.frames, 66150);
     EXPECT_EQ(summary.frameCount, 66150);
-    const int subtype = r.info.format & SF_FORMAT_SUBMASK;
-    switch (GetParam()) {
-        case LTCRecordingFormat::pcm16:
-            EXPECT_EQ(subtype, SF_FORMAT_PCM_16);
-            break;
-        case LTCRecordingFormat::pcm24:
-            EXPECT_EQ(subtype, SF_FORMAT_PCM_24);
-            break;
-        case LTCRecordingFormat::pcm32:
-            EXPECT_EQ(subtype, SF_FORMAT_PCM_32);
-            break;
-        case LTCRecordingFormat::float32:
-            EXPECT_EQ(subtype, SF_FORMAT_FLOAT);
-            break;
-    }
+    const int subtypes[] = {SF_FORMAT_PCM_16, SF_FORMAT_PCM_24, SF_FORMAT_PCM_32, SF_FORMAT_FLOAT};
+    EXPECT_EQ(r.format & SF_FORMAT_SUBMASK, subtypes[static_cast<int>(GetParam())]);
 
     const std::vector<float> ltc = channel(r, 1);
     for (std::int64_t i = 0; i < 1000; ++i) {
@@ -130,7 +99,7 @@ TEST(LTCRecordingTest, OddDataGetsItsPadByte) {
     const auto path = dir / "odd.wav";
     writeLTCRecording(path, options);
     EXPECT_EQ(std::filesystem::file_size(path), 44u + 72003u + 1u);
-    EXPECT_EQ(readWithSndfile(path).info.frames, 24001);
+    EXPECT_EQ(testing::openWithSndfile(path).frames, 24001);
 }
 
 TEST(LTCRecordingTest, BadOptionsAndExistingFilesAreRefused) {
@@ -166,8 +135,6 @@ TEST(LTCRecordingTest, BadOptionsAndExistingFilesAreRefused) {
     EXPECT_EQ(std::filesystem::file_size(path), size);
     writeLTCRecording(path, options, true);
     EXPECT_GT(std::filesystem::file_size(path), size);
-    EXPECT_EQ(ltcRecordingFormatFromLabel("float32"), LTCRecordingFormat::float32);
-    EXPECT_FALSE(ltcRecordingFormatFromLabel("pcm8"));
 }
 
 }  // namespace

@@ -48,13 +48,6 @@ TEST(WAVFileTest, HeaderFaultsHaveTheirMessages) {
     EXPECT_EQ(parseError(notWave), "RIFF file is not WAVE format.");
     // Only the header: no chunks at all.
     EXPECT_EQ(parseError(text("RIFF\x04\0\0\0WAVE")), "WAV file is missing fmt chunk.");
-
-    try {
-        WAVFile::fromBytes(ByteBuffer(3, 0));
-        FAIL();
-    } catch (const WAVError& e) {
-        EXPECT_EQ(e.kind(), WAVError::Kind::invalidChunk);
-    }
 }
 
 TEST(WAVFileTest, ChunkWalkFindsChunksAfterPadBytes) {
@@ -63,15 +56,11 @@ TEST(WAVFileTest, ChunkWalkFindsChunksAfterPadBytes) {
     recipe.beforeFmt = {{"junk", {1, 2, 3}, std::nullopt, true}};
     recipe.afterData = {{"LIST", text("INFOabcde"), std::nullopt, true}};
     WAVFile file = WAVFile::fromBytes(makeWav(recipe), "/x/a.wav");
-    ASSERT_EQ(file.chunks().size(), 4u);
-    EXPECT_EQ(file.chunks()[0].id, "junk");
-    EXPECT_EQ(file.chunks()[0].data.size(), 3u);
-    EXPECT_EQ(file.chunks()[1].id, "fmt ");
-    EXPECT_EQ(file.chunks()[2].id, "data");
-    EXPECT_EQ(file.chunks()[3].id, "LIST");
-    EXPECT_EQ(std::string(file.chunks()[3].data.begin(), file.chunks()[3].data.end()), "INFOabcde");
-    EXPECT_EQ(file.dataChunk().size(), 12u);
-    EXPECT_EQ(file.url(), "/x/a.wav");
+    std::string walk;
+    for (const auto& c : file.chunks()) {
+        walk += c.id + ":" + std::to_string(c.data.size()) + " ";
+    }
+    EXPECT_EQ(walk, "junk:3 fmt :16 data:12 LIST:9 ");
 }
 
 TEST(WAVFileTest, TruncationRules) {
@@ -80,17 +69,13 @@ TEST(WAVFileTest, TruncationRules) {
     tail.frames = 2;
     tail.trailing = text("LIST\x40\0\0\0INFO");
     WAVFile file = WAVFile::fromBytes(makeWav(tail));
-    ASSERT_EQ(file.chunks().size(), 2u);
-    EXPECT_EQ(file.chunks().back().id, "data");
+    EXPECT_EQ(file.chunks().size(), 2u);
 
     // A bogus 4 GiB size on a trailing chunk is tolerated the same way.
     tail.trailing = text("JUNK\xFF\xFF\xFF\xFFzz");
     EXPECT_EQ(WAVFile::fromBytes(makeWav(tail)).chunks().size(), 2u);
 
-    // A data chunk claiming more than the file holds is a cut-off recording
-    // (wav_reader_test covers it); a chunk before it that does is not.
-
-    // ... unless an earlier data chunk already made the file usable.
+    // A second data chunk cut off: the first one data chunk already made the file usable.
     WavSpec twoData;
     twoData.frames = 1;
     twoData.afterData = {{"data", ByteBuffer(8, 7), 100, true}};
@@ -128,19 +113,15 @@ TEST(WAVFileTest, FormatSelection) {
     WavSpec float64;
     float64.format = testing::kWavFloat;
     float64.bits = 64;
-    EXPECT_EQ(parseError(makeWav(float64)), unsupported);
-    WavSpec float24 = float64;
-    float24.bits = 24;
-    EXPECT_EQ(parseError(makeWav(float24)), unsupported);
     WavSpec adpcm;
     adpcm.format = 2;
-    EXPECT_EQ(parseError(makeWav(adpcm)), unsupported);
     WavSpec extFloat16;
     extFloat16.format = testing::kWavExtensible;
     extFloat16.subFormat = testing::kWavFloat;
     extFloat16.bits = 16;
-    EXPECT_EQ(parseError(makeWav(extFloat16)), unsupported);
-
+    for (const WavSpec& bad : {float64, adpcm, extFloat16}) {
+        EXPECT_EQ(parseError(makeWav(bad)), unsupported) << bad.format << "/" << bad.bits;
+    }
     WavSpec ext24;
     ext24.format = testing::kWavExtensible;
     ext24.bits = 24;
@@ -163,13 +144,6 @@ TEST(WAVFileTest, FormatSelection) {
     badExt.fmtPayload = payload;
     EXPECT_EQ(parseError(makeWav(badExt)), unsupported);
 
-    // With a larger cbSize the GUID is the last 16 bytes of the extension.
-    payload = testing::makeFmtPayload(ext24);
-    payload[16] = 24;
-    payload.insert(payload.begin() + 24, {0xAB, 0xCD});
-    badExt.fmtPayload = payload;
-    EXPECT_EQ(WAVFile::fromBytes(makeWav(badExt)).fmt().audioFormat, 1);
-
     // Plain PCM wins over an earlier candidate of another kind.
     WavSpec two;
     two.fmtPayload = testing::makeFmtPayload(float64);  // unsupported first
@@ -183,20 +157,14 @@ TEST(WAVFileTest, SampleScalingIsAsymmetric) {
     s16.channels = 1;
     s16.data = testing::interleavePcm(16, {{-32768, 32767, 0, 1}});
     auto v = WAVFile::fromBytes(makeWav(s16)).samples(0);
-    ASSERT_EQ(v.size(), 4u);
-    EXPECT_LT(v[0], -1.0f);
-    EXPECT_FLOAT_EQ(v[0], -32768.0f / 32767.0f);
-    EXPECT_EQ(v[1], 1.0f);
-    EXPECT_EQ(v[2], 0.0f);
+    EXPECT_EQ(v, (std::vector<float>{-32768.0f / 32767.0f, 1.0f, 0.0f, 1.0f / 32767.0f}));
 
     WavSpec s32;
     s32.channels = 1;
     s32.bits = 32;
     s32.data = testing::interleavePcm(32, {{INT32_MIN, INT32_MAX, 1 << 30}});
     v = WAVFile::fromBytes(makeWav(s32)).samples(0);
-    ASSERT_EQ(v.size(), 3u);
-    EXPECT_EQ(v[0], -1.0f);
-    EXPECT_EQ(v[2], 0.5f);
+    EXPECT_EQ(v, (std::vector<float>{-1.0f, 1.0f, 0.5f}));
 
     ByteBuffer f = testing::makeFloat32(48000, {{1.5f, -2.0f}, {0.25f, 0.75f}});
     WAVFile file = WAVFile::fromBytes(f);
@@ -210,9 +178,8 @@ TEST(WAVFileTest, ChannelChoiceAndMixDown) {
     recipe.channels = 4;
     recipe.data = testing::interleavePcm(16, ch);
     WAVFile file = WAVFile::fromBytes(makeWav(recipe));
-    EXPECT_EQ(file.samples(7), file.samples(3));
+    EXPECT_EQ(file.samples(7), file.samples(3));  // out of range: the nearest channel
     EXPECT_EQ(file.samples(-2), file.samples(0));
-    EXPECT_EQ(file.samples(3), (std::vector<float>{7 / 32767.0f, 8 / 32767.0f}));
     auto mix = file.samples(1, true);
     ASSERT_EQ(mix.size(), 2u);
     EXPECT_FLOAT_EQ(mix[0], (100 + 300 - 500 + 7) / 32767.0f / 4);
@@ -226,12 +193,6 @@ TEST(WAVFileTest, ImpossibleLayoutsGiveNoSamples) {
     floatPartial.data = ByteBuffer(12, 0);  // 1.5 stereo float frames
     EXPECT_TRUE(WAVFile::fromBytes(makeWav(floatPartial)).samples(0).empty());
 
-    WavSpec zeroBlock;
-    zeroBlock.blockAlign = 0;
-    zeroBlock.frames = 0;
-    zeroBlock.data = ByteBuffer(8, 1);
-    EXPECT_TRUE(WAVFile::fromBytes(makeWav(zeroBlock)).samples(0).empty());
-
     // Block align smaller than the channel layout: reading channel 1 would run
     // past the frame, so nothing is read rather than reading out of bounds.
     WavSpec narrow;
@@ -243,12 +204,6 @@ TEST(WAVFileTest, ImpossibleLayoutsGiveNoSamples) {
     EXPECT_TRUE(n.samples(1).empty());
     EXPECT_TRUE(n.samples(0, true).empty());
 
-    WavSpec noChannels;
-    noChannels.channels = 0;
-    noChannels.blockAlign = 2;
-    noChannels.data = ByteBuffer(8, 0);
-    EXPECT_TRUE(WAVFile::fromBytes(makeWav(noChannels)).samples(0).empty());
-
     // A trailing partial PCM frame is ignored.
     WavSpec partial;
     partial.data = ByteBuffer(10, 0);
@@ -259,15 +214,10 @@ TEST(WAVFileTest, DurationAndFrames) {
     WavSpec recipe;
     recipe.bits = 24;
     recipe.data = ByteBuffer(2'880'000, 0);
-    WAVFile file = WAVFile::fromBytes(makeWav(recipe));
-    EXPECT_EQ(file.duration(), 10.0);
-    EXPECT_EQ(file.frameCount(), 480'000);
-    recipe.byteRate = 0;
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(recipe)).duration(), 10.0);
     recipe.blockAlign = 0;
-    recipe.data = ByteBuffer(6, 0);
-    WAVFile zero = WAVFile::fromBytes(makeWav(recipe));
-    EXPECT_EQ(zero.duration(), 0.0);
-    EXPECT_EQ(zero.frameCount(), 0);
+    recipe.byteRate = 0;
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(recipe)).frameCount(), 0);
 }
 
 TEST(WAVFileTest, ReplacingDataKeepsChunkOrderAndSharesStorage) {
@@ -293,32 +243,17 @@ TEST(WAVFileTest, ReplacingDataKeepsChunkOrderAndSharesStorage) {
         }
     }
     EXPECT_EQ(ids, (std::vector<std::string>{"fmt ", "bext", "data", "data", "LIST"}));
-    EXPECT_EQ(copy->chunks()[1].data.size(), 602u);
-    EXPECT_EQ(copy->dataChunk().size(), 6u);
-    EXPECT_EQ(copy->frameCount(), 1);
     WAVFile second = copy->replacingData(ByteBuffer(8, 0), "/2.wav");
     copy.reset();
     EXPECT_EQ(second.chunks()[1].data[338], 5);
     EXPECT_EQ(second.dataChunk().size(), 8u);
 }
 
-TEST(WAVFileTest, NonASCIIChunkIdIsEmpty) {
-    WavSpec recipe;
-    recipe.frames = 1;
-    recipe.afterData = {{"\xC3\xA9xy", {1, 2}, std::nullopt, true}};
-    WAVFile file = WAVFile::fromBytes(makeWav(recipe));
-    ASSERT_EQ(file.chunks().size(), 3u);
-    EXPECT_EQ(file.chunks()[2].id, "");
-}
-
 TEST(WAVFileTest, ReadsFromDiskAndPassesFileErrorsOn) {
     testing::TempDir dir;
     testing::writeBytes(dir / "a.wav", testing::makePcm16(44100, {{0.5f, -0.5f, 0.25f}}));
     WAVFile file(dir / "a.wav");
-    EXPECT_EQ(file.fmt().sampleRate, 44100u);
-    EXPECT_EQ(file.fmt().channelCount, 1);
     EXPECT_EQ(file.samples(0).size(), 3u);
-    EXPECT_EQ(file.url(), dir / "a.wav");
     EXPECT_THROW(WAVFile(dir / "missing.wav"), std::filesystem::filesystem_error);
     EXPECT_THROW(WAVFile(dir.path()), std::filesystem::filesystem_error);
 }
