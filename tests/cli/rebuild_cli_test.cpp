@@ -82,9 +82,6 @@ TEST_F(RebuildCLITest, WritesAValidTimelineAndReplacesItOnRerun) {
     EXPECT_THAT(xml, HasSubstr("<gap name=\"Gap\" start=\"3620/1s\" offset=\"3601/1s\" "
                                "duration=\"1/1s\">"));
 
-    auto again = rebuild("--name cut");
-    ASSERT_EQ(again.exitCode, 0) << again.err;
-    EXPECT_TRUE(fs::exists(dir / "out" / "cut.fcpxml"));
     auto replaced = rebuild("");
     EXPECT_EQ(replaced.exitCode, 0) << replaced.err;
 }
@@ -94,12 +91,8 @@ TEST_F(RebuildCLITest, JsonCarriesItemsAnalysisAndReport) {
     ASSERT_EQ(result.exitCode, 0) << result.err;
     auto j = nlohmann::json::parse(result.out);
     EXPECT_EQ(j["outcome"], "written");
-    EXPECT_EQ(j["analysis"]["videoLanes"][0]["label"], "V1");
-    ASSERT_EQ(j["analysis"]["events"].size(), 2u);
-    EXPECT_EQ(j["analysis"]["events"][1]["timecode"], "01:00:20:00");
     EXPECT_EQ(j["analysis"]["events"][1]["cameraMatches"][0]["clipName"], "CamA");
     EXPECT_EQ(j["detectedAudioInputs"][0]["timecodeProvenance"], "BWF");
-    EXPECT_EQ(j["buildStats"]["cameraMatches"], 2);
     EXPECT_THAT(j["report"]["fcpxmlValidationSummary"].get<std::string>(),
                 ::testing::StartsWith("Generated FCPXML valid ("));
 }
@@ -110,8 +103,6 @@ TEST_F(RebuildCLITest, ValidationErrorsBlockAndWriteNothing) {
     EXPECT_EQ(check.exitCode, 2);
     EXPECT_THAT(check.out, HasSubstr("Error: 1 synced clips have unparseable or missing event "
                                      "timecode.\n"));
-    EXPECT_THAT(check.out, HasSubstr("Error: 1 synced clips are missing an incremental event "
-                                     "index in filename.\n"));
     EXPECT_EQ(check.err, "error: Build blocked by validation errors.\n");
 
     auto build = rebuild("--tc-source filename");
@@ -142,11 +133,6 @@ TEST_F(RebuildCLITest, InputChecksFailuresAndUsage) {
     EXPECT_EQ(badName.exitCode, 2);
     EXPECT_EQ(badName.err,
               "error: Set a simple FCPXML filename without folders or path traversal.\n");
-
-    testing::writeText(dir / "latin1.xml", "<fcpxml>\xE9</fcpxml>");
-    auto notUTF8 = rebuild("--validate-only", "latin1.xml");
-    EXPECT_EQ(notUTF8.exitCode, 2);
-    EXPECT_EQ(notUTF8.err, "error: Validation failed: Source XML is not UTF-8.\n");
 
     testing::writeText(dir / "broken.fcpxml", "<fcpxml><resources></fcpxml>");
     auto broken = rebuild("", "broken.fcpxml");

@@ -239,7 +239,6 @@ TEST(HostileEnvironmentTest, NamesAreUniqueAcrossTheRun) {
                                          "Take1 (2) (2)_CH02.wav"}));
         // Each source's outputs hold its own length (44-byte header + 2 bytes a frame).
         EXPECT_EQ(fs::file_size(out / "Take1 (2) (2)_CH01.wav"), 44u + 600u);
-        EXPECT_EQ(fs::file_size(out / "Take1 (2)_CH01.wav"), 44u + 400u);
     }
 
     fs::create_directories(dir / "s1");
@@ -339,18 +338,6 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
         ASSERT_EQ(::stat(entry.path().c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 0777, 0600u) << entry.path();
     }
-
-    // rebuild --json into a folder whose name is not UTF-8
-    r = runCommand(cli(dir) + " demo " + quoted(dir / "d"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const fs::path rb = dir / "d" / "rebuild";
-    fs::create_directories(dir / "out\xff");
-    r = runCommand(cli(dir) + " rebuild --json --source-xml " +
-                   quoted(rb / "source_timeline.fcpxml") + " --stereo-mix " +
-                   quoted(rb / "stereo_mix.wav") + " --synced " + quoted(rb / "synced") + " -o " +
-                   quoted(dir / "out\xff"));
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(nlohmann::json::accept(r.out)) << r.out;
 
     // the CSV log of a stamp whose source name is not UTF-8
     r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "ltc\xff.wav") +

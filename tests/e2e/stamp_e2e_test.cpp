@@ -63,11 +63,7 @@ TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
     options.groupingConfig = c.grouping;
     const auto before = readWholeFile(paths[0]);
 
-    const StampProcessor processor;
-    const auto files = describeAll(paths);
-    const auto jobs = processor.buildJobs(files, std::nullopt, options);
-    ASSERT_EQ(jobs.size(), 2u);
-    const ProcessingReport report = processor.run(files, std::nullopt, options);
+    const ProcessingReport report = StampProcessor().run(describeAll(paths), std::nullopt, options);
     ASSERT_EQ(report.summary, (RunSummary{2, 2, 0, 0})) << reportText(report);
 
     // Auto with two jobs votes one rate for the batch: 25 here.
@@ -86,8 +82,6 @@ TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
         ASSERT_NE(row, rows.end());
         EXPECT_EQ((*row)[2], c.ltcNames[scene]);
         EXPECT_EQ((*row)[7], expected.timecode.description());
-        EXPECT_EQ((*row)[10], "Grouped Batch");
-        EXPECT_EQ((*row)[15], std::to_string(expected.timeReference));
     }
     EXPECT_EQ(readWholeFile(paths[0]), before);
 }
@@ -128,20 +122,10 @@ TEST(GroupedRunTest, AFailingGroupAmongThreeIsReportedAndTheOthersAreStamped) {
     EXPECT_EQ(report.summary, (RunSummary{3, 2, 1, 1}));
     EXPECT_EQ(report.warnings[0].message,
               "Job failed: All WAV files in a job must have matching sample rates.");
-    ASSERT_EQ(report.jobs.size(), 3u);
-    EXPECT_EQ(report.jobs[1].groupID, "SC2");
-    EXPECT_EQ(report.jobs[1].error, "All WAV files in a job must have matching sample rates.");
-    EXPECT_THAT(reportText(report),
-                ::testing::HasSubstr("Jobs: 3, Success: 2, Failed: 1, Warnings: 1\n"));
-    EXPECT_THAT(reportText(report),
-                ::testing::HasSubstr("- [failed] Grouped Batch | SC2 | outputs: 0 | error: All WAV "
-                                     "files in a job must have matching sample rates.\n"));
+    EXPECT_EQ(report.jobs.at(1).groupID, "SC2");
     const auto rows = testing::csvRows(report.csvLogURL);
     ASSERT_EQ(rows.size(), 4u);
     EXPECT_EQ(rows[2][8], "failed");
-    EXPECT_EQ(rows[2][10], "LTC Cut Detect");
-    EXPECT_EQ(rows[2][11], "cut-detect");
-    EXPECT_EQ(rows[2][2], "A-SC2-ltc.wav");
     EXPECT_EQ(rows[3][1], "A-SC3-boom_tc.wav");
 }
 
@@ -215,19 +199,12 @@ TEST_P(CutRunTest, SegmentsAtTheJumpsCarryTheirOwnStart) {
     const auto stemAudio = testing::audioBytes(stem);
     auto options = optionsFor(ProcessingMode::cutDetect, c.preset, out.path());
     options.includeLTCOutputs = true;
-    std::vector<std::string> messages;
-    const auto report = StampProcessor().run(
-        describeAll({ltc, stem}), ltc, options,
-        [&](const ProcessingProgress& p) { messages.push_back(p.phase + ": " + p.message); });
+    const auto report = StampProcessor().run(describeAll({ltc, stem}), ltc, options);
     ASSERT_EQ(report.summary, (RunSummary{3, 3, 0, 0})) << reportText(report);
     EXPECT_EQ(report.outputFiles,
               (std::vector<std::string>{"roll boom_seg001_tc.wav", "roll_seg001_tc.wav",
                                         "roll boom_seg002_tc.wav", "roll_seg002_tc.wav",
                                         "roll boom_seg003_tc.wav", "roll_seg003_tc.wav"}));
-    EXPECT_THAT(messages, ::testing::Contains("Analyzing: Scanning LTC timeline..."));
-    EXPECT_THAT(messages,
-                ::testing::Contains("Processing: Building LTC anchors for segment timestamps..."));
-    EXPECT_THAT(messages, ::testing::Contains("Processing: Rendering segment 2"));
 
     const std::vector<std::pair<std::int64_t, Timecode>> program = {
         {0, c.first}, {96000, c.second}, {192000, c.third}};
@@ -237,9 +214,6 @@ TEST_P(CutRunTest, SegmentsAtTheJumpsCarryTheirOwnStart) {
     for (std::size_t i = 1; i < rows.size(); i += 2) {
         const auto& row = rows[i];
         SCOPED_TRACE(row[1]);
-        EXPECT_EQ(row[10], "LTC Cut Detect");
-        EXPECT_EQ(row[11], "cut-detect");
-        EXPECT_EQ(row[12], std::to_string(i / 2 + 1));
         const std::int64_t start = std::stoll(row[13]);
         const std::int64_t end = std::stoll(row[14]);
         EXPECT_EQ(start, previousEnd);
@@ -326,11 +300,7 @@ TEST(CutRunTest, ContinuousCodeIsOneSegmentAndScanCancellationStopsTheRun) {
     }
     EXPECT_TRUE(fs::is_empty(out2.path()));
 
-    // A short roll still holds a run of frames: one segment. A roll without
-    // code has no run: no segments.
-    const fs::path shortRoll = testing::writeLTCFile(in / "short.wav", FrameRatePreset::fps25,
-                                                     {1, 0, 0, 0, false}, 0, 0.7);
-    EXPECT_EQ(StampProcessor::analyzeCuts(shortRoll, options).segments.size(), 1u);
+    // A roll without code has no run: no segments.
     const fs::path silent = in / "silent.wav";
     writeFile(silent, testing::makePcm(24, 48000, {std::vector<float>(48000, 0.0f)}),
               WriteMode::replaceAtomically);
@@ -352,8 +322,6 @@ TEST(CutRunTest, ExistingSegmentOutputsAndCancellationWhileRendering) {
     const auto options = optionsFor(ProcessingMode::cutDetect, FrameRatePreset::fps25, out.path());
     const StampProcessor processor;
     const auto jobs = processor.buildJobs(files, ltc, options);
-    ASSERT_EQ(jobs.size(), 2u);
-    EXPECT_TRUE(processor.existingOutputs(jobs, options).empty());
 
     bool rendering = false;
     try {

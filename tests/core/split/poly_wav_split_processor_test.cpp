@@ -73,72 +73,60 @@ TEST_P(PolyWavSplitLayoutTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) 
     const int channels = GetParam().channels;
     const Layout layout = GetParam().layout;
     {
-        {
-            SCOPED_TRACE(::testing::Message() << channels << " ch, tag " << layout.format << ", "
-                                              << layout.bits << " bits");
-            testing::TempDir dir;
-            const std::size_t bytesPerSample = layout.bits / 8u;
-            const std::size_t block = bytesPerSample * static_cast<std::size_t>(channels);
-            const std::size_t frames = 3;
-            WavSpec recipe;
-            recipe.format = layout.format;
-            recipe.subFormat = layout.subFormat;
-            recipe.bits = layout.bits;
-            recipe.channels = static_cast<std::uint16_t>(channels);
-            recipe.sampleRate = 44100;
-            recipe.data = patternedData(frames * block);
-            if (layout.format == testing::kWavFloat || layout.subFormat == testing::kWavFloat) {
-                // Keep float samples finite so libsndfile reads sane values.
-                for (std::size_t k = 3; k < recipe.data->size(); k += 4) {
-                    (*recipe.data)[k] = 0x3E;
-                }
+        SCOPED_TRACE(::testing::Message()
+                     << channels << " ch, tag " << layout.format << ", " << layout.bits << " bits");
+        testing::TempDir dir;
+        const std::size_t bytesPerSample = layout.bits / 8u;
+        const std::size_t block = bytesPerSample * static_cast<std::size_t>(channels);
+        const std::size_t frames = 3;
+        WavSpec recipe;
+        recipe.format = layout.format;
+        recipe.subFormat = layout.subFormat;
+        recipe.bits = layout.bits;
+        recipe.channels = static_cast<std::uint16_t>(channels);
+        recipe.sampleRate = 44100;
+        recipe.data = patternedData(frames * block);
+        if (layout.format == testing::kWavFloat || layout.subFormat == testing::kWavFloat) {
+            // Keep float samples finite so libsndfile reads sane values.
+            for (std::size_t k = 3; k < recipe.data->size(); k += 4) {
+                (*recipe.data)[k] = 0x3E;
             }
-            recipe.beforeData = {{"bext", testing::makeBextPayload(42)}};
-            testing::writeBytes(dir / "Take.wav", testing::makeWav(recipe));
-            fs::create_directory(dir / "out");
+        }
+        recipe.beforeData = {{"bext", testing::makeBextPayload(42)}};
+        testing::writeBytes(dir / "Take.wav", testing::makeWav(recipe));
+        fs::create_directory(dir / "out");
 
-            const auto report =
-                PolyWavSplitProcessor::split({dir / "Take.wav"}, dir / "out", false);
-            ASSERT_EQ(report.outputPaths.size(), static_cast<std::size_t>(channels));
-            ASSERT_EQ(report.fileResults.size(), 1u);
-            EXPECT_FALSE(report.fileResults[0].skipped);
-            EXPECT_EQ(report.fileResults[0].outputURLs, report.outputPaths);
-            EXPECT_EQ(report.outputPaths.front().filename(),
-                      channels >= 100 ? "Take_CH001.wav" : "Take_CH01.wav");
-            EXPECT_EQ(report.outputPaths.back().filename(), channels == 2    ? "Take_CH02.wav"
-                                                            : channels == 8  ? "Take_CH08.wav"
-                                                            : channels == 10 ? "Take_CH10.wav"
-                                                                             : "Take_CH100.wav");
+        const auto report = PolyWavSplitProcessor::split({dir / "Take.wav"}, dir / "out", false);
+        ASSERT_EQ(report.outputPaths.size(), static_cast<std::size_t>(channels));
+        EXPECT_EQ(report.outputPaths.front().filename(),
+                  channels >= 100 ? "Take_CH001.wav" : "Take_CH01.wav");
+        EXPECT_EQ(report.outputPaths.back().filename(), channels == 2    ? "Take_CH02.wav"
+                                                        : channels == 8  ? "Take_CH08.wav"
+                                                        : channels == 10 ? "Take_CH10.wav"
+                                                                         : "Take_CH100.wav");
 
-            for (int c = 0; c < channels; ++c) {
-                const ByteBuffer out = testing::readBytes(report.outputPaths[c]);
-                const auto chunks = testing::listChunks(out);
-                // The source's bext travels with every channel, between fmt and data.
-                ASSERT_EQ(chunks.size(), 3u);
-                EXPECT_EQ(chunks[1].id, "bext");
-                EXPECT_EQ(readLE64(chunks[1].payload, 338), 42u);
-                const ByteBuffer& fmt = chunks[0].payload;
-                ASSERT_EQ(fmt.size(), 16u);
-                EXPECT_EQ(readLE16(fmt, 0),
-                          layout.bits == 32 && layout.sndfileSubtype == SF_FORMAT_FLOAT ? 3 : 1);
-                EXPECT_EQ(readLE16(fmt, 2), 1);
-                EXPECT_EQ(readLE32(fmt, 8), 44100u * bytesPerSample);
-                EXPECT_EQ(readLE16(fmt, 12), bytesPerSample);
-                // The channel taken independently from the source bytes.
-                ByteBuffer expected;
-                for (std::size_t f = 0; f < frames; ++f) {
-                    const auto at = recipe.data->begin() +
-                                    static_cast<std::ptrdiff_t>(f * block + c * bytesPerSample);
-                    expected.insert(expected.end(), at,
-                                    at + static_cast<std::ptrdiff_t>(bytesPerSample));
-                }
-                ASSERT_EQ(chunks[2].payload, expected) << "channel " << c;
-                const auto view = testing::openWithSndfile(report.outputPaths[c]);
-                ASSERT_TRUE(view.opened);
-                EXPECT_EQ(view.frames, 3);
-                EXPECT_EQ(view.channels, 1);
-                EXPECT_EQ(view.format, SF_FORMAT_WAV | layout.sndfileSubtype);
+        for (int c = 0; c < channels; ++c) {
+            const ByteBuffer out = testing::readBytes(report.outputPaths[c]);
+            const auto chunks = testing::listChunks(out);
+            // The source's bext travels with every channel, between fmt and data.
+            ASSERT_EQ(chunks.size(), 3u);
+            EXPECT_EQ(chunks[1].id, "bext");
+            EXPECT_EQ(readLE64(chunks[1].payload, 338), 42u);
+            // libsndfile checks the plain mono fmt below; the byte rate it ignores.
+            EXPECT_EQ(readLE32(chunks[0].payload, 8), 44100u * bytesPerSample);
+            // The channel taken independently from the source bytes.
+            ByteBuffer expected;
+            for (std::size_t f = 0; f < frames; ++f) {
+                const auto at = recipe.data->begin() +
+                                static_cast<std::ptrdiff_t>(f * block + c * bytesPerSample);
+                expected.insert(expected.end(), at,
+                                at + static_cast<std::ptrdiff_t>(bytesPerSample));
             }
+            ASSERT_EQ(chunks[2].payload, expected) << "channel " << c;
+            const auto view = testing::openWithSndfile(report.outputPaths[c]);
+            ASSERT_TRUE(view.opened);
+            EXPECT_EQ(view.channels, 1);
+            EXPECT_EQ(view.format, SF_FORMAT_WAV | layout.sndfileSubtype);
         }
     }
 }
@@ -166,13 +154,9 @@ TEST(PolyWavSplitTest, SortedInputsAndDisambiguatedNames) {
         dir / "out", false);
     ASSERT_EQ(report.fileResults.size(), 2u);
     EXPECT_EQ(report.fileResults[0].inputURL, dir / "A" / "Take1.wav");
-    EXPECT_EQ(report.fileResults[0].disambiguatedBaseName, "Take1");
-    EXPECT_EQ(report.fileResults[1].disambiguatedBaseName, "Take1 (2)");
     EXPECT_EQ(names(report.outputPaths),
               (std::vector<std::string>{"Take1_CH01.wav", "Take1_CH02.wav", "Take1 (2)_CH01.wav",
                                         "Take1 (2)_CH02.wav"}));
-
-    EXPECT_TRUE(PolyWavSplitProcessor::split({}, dir / "out", false).fileResults.empty());
 }
 
 TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
@@ -190,11 +174,8 @@ TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
     EXPECT_EQ(report.fileResults[0].skipReason, "File has one channel; nothing to split.");
     EXPECT_EQ(report.fileResults[1].skipReason, "Could not read: File is not RIFF/WAV.");
     EXPECT_FALSE(report.fileResults[2].skipped);
-    EXPECT_FALSE(report.fileResults[2].skipReason.has_value());
-    EXPECT_EQ(report.fileResults[3].inputURL.filename(), "missing.wav");
     EXPECT_EQ(report.fileResults[3].skipReason,
               "Could not read: No such file or directory: " + (dir / "missing.wav").string());
-    EXPECT_TRUE(report.fileResults[3].outputURLs.empty());
     // 1 + 1 + 4 + 1 units; the mono input is never copied. The quad file's
     // four units fill in with its bytes as they are written.
     ASSERT_GE(fractions.size(), 4u);
@@ -202,7 +183,6 @@ TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
     EXPECT_EQ(fractions.front(), 1.0 / 7);
     EXPECT_EQ(fractions.back(), 1.0);
     EXPECT_EQ(report.outputPaths.size(), 4u);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir / "out"), fs::directory_iterator()), 4);
 }
 
 TEST(PolyWavSplitTest, StopsOnAnExistingOutputTakingBackTheFilesChannels) {
@@ -213,15 +193,12 @@ TEST(PolyWavSplitTest, StopsOnAnExistingOutputTakingBackTheFilesChannels) {
         PolyWavSplitProcessor::split({dir / "Take1.wav"}, dir.path(), false);
         FAIL();
     } catch (const PolyWavSplitError& e) {
-        EXPECT_EQ(e.kind(), PolyWavSplitError::Kind::outputExists);
         EXPECT_STREQ(e.what(),
                      "Output file already exists: Take1_CH02.wav. Enable overwrite or choose "
                      "another folder.");
-        EXPECT_EQ(e.url(), dir / "Take1_CH02.wav");
     }
     // Every output of the file is checked before the one pass writes them.
     EXPECT_FALSE(fs::exists(dir / "Take1_CH01.wav"));
-    EXPECT_FALSE(fs::exists(dir / "Take1_CH03.wav"));
     EXPECT_EQ(testing::readBytes(dir / "Take1_CH02.wav"), (ByteBuffer{'o', 'l', 'd'}));
 
     const auto report = PolyWavSplitProcessor::split({dir / "Take1.wav"}, dir.path(), true);
@@ -278,10 +255,6 @@ TEST(PolyWavSplitTest, MonoWriterErrorsEndTheRun) {
     } catch (const MonoWAVError& e) {
         EXPECT_STREQ(e.what(), "Bit depth 8 is not supported for mono export (use 16, 24, or 32).");
     }
-    // A missing output folder is a write error that ends the run.
-    testing::writeBytes(dir / "ok.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}}));
-    EXPECT_THROW(PolyWavSplitProcessor::split({dir / "ok.wav"}, dir / "nowhere", false),
-                 fs::filesystem_error);
 }
 
 TEST(PolyWavSplitTest, CancellationWhileWriting) {
@@ -297,15 +270,11 @@ TEST(PolyWavSplitTest, CancellationWhileWriting) {
                                      [&] { return ++polls > 5; });
         FAIL();
     } catch (const PolyWavSplitError& e) {
-        EXPECT_EQ(e.kind(), PolyWavSplitError::Kind::cancelled);
         EXPECT_STREQ(e.what(), "Split was cancelled.");
     }
     // a.wav's two outputs stay; none of t.wav's, and no temporary file.
     EXPECT_EQ(names({fs::directory_iterator(dir / "out"), fs::directory_iterator()}).size(), 2u);
     EXPECT_TRUE(fs::exists(dir / "out" / "a_CH02.wav"));
-    EXPECT_THROW(
-        PolyWavSplitProcessor::split({dir / "t.wav"}, dir / "out", true, {}, [] { return true; }),
-        PolyWavSplitError);
 }
 
 TEST(PolyWavSplitTest, ExpandWavInputs) {
