@@ -7,15 +7,17 @@
 #include <QFileInfo>
 #include <QGridLayout>
 #include <QHBoxLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QShortcut>
+#include <QTableWidget>
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include "app/gui/file_table_cells.h"
 #include "app/gui/property_binding.h"
 #include "app/gui/style.h"
 #include "app/gui/ui_hooks.h"
@@ -31,7 +33,7 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
       workflow_(workflow),
       dropArea_(new DropArea("Drag multi-channel WAV files or folders here",
                              "Linear PCM and 32-bit float WAVs are supported.")),
-      inputList_(new QListWidget),
+      inputList_(new QTableWidget(0, columnCount)),
       clear_(new QPushButton("Clear")),
       outputFolder_(new PathField(PathField::Kind::folder, "Split output folder")),
       reveal_(new QPushButton("Show in file manager")),
@@ -52,6 +54,15 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     connect(dropArea_, &DropArea::pathsDropped, &workflow_, &PolySplitWorkflow::addFiles);
 
     inputList_->setObjectName("polySplitInputList");
+    inputList_->setHorizontalHeaderLabels(
+        {"File", "Channels · Format", "Duration", "Output", "Status"});
+    inputList_->verticalHeader()->hide();
+    inputList_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    inputList_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    inputList_->setWordWrap(false);
+    inputList_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    inputList_->horizontalHeader()->setSectionResizeMode(fileColumn, QHeaderView::Stretch);
+    inputList_->horizontalHeader()->setSectionResizeMode(outputColumn, QHeaderView::Stretch);
     inputList_->setAlternatingRowColors(true);
     inputList_->setMinimumHeight(120);
     inputList_->setSelectionMode(QAbstractItemView::ExtendedSelection);
@@ -66,15 +77,8 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     clear_->setObjectName("polySplitClear");
     connect(clear_, &QPushButton::clicked, &workflow_, &PolySplitWorkflow::clearList);
     forwardDrops(inputList_, [this](const QStringList& paths) { workflow_.addFiles(paths); });
-    watchProperty(&workflow_, "polySplitInputURLs", inputList_, [this] {
-        inputList_->clear();
-        for (const QString& path : workflow_.polySplitInputURLs()) {
-            auto* item = new QListWidgetItem(QFileInfo(path).fileName(), inputList_);
-            item->setToolTip(path);
-            item->setData(Qt::UserRole, path);
-        }
-        refreshState();
-    });
+    watchProperty(&workflow_, "polySplitFiles", inputList_, [this] { refreshFiles(); });
+    watchProperty(&workflow_, "polySplitInputURLs", inputList_, [this] { refreshState(); });
 
     outputFolder_->setObjectName("polySplitOutputFolder");
     bindPathField(outputFolder_, &workflow_, "polySplitOutputFolder");
@@ -217,10 +221,50 @@ void PolySplitScreen::startSplit() {
 
 void PolySplitScreen::removeSelectedFiles() {
     QStringList paths;
-    for (const QListWidgetItem* item : inputList_->selectedItems()) {
-        paths.append(item->data(Qt::UserRole).toString());
+    for (const QModelIndex& index : inputList_->selectionModel()->selectedRows(fileColumn)) {
+        paths.append(index.data(Qt::UserRole).toString());
     }
     workflow_.removeFiles(paths);
+}
+
+void PolySplitScreen::refreshFiles() {
+    const QVariantList files = workflow_.polySplitFiles();
+    inputList_->setRowCount(static_cast<int>(files.size()));
+    for (int row = 0; row < files.size(); ++row) {
+        const QVariantMap file = files[row].toMap();
+        const QString path = file.value("path").toString();
+        auto* name = new QTableWidgetItem(file.value("fileName").toString());
+        name->setToolTip(path);
+        name->setData(Qt::UserRole, path);
+        inputList_->setItem(row, fileColumn, name);
+        const QString state = file.value("state").toString();
+        const bool ready = state == "ready";
+        inputList_->setItem(
+            row, formatColumn,
+            new QTableWidgetItem(ready ? channelsFormatText(file.value("channels").toInt(),
+                                                            file.value("sampleRate").toDouble(),
+                                                            file.value("bitsPerSample").toInt(),
+                                                            file.value("isFloat").toBool())
+                                 : state == "reading" ? QString("…")
+                                                      : QString("unreadable")));
+        inputList_->setItem(
+            row, durationColumn,
+            new QTableWidgetItem(ready ? durationText(file.value("durationSeconds").toDouble())
+                                       : QString("–")));
+        // The names the mono files get: the first and the last, all in the tooltip.
+        const QStringList outputs = file.value("outputs").toStringList();
+        auto* output =
+            new QTableWidgetItem(outputs.isEmpty()     ? QString("–")
+                                 : outputs.size() == 1 ? outputs.front()
+                                                       : QString("%1 … %2  (%3 files)")
+                                                             .arg(outputs.front(), outputs.back())
+                                                             .arg(outputs.size()));
+        output->setToolTip(outputs.join("\n"));
+        inputList_->setItem(row, outputColumn, output);
+        inputList_->setItem(
+            row, statusColumn,
+            statusItem(file.value("status").toString(), file.value("statusReason").toString()));
+    }
 }
 
 void PolySplitScreen::refreshState() {

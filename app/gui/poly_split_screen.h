@@ -4,7 +4,7 @@
 
 class QCheckBox;
 class QLabel;
-class QListWidget;
+class QTableWidget;
 class QProgressBar;
 class QPushButton;
 
@@ -28,7 +28,17 @@ class PolySplitScreen : public QWidget {
     explicit PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent = nullptr);
 
     DropArea* dropArea() const { return dropArea_; }
-    QListWidget* inputList() const { return inputList_; }
+    // The queued files: File, Channels · Format, Duration, Output (the names
+    // the mono files get) and Status (the last run's outcome, reason as tooltip).
+    QTableWidget* inputList() const { return inputList_; }
+    enum Column {
+        fileColumn,
+        formatColumn,
+        durationColumn,
+        outputColumn,
+        statusColumn,
+        columnCount
+    };
     PathField* outputFolderField() const { return outputFolder_; }
     QCheckBox* overwriteSwitch() const { return overwrite_; }
     QPushButton* startButton() const { return start_; }
@@ -46,6 +56,7 @@ class PolySplitScreen : public QWidget {
 
   private:
     void refreshState();
+    void refreshFiles();
     void startSplit();
     void removeSelectedFiles();
     QWidget* actionBar_ = nullptr;
@@ -53,7 +64,7 @@ class PolySplitScreen : public QWidget {
 
     PolySplitWorkflow& workflow_;
     DropArea* dropArea_;
-    QListWidget* inputList_;
+    QTableWidget* inputList_;
     QPushButton* clear_;
     PathField* outputFolder_;
     QPushButton* reveal_;

@@ -27,6 +27,7 @@
 #include <QVBoxLayout>
 #include <cmath>
 
+#include "app/gui/file_table_cells.h"
 #include "app/gui/property_binding.h"
 #include "app/gui/style.h"
 #include "app/gui/ui_hooks.h"
@@ -53,16 +54,6 @@ QVariant field(const QVariantMap& row, std::initializer_list<const char*> keys) 
         }
     }
     return {};
-}
-
-QString durationText(double seconds) {
-    if (!(seconds >= 0) || !std::isfinite(seconds)) {
-        return "–";
-    }
-    const auto tenths = static_cast<long long>(std::llround(seconds * 10.0));
-    const long long minutes = tenths / 600;
-    const double rest = static_cast<double>(tenths % 600) / 10.0;
-    return QString("%1:%2").arg(minutes).arg(rest, 4, 'f', 1, QChar('0'));
 }
 
 QStringList labelsOf(const auto& values) {
@@ -568,24 +559,7 @@ void StampScreen::refreshFiles() {
         rows += 1 + static_cast<int>(toVariantMap(entry).value("children").toList().size());
     }
     fileTable_->setRowCount(rows);
-    const auto statusCell = [](const QString& status, const QString& reason) {
-        auto* item = new QTableWidgetItem;
-        if (status == "ok") {
-            item->setText("✓");
-            item->setForeground(QColor(0x2e, 0xa0, 0x43));
-        } else if (status == "warning") {
-            item->setText("⚠");
-            item->setForeground(QColor(0xd9, 0x8e, 0x1a));
-        } else if (status == "failed") {
-            item->setText("✗");
-            item->setForeground(QColor(0xd0, 0x3b, 0x3b));
-        } else if (status == "ltc") {
-            item->setText("LTC");
-        }
-        item->setToolTip(reason);
-        item->setTextAlignment(Qt::AlignCenter);
-        return item;
-    };
+    const auto statusCell = &statusItem;
     int row = 0;
     for (const QVariant& entry : files) {
         const QVariantMap file = toVariantMap(entry);

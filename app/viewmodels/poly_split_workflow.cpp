@@ -8,10 +8,13 @@
 #include <vector>
 
 #include "app/viewmodels/view_model_support.h"
+#include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/common/error.h"
 #include "core/common/text.h"
 #include "core/settings/output_folder.h"
 #include "core/split/poly_wav_split_processor.h"
+#include "core/split/split_metadata.h"
 
 namespace norvane {
 
@@ -26,14 +29,138 @@ struct SplitOutcome {
     std::string errorDescription;
 };
 
+// The header of a queued file: format, length and the iXML track names the
+// outputs may carry. Reads no audio.
+QVariantMap describeSplitInput(const fs::path& path) {
+    QVariantMap row{{QStringLiteral("path"), toQString(path)},
+                    {QStringLiteral("fileName"), toQString(path.filename().string())}};
+    try {
+        const WavReader reader(path);
+        const WAVFile headers = WAVFile::headersOf(reader);
+        const WAVFmtChunk& fmt = headers.fmt();
+        const SplitSourceMetadata metadata = SplitMetadata::read(headers);
+        QStringList tracks;
+        for (int channel = 0; channel < fmt.channelCount; ++channel) {
+            tracks.append(toQString(SplitMetadata::trackName(metadata, channel)));
+        }
+        row.insert(QStringLiteral("state"), QStringLiteral("ready"));
+        row.insert(QStringLiteral("channels"), static_cast<int>(fmt.channelCount));
+        row.insert(QStringLiteral("sampleRate"), static_cast<qint64>(fmt.sampleRate));
+        row.insert(QStringLiteral("bitsPerSample"), static_cast<int>(fmt.bitsPerSample));
+        row.insert(QStringLiteral("isFloat"), fmt.audioFormat == 3);
+        row.insert(QStringLiteral("durationSeconds"), headers.duration());
+        row.insert(QStringLiteral("trackNames"), tracks);
+    } catch (const std::exception& error) {
+        row.insert(QStringLiteral("state"), QStringLiteral("unreadable"));
+        row.insert(QStringLiteral("statusReason"), toQString(describeError(error)));
+    }
+    return row;
+}
+
 }  // namespace
 
 PolySplitWorkflow::PolySplitWorkflow(const AppSettingsStore& settings, QObject* parent)
     : QObject(parent),
       outputFolder_(toQString(settings.polySplitDefaultOutputFolderURL())),
       appendTrackNames_(settings.polySplitAppendTrackNames()),
+      describeTask_(this),
       polySplitTask_(this) {
     savedOutputFolder_ = outputFolder_;
+    connect(this, &PolySplitWorkflow::polySplitInputURLsChanged, this,
+            &PolySplitWorkflow::refreshFiles);
+    connect(this, &PolySplitWorkflow::polySplitAppendTrackNamesChanged, this,
+            &PolySplitWorkflow::refreshFiles);
+}
+
+void PolySplitWorkflow::refreshFiles() {
+    PolyWavSplitNaming naming;
+    naming.appendTrackNames = appendTrackNames_;
+    QVariantList rows;
+    std::vector<fs::path> unknown;
+    for (const QString& path : inputURLs_) {
+        QVariantMap row = headers_.value(path);
+        if (row.isEmpty()) {
+            row = {{QStringLiteral("path"), path},
+                   {QStringLiteral("fileName"), fileNameOf(path)},
+                   {QStringLiteral("state"), QStringLiteral("reading")}};
+            unknown.push_back(toPath(path));
+        }
+        const int channels = row.value(QStringLiteral("channels")).toInt();
+        const QStringList tracks = row.value(QStringLiteral("trackNames")).toStringList();
+        QStringList outputs;
+        const std::string base = toPath(path).stem().string();
+        for (int channel = 1; channel <= channels && channels > 1; ++channel) {
+            outputs.append(toQString(PolyWavSplitProcessor::outputFileName(
+                base, PolyWavSplitProcessor::channelLabel(channel, channels),
+                toStdString(tracks.value(channel - 1)), naming)));
+        }
+        row.insert(QStringLiteral("outputs"), outputs);
+        if (row.value(QStringLiteral("state")) == QStringLiteral("unreadable")) {
+            row.insert(QStringLiteral("status"), QStringLiteral("failed"));
+        } else if (channels == 1) {
+            row.insert(QStringLiteral("status"), QStringLiteral("warning"));
+            row.insert(QStringLiteral("statusReason"),
+                       QStringLiteral("File has one channel; nothing to split."));
+        }
+        // What the last run did with the file wins over what is expected of it.
+        const QVariantMap result = results_.value(path);
+        for (auto it = result.begin(); it != result.end(); ++it) {
+            row.insert(it.key(), it.value());
+        }
+        rows.append(row);
+    }
+    if (rows != files_) {
+        files_ = rows;
+        emit polySplitFilesChanged();
+    }
+    if (unknown.empty() || describing_) {
+        return;
+    }
+    describing_ = true;
+    describeTask_.start([this, unknown](const BackgroundTask::Context& task) {
+        for (const fs::path& path : unknown) {
+            if (task.stopRequested()) {
+                return;
+            }
+            QVariantMap row = describeSplitInput(path);
+            task.post([this, row] {
+                headers_.insert(row.value(QStringLiteral("path")).toString(), row);
+            });
+        }
+        // Files queued meanwhile are read by the next refresh.
+        task.post([this] {
+            describing_ = false;
+            refreshFiles();
+        });
+    });
+}
+
+void PolySplitWorkflow::recordResults(const PolyWavSplitReport& report) {
+    results_.clear();
+    for (const PolyWavSplitFileResult& result : report.fileResults) {
+        QStringList outputs;
+        for (const fs::path& output : result.outputURLs) {
+            outputs.append(toQString(output.filename().string()));
+        }
+        QVariantMap row;
+        if (result.skipped) {
+            row.insert(QStringLiteral("status"), QStringLiteral("warning"));
+            row.insert(QStringLiteral("statusReason"),
+                       QStringLiteral("Skipped: ") + toQString(result.skipReason.value_or("")));
+        } else {
+            row.insert(QStringLiteral("outputs"), outputs);
+            row.insert(QStringLiteral("status"),
+                       result.warnings.empty() ? QStringLiteral("ok") : QStringLiteral("warning"));
+            QStringList reason = {QStringLiteral("Wrote ") + QString::number(outputs.size()) +
+                                  QStringLiteral(" channel file(s)")};
+            for (const std::string& warning : result.warnings) {
+                reason.append(toQString(warning));
+            }
+            row.insert(QStringLiteral("statusReason"), reason.join(QStringLiteral("\n")));
+        }
+        results_.insert(toQString(result.inputURL), row);
+    }
+    refreshFiles();
 }
 
 PolySplitWorkflow::~PolySplitWorkflow() = default;
@@ -187,6 +314,7 @@ void PolySplitWorkflow::startSplit() {
                         appendLog(QStringLiteral("Warning: ") + toQString(warning));
                     }
                 }
+                recordResults(*outcome.report);
                 setStatus(QStringLiteral("Done. ") +
                           QString::number(outcome.report->outputPaths.size()) +
                           QStringLiteral(" file(s) written."));

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QVariantList>
+#include <QVariantMap>
 
 #include "app/viewmodels/background_task.h"
 #include "core/settings/app_settings_store.h"
+#include "core/split/poly_wav_split_processor.h"
 
 namespace norvane {
 
@@ -30,6 +34,12 @@ class PolySplitWorkflow : public QObject {
     // polySplitAppendTrackNames.
     Q_PROPERTY(bool polySplitAppendTrackNames READ polySplitAppendTrackNames WRITE
                    setPolySplitAppendTrackNames NOTIFY polySplitAppendTrackNamesChanged)
+    // One row per queued file, in list order, for the screen's table:
+    //   {path, fileName, state ("reading", "ready", "unreadable"), channels, sampleRate,
+    //    bitsPerSample, isFloat, durationSeconds, outputs (the mono file names it will
+    //    get), status ("ok", "warning", "failed" or "" before a run), statusReason}
+    // Headers are read in the background (describeTask), never the audio.
+    Q_PROPERTY(QVariantList polySplitFiles READ polySplitFiles NOTIFY polySplitFilesChanged)
 
   public:
     // The output folder starts as the settings' polySplitDefaultOutputFolderPath.
@@ -44,6 +54,9 @@ class PolySplitWorkflow : public QObject {
     const QStringList& polySplitLogLines() const { return logLines_; }
     bool polySplitOverwriteExisting() const { return overwriteExisting_; }
     bool polySplitAppendTrackNames() const { return appendTrackNames_; }
+    const QVariantList& polySplitFiles() const { return files_; }
+    // The headers of the queued files have all been read.
+    bool isDescribing() const { return describing_; }
 
     void setPolySplitOverwriteExisting(bool overwrite);
     void setPolySplitAppendTrackNames(bool append);
@@ -73,6 +86,7 @@ class PolySplitWorkflow : public QObject {
     void polySplitLogLinesChanged();
     void polySplitOverwriteExistingChanged();
     void polySplitAppendTrackNamesChanged();
+    void polySplitFilesChanged();
     // A split wrote into `folder`: the place to remember for the next launch.
     void outputFolderUsed(const QString& folder);
 
@@ -81,6 +95,10 @@ class PolySplitWorkflow : public QObject {
     void setStatus(const QString& status);
     void setProgress(double progress);
     void setProcessing(bool processing);
+    // Rows from the list, the headers read so far and the last run's results;
+    // reads the headers still unknown in the background.
+    void refreshFiles();
+    void recordResults(const PolyWavSplitReport& report);
 
     QStringList inputURLs_;
     QString outputFolder_;
@@ -92,6 +110,11 @@ class PolySplitWorkflow : public QObject {
     QStringList logLines_;
     bool overwriteExisting_ = false;
     bool appendTrackNames_ = false;
+    QVariantList files_;
+    QMap<QString, QVariantMap> headers_;  // by path: what describeSplitInput read
+    QMap<QString, QVariantMap> results_;  // by path: {status, statusReason, outputs}
+    bool describing_ = false;
+    BackgroundTask describeTask_;
     // Last, so that it stops and joins its thread before the state goes away.
     BackgroundTask polySplitTask_;
 };

@@ -5,11 +5,11 @@
 #include <QCheckBox>
 #include <QDropEvent>
 #include <QLabel>
-#include <QListWidget>
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTableWidget>
 #include <QTest>
 #include <algorithm>
 #include <filesystem>
@@ -50,8 +50,8 @@ class PolySplitScreenTest : public ::testing::Test {
 
     QStringList listed() const {
         QStringList names;
-        for (int i = 0; i < screen.inputList()->count(); ++i) {
-            names.append(screen.inputList()->item(i)->text());
+        for (int i = 0; i < screen.inputList()->rowCount(); ++i) {
+            names.append(screen.inputList()->item(i, PolySplitScreen::fileColumn)->text());
         }
         return names;
     }
@@ -110,6 +110,17 @@ TEST_F(PolySplitScreenTest, SplitsToTheChosenFolderAndReportsEachFile) {
     EXPECT_EQ(workflow.polySplitOutputFolder(), path("out"));
     screen.overwriteSwitch()->click();
     EXPECT_TRUE(workflow.polySplitOverwriteExisting());
+    // Each file's row: what it is and the names its channels will get, read
+    // from its header in the background.
+    const auto cell = [&](int row, int column) { return screen.inputList()->item(row, column); };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !workflow.isDescribing(); }, 5000));
+    ASSERT_EQ(listed(), QStringList({"take2.wav", "take10.wav"}));
+    EXPECT_EQ(cell(1, PolySplitScreen::formatColumn)->text(), "2 ch · 48 kHz 16-bit PCM");
+    EXPECT_EQ(cell(1, PolySplitScreen::durationColumn)->text(), "0:00.0");
+    EXPECT_EQ(cell(1, PolySplitScreen::outputColumn)->text(),
+              "take10_CH01.wav … take10_CH02.wav  (2 files)");
+    EXPECT_EQ(cell(0, PolySplitScreen::statusColumn)->text(), "⚠");
+    EXPECT_EQ(cell(1, PolySplitScreen::statusColumn)->text(), "");
 
     screen.startButton()->click();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !workflow.polySplitIsProcessing(); }, 10000));
@@ -121,6 +132,10 @@ TEST_F(PolySplitScreenTest, SplitsToTheChosenFolderAndReportsEachFile) {
     EXPECT_TRUE(log.contains("Wrote 2 channel file(s) for take10.wav.")) << log.toStdString();
     EXPECT_TRUE(log.contains("Skipped take2.wav: File has one channel; nothing to split."))
         << log.toStdString();
+    EXPECT_EQ(cell(1, PolySplitScreen::statusColumn)->text(), "✓");
+    EXPECT_EQ(cell(1, PolySplitScreen::statusColumn)->toolTip(), "Wrote 2 channel file(s)");
+    EXPECT_EQ(cell(0, PolySplitScreen::statusColumn)->toolTip(),
+              "Skipped: File has one channel; nothing to split.");
 
     // What was written is mono WAV that an independent reader opens.
     int outputs = 0;
