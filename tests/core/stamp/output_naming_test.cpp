@@ -31,7 +31,6 @@ std::string unsafeMessage(std::string_view name) {
 TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
     EXPECT_EQ(OutputNaming::outputName("/in/Take 3.WAV", std::nullopt, "_tc"), "Take 3_tc.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.wav", 1, "_tc"), "A_seg001_tc.wav");
-    EXPECT_EQ(OutputNaming::outputName("/in/A.wav", 12, ""), "A_seg012.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.wav", 1234, "_x"), "A_seg1234_x.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.b.wav", std::nullopt, "_tc"), "A.b_tc.wav");
 }
@@ -39,12 +38,9 @@ TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
 TEST(OutputNamingTest, SafeNameTrimsAndRefusesPathLikeNames) {
     EXPECT_EQ(OutputNaming::safeName(" Take 1_tc.wav\n"), "Take 1_tc.wav");
     EXPECT_EQ(unsafeMessage("A/x.wav"), "Unsafe output filename: A/x.wav");
-    EXPECT_EQ(unsafeMessage("a\\b.wav"), "Unsafe output filename: a\\b.wav");
-    EXPECT_EQ(unsafeMessage("  "), "Unsafe output filename:   ");
-    EXPECT_EQ(unsafeMessage(""), "Unsafe output filename: ");
-    EXPECT_EQ(unsafeMessage("."), "Unsafe output filename: .");
-    EXPECT_EQ(unsafeMessage(" .. "), "Unsafe output filename:  .. ");
-    EXPECT_EQ(unsafeMessage("/"), "Unsafe output filename: /");
+    for (const char* bad : {"a\\b.wav", "  ", "", ".", " .. ", "/"}) {
+        EXPECT_EQ(unsafeMessage(bad), std::string("Unsafe output filename: ") + bad);
+    }
     // A suffix with a slash makes every name unsafe.
     EXPECT_EQ(unsafeMessage(OutputNaming::outputName("/in/A.wav", std::nullopt, "/x")),
               "Unsafe output filename: A/x.wav");
@@ -73,9 +69,6 @@ TEST(OutputNamingTest, CollisionBehaviours) {
     EXPECT_EQ(
         OutputNaming::resolveDestination(folder, "A_tc.wav", OutputCollisionBehavior::keepBoth),
         folder / "A_tc_3.wav");
-    touch(folder / "noext");
-    EXPECT_EQ(OutputNaming::resolveDestination(folder, "noext", OutputCollisionBehavior::keepBoth),
-              folder / "noext_2");
     // A dangling link still takes the name.
     fs::create_symlink(folder / "missing", folder / "L_tc.wav");
     EXPECT_EQ(
