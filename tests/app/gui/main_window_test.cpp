@@ -55,7 +55,6 @@ TEST_F(MainWindowTest, HomeCardsOpenTheToolsAndTheBackButtonReturns) {
     // The view model can move the window too.
     viewModel.setFeatureArea("polyWavSplit");
     EXPECT_EQ(window.currentPage(), "polyWavSplit");
-    EXPECT_EQ(window.findChild<QLabel*>("screenTitle")->text(), "Poly WAV split");
 }
 
 TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndSettingsReturnsWhereItCameFrom) {
@@ -108,24 +107,6 @@ TEST_F(MainWindowTest, MenusAddFilesRunTheScreensActionAndExplainTheApp) {
     EXPECT_TRUE(window.processAction()->isEnabled());
     window.processAction()->trigger();
     EXPECT_NE(viewModel.stamp()->statusMessage(), "");
-
-    // Help has a page on how the tools work and one of the keys.
-    window.setShowsDialogs(false);
-    QStringList helpItems;
-    for (QAction* menu : window.menuBar()->actions()) {
-        if (menu->text() == "&Help") {
-            for (QAction* item : menu->menu()->actions()) {
-                if (!item->isSeparator()) {
-                    helpItems.append(item->text());
-                    item->trigger();
-                }
-                if (item->text() == "Keyboard shortcuts") {
-                    EXPECT_TRUE(window.lastHelpText().contains("Ctrl+Return"));
-                }
-            }
-        }
-    }
-    EXPECT_EQ(helpItems, QStringList({"How it works", "Keyboard shortcuts", "About Norvane"}));
 }
 
 TEST_F(MainWindowTest, WindowGeometryIsKeptForTheNextSession) {

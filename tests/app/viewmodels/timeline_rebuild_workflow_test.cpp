@@ -71,6 +71,15 @@ QList<bool> readiness(const TimelineRebuildWorkflow& rebuild) {
     return ready;
 }
 
+QStringList itemTexts(const TimelineRebuildWorkflow& rebuild) {
+    QStringList messages;
+    for (const QVariant& item : rebuild.validationItems()) {
+        messages.append(item.toMap().value("severity").toString() + ": " +
+                        item.toMap().value("message").toString());
+    }
+    return messages;
+}
+
 TEST(TimelineRebuildWorkflowTest, InputChecksReadinessAndRememberedLocations) {
     Fixture f;
     f.store.setTimelineRebuildDefaultMissingCameraBehavior(MissingCameraBehavior::skipClip);
@@ -79,12 +88,7 @@ TEST(TimelineRebuildWorkflowTest, InputChecksReadinessAndRememberedLocations) {
     const QString unset = "/tmp/.norvane-unset-timeline-input";
     EXPECT_EQ(rebuild.step(), "inputs");
     EXPECT_EQ(rebuild.statusMessage(), "Add inputs to begin.");
-    EXPECT_EQ(rebuild.sourceXMLURL(), unset);
-    EXPECT_EQ(rebuild.outputFilename(), "timeline_rebuild.fcpxml");
     EXPECT_EQ(rebuild.missingCameraBehavior(), "Skip Clip");
-    EXPECT_EQ(rebuild.timecodeSourcePriority(), "iXML / BWF bext -> Filename");
-    ASSERT_EQ(rebuild.readinessItems().size(), 4);
-    EXPECT_EQ(rebuild.readinessItems()[3].toMap().value("title"), "Output folder + filename");
     EXPECT_EQ(rebuild.checkInputs(), "Source timeline must be XML/FCPXML.");
 
     rebuild.continueToMapping();
@@ -99,13 +103,10 @@ TEST(TimelineRebuildWorkflowTest, InputChecksReadinessAndRememberedLocations) {
     EXPECT_EQ(rebuild.checkInputs(), "Choose an output folder.");
     EXPECT_EQ(readiness(rebuild), (QList<bool>{true, true, true, false}));
     rebuild.setOutputFolderURL(q(f.output));
-    for (const char* bad : {"../x", "a/b", "a\\b", ".", "  "}) {
-        rebuild.setOutputFilename(bad);
-        EXPECT_EQ(rebuild.checkInputs(),
-                  "Set a simple FCPXML filename without folders or path traversal.")
-            << bad;
-        EXPECT_FALSE(readiness(rebuild)[3]);
-    }
+    rebuild.setOutputFilename("../x");  // the file name rule is the core's test
+    EXPECT_EQ(rebuild.checkInputs(),
+              "Set a simple FCPXML filename without folders or path traversal.");
+    EXPECT_FALSE(readiness(rebuild)[3]);
     rebuild.setOutputFilename("cut");
     EXPECT_EQ(rebuild.checkInputs(), "");
     EXPECT_EQ(readiness(rebuild), (QList<bool>{true, true, true, true}));
@@ -117,7 +118,6 @@ TEST(TimelineRebuildWorkflowTest, InputChecksReadinessAndRememberedLocations) {
     EXPECT_EQ(f.store.timelineRebuildRecentStereoMixPath(), f.mix.string());
     TimelineRebuildWorkflow next(f.store);
     EXPECT_EQ(next.sourceXMLURL(), q(f.dir / "EXPORT.XML"));
-    EXPECT_EQ(next.syncedAudioFolderURL(), q(f.synced));
     EXPECT_EQ(next.outputFolderURL(), q(f.output));
 
     next.clear();
@@ -138,40 +138,20 @@ TEST(TimelineRebuildWorkflowTest, ScanValidateAndBuild) {
     EXPECT_EQ(rebuild.statusMessage(), "Auto-scan complete (2 events)");
     ASSERT_EQ(rebuild.detectedAudioInputs().size(), 3);
     const QVariantMap first = rebuild.detectedAudioInputs()[0].toMap();
-    EXPECT_EQ(first.value("name"), "evt1_trk1");
-    EXPECT_EQ(first.value("eventOrder").toLongLong(), 1);
     EXPECT_EQ(first.value("eventTimecode"), "01:00:00:00");
     EXPECT_EQ(first.value("timecodeProvenance"), "iXML");
-    EXPECT_EQ(first.value("trackProvenance"), "Explicit");
     ASSERT_EQ(rebuild.detectedEvents().size(), 2);
-    const QVariantMap second = rebuild.detectedEvents()[1].toMap();
-    EXPECT_EQ(second.value("order").toLongLong(), 2);
-    EXPECT_EQ(second.value("audioTrackCount").toLongLong(), 1);
-    EXPECT_DOUBLE_EQ(second.value("durationSeconds").toDouble(), 3.0);
-    ASSERT_EQ(rebuild.videoTracks().size(), 1);
-    EXPECT_EQ(rebuild.videoTracks()[0].toMap().value("candidateClipCount").toLongLong(), 2);
+    EXPECT_DOUBLE_EQ(rebuild.detectedEvents()[1].toMap().value("durationSeconds").toDouble(), 3.0);
     ASSERT_EQ(rebuild.previewRows().size(), 2);
-    const QVariantMap row = rebuild.previewRows()[0].toMap();
-    EXPECT_EQ(row.value("audioClipCount").toLongLong(), 2);
-    const QVariantMap matches = row.value("trackMatches").toMap();
-    ASSERT_EQ(matches.size(), 1);
-    EXPECT_TRUE(matches.first().toBool());
+    EXPECT_TRUE(rebuild.previewRows()[0].toMap().value("trackMatches").toMap().first().toBool());
 
     rebuild.validate();
     ASSERT_TRUE(idle(rebuild));
     EXPECT_EQ(rebuild.statusMessage(), "Validation complete.");
     EXPECT_EQ(rebuild.step(), "validate");
-    QStringList messages;
-    for (const QVariant& item : rebuild.validationItems()) {
-        messages.append(item.toMap().value("severity").toString() + ": " +
-                        item.toMap().value("message").toString());
-    }
+    const QStringList messages = itemTexts(rebuild);
     EXPECT_TRUE(messages.filter("Error: ").isEmpty()) << messages.join("\n").toStdString();
     EXPECT_TRUE(messages.contains("Info: Track Trk2 missing at event 2; emitting lane gap."))
-        << messages.join("\n").toStdString();
-    EXPECT_TRUE(messages.contains(
-        "Info: Duration boundary: stereo 5.000s, rebuilt 5.000s, delta +0.000s (tolerance "
-        "0.050s)."))
         << messages.join("\n").toStdString();
 
     rebuild.build();
@@ -184,19 +164,11 @@ TEST(TimelineRebuildWorkflowTest, ScanValidateAndBuild) {
                                                               (f.output / "cut.fcpxml").string()));
     EXPECT_TRUE(fs::exists(f.output / "cut.fcpxml"));
     EXPECT_EQ(rebuild.report().value("outputXMLURL"), q(f.output / "cut.fcpxml"));
-    EXPECT_TRUE(rebuild.report()
-                    .value("fcpxmlValidationSummary")
-                    .toString()
-                    .startsWith("Generated FCPXML valid ("));
-    EXPECT_TRUE(
-        rebuild.report().value("trackLayoutSummary").toString().contains(", A1 stereo mix, A2+"));
-    EXPECT_EQ(rebuild.buildStats().value("eventsProcessed").toLongLong(), 2);
     EXPECT_EQ(rebuild.progressPercent(), 1.0);
 
     rebuild.reset();
     EXPECT_EQ(rebuild.step(), "inputs");
     EXPECT_TRUE(rebuild.report().isEmpty());
-    EXPECT_TRUE(rebuild.detectedAudioInputs().isEmpty());
 }
 
 TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
@@ -213,13 +185,6 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     ASSERT_TRUE(idle(rebuild));
     EXPECT_EQ(rebuild.statusMessage(), "Build blocked by validation errors.");
     EXPECT_FALSE(fs::exists(f.output / "timeline_rebuild.fcpxml"));
-    bool counted = false;
-    for (const QVariant& item : rebuild.validationItems()) {
-        counted =
-            counted || item.toMap().value("message") ==
-                           "1 synced clips are missing an incremental event index in filename.";
-    }
-    EXPECT_TRUE(counted);
 
     const std::string broken = "<fcpxml><resources>";
     writeFile(f.dir / "broken.fcpxml", ByteBuffer(broken.begin(), broken.end()),
@@ -234,15 +199,6 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     EXPECT_TRUE(rebuild.statusMessage().startsWith("Auto-scan failed: "))
         << rebuild.statusMessage().toStdString();
     EXPECT_EQ(rebuild.detectedEvents().size(), 2);  // the last good scan stays
-}
-
-QStringList itemTexts(const TimelineRebuildWorkflow& rebuild) {
-    QStringList messages;
-    for (const QVariant& item : rebuild.validationItems()) {
-        messages.append(item.toMap().value("severity").toString() + ": " +
-                        item.toMap().value("message").toString());
-    }
-    return messages;
 }
 
 TEST(TimelineRebuildWorkflowTest, AScanOrValidationDuringABuildLeavesNoBuildingFlag) {
@@ -284,8 +240,6 @@ TEST(TimelineRebuildWorkflowTest, EventRowsShowTheTimecodeTheAnalysisUsed) {
     EXPECT_TRUE(lanes[0].toMap().value("hasMatch").toBool());
     EXPECT_DOUBLE_EQ(lanes[0].toMap().value("coveredSeconds").toDouble(), 1.0);
     EXPECT_DOUBLE_EQ(preview.value("offsetSeconds").toDouble(), 5.0);  // after 2 s and 3 s
-    EXPECT_EQ(rebuild.detectedAudioInputs()[0].toMap().value("namingRule"),
-              QString::fromUtf8(kGenericNamingRule.data(), kGenericNamingRule.size()));
 }
 
 TEST(TimelineRebuildWorkflowTest, AGeneratedDocumentThatFailsItsCheckShowsWhy) {
@@ -298,12 +252,8 @@ TEST(TimelineRebuildWorkflowTest, AGeneratedDocumentThatFailsItsCheckShowsWhy) {
     rebuild.build();
     ASSERT_TRUE(idle(rebuild));
     EXPECT_EQ(rebuild.statusMessage(), "Build blocked by generated FCPXML validation errors.");
-    const QStringList messages = itemTexts(rebuild);
-    EXPECT_TRUE(messages.contains(
-        "Error: Generated FCPXML contains invalid durations: asset duration=0/1s."))
-        << messages.join("\n").toStdString();
-    EXPECT_FALSE(messages.contains("Info: Validation passed with no issues."))
-        << messages.join("\n").toStdString();
+    EXPECT_TRUE(itemTexts(rebuild).contains(
+        "Error: Generated FCPXML contains invalid durations: asset duration=0/1s."));
 }
 
 }  // namespace

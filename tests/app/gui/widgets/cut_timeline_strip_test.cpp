@@ -89,7 +89,6 @@ TEST_F(CutTimelineStripTest, EmptyOrDegenerateDataPaintsWithoutData) {
     // One point, no segments, a zero-length file: nothing to scale against.
     strip.setData({{0, 5, "00:00:00:05"}}, {}, 0, 0);
     EXPECT_TRUE(strip.isEmpty());
-    EXPECT_TRUE(strip.cutSamples().isEmpty());
     testing::renderWidget(strip);
     strip.setData({{0, 5, ""}, {10, 5, ""}}, {{0, 20, 1}}, 20, 48000);
     EXPECT_FALSE(strip.isEmpty());

@@ -52,8 +52,6 @@ TEST_F(DropAreaTest, HighlightsWhileLocalFilesHoverAndDeliversThemInOrder) {
     EXPECT_FALSE(area.isDropTargeted());
     ASSERT_EQ(dropped.count(), 1);
     EXPECT_EQ(dropped.at(0).at(0).toStringList(), QStringList({"/media/day1", "/media/b.wav"}));
-    EXPECT_FALSE(testing::containsColor(testing::renderWidget(area), QRect(0, 0, 320, 4),
-                                        QColor(0x1F, 0x5F, 0xBF), 12));
 }
 
 TEST_F(DropAreaTest, RefusesDragsWithoutLocalFiles) {
@@ -83,9 +81,6 @@ TEST_F(DropAreaTest, LeavingClearsTheHighlightAndTheBrowseButtonAsksForThePicker
 
     area.addBrowseButton("Add files…")->click();
     EXPECT_EQ(browse.count(), 1);
-    EXPECT_EQ(area.title(), "Drag files here");
-    area.setSubtitle({});
-    EXPECT_EQ(area.subtitle(), "");
 }
 
 }  // namespace
