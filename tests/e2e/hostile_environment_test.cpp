@@ -1,7 +1,7 @@
 // The command line under hostile conditions: interrupts, runs that would land
 // on their own inputs, concurrent runs into one folder, bytes that are not
-// UTF-8, long names, a strict umask, header lies, pipes named like recordings,
-// a settings file built to crash a parser, and a log that cannot be written.
+// UTF-8, long names, a strict umask, header lies, pipes named like recordings
+// and a log that cannot be written.
 // Each case checks what is on disk after.
 
 #include <sys/stat.h>
@@ -362,9 +362,8 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
 
 // Header lies and things that are not files: a data chunk whose size field is 0
 // while the audio follows (a recorder's crash) is read to the last whole frame
-// with a warning naming the file, by stamp, split and info alike; a named pipe
-// called *.wav is skipped with a clear reason instead of hanging the run, and
-// a device is refused at once.
+// with a warning naming the file, by stamp and split alike; a named pipe
+// called *.wav is skipped with a clear reason instead of hanging the run.
 TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
     testing::TempDir dir;
     const fs::path in = dir / "in";
@@ -407,30 +406,8 @@ TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
     }
     EXPECT_EQ(testing::sndfileFrames(dir / "sp" / "poly_CH02.wav"), 4800);
 
-    r = runCommand(cli(dir) + " info " + quoted(in / "crash.wav"));
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_THAT(r.out, HasSubstr(warning));
-    r = runCommand("timeout 60 env " + cli(dir) + " info /dev/zero");
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_THAT(r.err, HasSubstr("Not a regular file"));
-
     fs::remove(in / "pipe.wav");
     EXPECT_EQ(snapshot(in), before);
-}
-
-// A settings file of a 100 000-deep array (200 KB, under the size cap) is
-// refused on load like any corrupt file and kept aside; saving then works.
-TEST(HostileEnvironmentTest, DeepSettingsJsonIsRefusedNotFatal) {
-    testing::TempDir dir;
-    const int depth = 100000;
-    const std::string deep = "{\"x\":" + std::string(depth, '[') + std::string(depth, ']') + "}";
-    testing::writeBytes(dir / "settings.json", ByteBuffer(deep.begin(), deep.end()));
-    auto r = runCommand(cli(dir) + " settings set outputFilenameSuffix _z");
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_THAT(r.err, HasSubstr("is not valid settings JSON"));
-    r = runCommand(cli(dir) + " settings get outputFilenameSuffix");
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_THAT(r.out, HasSubstr("_z"));
 }
 
 // A log that cannot be written after the outputs were (here: the file size
