@@ -592,11 +592,11 @@ void StampScreen::refreshFiles() {
                              .arg(file.value("ltcChannel").toInt())
                              .arg(file.value("ltcRate").toString()));
             ltc->setForeground(LTCHealthStrip::colorFor(level));
-            ltc->setToolTip(
-                QString("LTC on channel %1 at %2 fps, first frame %3; confidence %4 %")
-                    .arg(file.value("ltcChannel").toInt())
-                    .arg(file.value("ltcRate").toString(), file.value("ltcStart").toString())
-                    .arg(std::lround(confidence * 100)));
+            ltc->setToolTip(QString("LTC on channel %1 at %2 fps, first frame %3\nEvidence: %4")
+                                .arg(file.value("ltcChannel").toInt())
+                                .arg(file.value("ltcRate").toString(),
+                                     file.value("ltcStart").toString(),
+                                     file.value("ltcEvidence").toString()));
         } else if (probe == "none") {
             ltc->setText("–");
             ltc->setToolTip("No LTC found on any channel");
@@ -612,7 +612,7 @@ void StampScreen::refreshFiles() {
         auto* startItem = new QTableWidgetItem(!start.isEmpty()     ? start
                                                : existing.isEmpty() ? QString("–")
                                                                     : existing + "  (file)");
-        startItem->setToolTip(!start.isEmpty()     ? "Start timecode stamped by the last run"
+        startItem->setToolTip(!start.isEmpty()     ? file.value("startEvidence").toString()
                               : existing.isEmpty() ? QString()
                                                    : "Timecode the file already carries");
         auto* nameItem = new QTableWidgetItem(name);
@@ -645,8 +645,9 @@ void StampScreen::refreshFiles() {
                 new QTableWidgetItem(child.contains("durationSeconds")
                                          ? durationText(child.value("durationSeconds").toDouble())
                                          : QString()));
-            fileTable_->setItem(row, startColumn,
-                                new QTableWidgetItem(child.value("startTimecode").toString()));
+            auto* childStart = new QTableWidgetItem(child.value("startTimecode").toString());
+            childStart->setToolTip(child.value("startEvidence").toString());
+            fileTable_->setItem(row, startColumn, childStart);
             fileTable_->setItem(row, outputColumn,
                                 new QTableWidgetItem(child.value("output").toString()));
             fileTable_->setItem(row, statusColumn,

@@ -9,6 +9,7 @@
 #include "app/viewmodels/view_model_support.h"
 #include "core/audio/bwf_reader.h"
 #include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/common/error.h"
 #include "core/common/text.h"
 #include "core/common/uuid.h"
@@ -51,6 +52,19 @@ QString existingTimecode(const WAVFile& file, FrameRatePreset preset) {
         }
     }
     return {};
+}
+
+// What the decoder based a timecode on, for the file table's tooltips.
+QString evidenceText(std::int64_t runFrames, std::int64_t bitErrors, double confidence,
+                     const std::string& rateEvidence) {
+    QString text = QStringLiteral("run of ") + QString::number(runFrames) +
+                   QStringLiteral(" frames, ") + QString::number(bitErrors) +
+                   QStringLiteral(" bit errors, confidence ") +
+                   QString::number(std::lround(confidence * 100)) + QStringLiteral(" %");
+    if (!rateEvidence.empty()) {
+        text += QStringLiteral("; rate: ") + toQString(rateEvidence);
+    }
+    return text;
 }
 
 bool looksLikeLTC(const fs::path& path) {
@@ -306,7 +320,9 @@ void StampWorkflow::ingest(const QStringList& paths) {
         }
         const QString name = toQString(path.filename().string());
         try {
-            const WAVFile file(path);
+            // The header and metadata chunks only: a long take's audio is not read.
+            const WavReader reader(path);
+            const WAVFile file = WAVFile::headersOf(reader);
             FileDescriptor descriptor;
             descriptor.id = makeUUID();
             descriptor.url = path;
@@ -415,6 +431,9 @@ void StampWorkflow::startProbing(const std::vector<fs::path>& paths) {
                                    static_cast<int>(probe->channelIndex + 1));
                         row.insert(QStringLiteral("ltcRate"), toQString(probe->rate.label));
                         row.insert(QStringLiteral("ltcConfidence"), probe->confidence);
+                        row.insert(QStringLiteral("ltcEvidence"),
+                                   evidenceText(probe->runFrames, probe->bitErrors,
+                                                probe->confidence, probe->rateEvidence));
                         row.insert(QStringLiteral("ltcStart"),
                                    toQString(probe->timecode.description()));
                         row.insert(QStringLiteral("ltcFirstValidSample"),
@@ -610,8 +629,8 @@ void StampWorkflow::clearResults() {
     QVariantList rows = files_;
     for (QVariant& value : rows) {
         QVariantMap row = value.toMap();
-        for (const char* key : {"startTimecode", "startSeconds", "rate", "output", "status",
-                                "statusReason", "children"}) {
+        for (const char* key : {"startTimecode", "startEvidence", "startSeconds", "rate", "output",
+                                "status", "statusReason", "children"}) {
             row.remove(QLatin1String(key));
         }
         value = row;
@@ -654,6 +673,35 @@ void StampWorkflow::applyResults(const ProcessingReport& report,
         }
     };
 
+    // The decode the run reports evidence for (its first LTC file), and the
+    // probe's evidence for the other LTC files.
+    const auto evidenceFor = [&](const ProcessedFileRecord& record) -> QString {
+        QString text = QStringLiteral("Start ") + toQString(record.stampedStartTimecode) +
+                       QStringLiteral(" @ ") + toQString(record.frameRate) +
+                       QStringLiteral(" from ") + toQString(record.ltcFile) +
+                       QStringLiteral(", first frame at sample ") +
+                       QString::number(record.firstValidLTCSample);
+        if (record.ltcFile == report.chosenLTCFile && report.ltcRunFrames > 0) {
+            text += QStringLiteral("\nLTC evidence: ") +
+                    evidenceText(report.ltcRunFrames, report.ltcBitErrors, report.confidence,
+                                 report.rateEvidence) +
+                    QStringLiteral("\nSub-frame offset: ") +
+                    QString::asprintf("%+.2f", report.subFrameOffsetSamples) +
+                    QStringLiteral(" samples (TimeReference: ") +
+                    toQString(report.timeReferenceMode) + QStringLiteral(")");
+        } else {
+            for (const QVariant& other : files_) {
+                const QVariantMap ltcRow = other.toMap();
+                if (ltcRow.value(QStringLiteral("fileName")).toString() ==
+                        toQString(record.ltcFile) &&
+                    ltcRow.contains(QStringLiteral("ltcEvidence"))) {
+                    text += QStringLiteral("\nLTC evidence (probe): ") +
+                            ltcRow.value(QStringLiteral("ltcEvidence")).toString();
+                }
+            }
+        }
+        return text;
+    };
     QVariantList rows = files_;
     for (QVariant& value : rows) {
         QVariantMap row = value.toMap();
@@ -675,6 +723,7 @@ void StampWorkflow::applyResults(const ProcessingReport& report,
                                   {QStringLiteral("rate"), toQString(record->frameRate)}};
                 if (!record->stampedStartTimecode.empty()) {
                     child.insert(QStringLiteral("startTimecode"), startText(*record));
+                    child.insert(QStringLiteral("startEvidence"), evidenceFor(*record));
                 }
                 if (const QVariant start = startSeconds(*record); start.isValid()) {
                     child.insert(QStringLiteral("startSeconds"), start);
@@ -704,6 +753,7 @@ void StampWorkflow::applyResults(const ProcessingReport& report,
             const ProcessedFileRecord& record = *mine.front();
             if (!record.stampedStartTimecode.empty()) {
                 row.insert(QStringLiteral("startTimecode"), startText(record));
+                row.insert(QStringLiteral("startEvidence"), evidenceFor(record));
             }
             if (const QVariant start = startSeconds(record); start.isValid()) {
                 row.insert(QStringLiteral("startSeconds"), start);
@@ -727,6 +777,7 @@ void StampWorkflow::applyResults(const ProcessingReport& report,
                     for (const auto& record : report.records) {
                         if (record.ltcFile == name && !record.stampedStartTimecode.empty()) {
                             row.insert(QStringLiteral("startTimecode"), startText(record));
+                            row.insert(QStringLiteral("startEvidence"), evidenceFor(record));
                             row.insert(QStringLiteral("rate"), toQString(record.frameRate));
                             break;
                         }

@@ -29,12 +29,14 @@ namespace norvane {
 //   files: {fileName, path, format, durationSeconds, timecode, isLTC, sampleRate,
 //           channels, frameCount,
 //           ltcProbe ("probing", "found", "none"), ltcChannel (1-based), ltcRate,
-//           ltcConfidence, ltcStart (timecode of the first frame found)  — from the
+//           ltcConfidence, ltcStart (timecode of the first frame found), ltcEvidence
+//           (run frames, bit errors, confidence, what chose the rate)  — from the
 //           signal, probed in the background on ingest;
-//           startTimecode ("10:00:00:00 @ 23.976"), output, status ("ok", "warning",
-//           "failed", "ltc" for an LTC source not written), statusReason,
-//           children (segment rows of a cut take: {name, startTimecode, output,
-//           status, statusReason})  — from the last run}
+//           startTimecode ("10:00:00:00 @ 23.976"), startEvidence (the decode it
+//           came from: run, bit errors, rate evidence, sub-frame offset), output, status ("ok",
+//           "warning", "failed", "ltc" for an LTC source not written), statusReason, children
+//           (segment rows of a cut take: {name, startTimecode, output, status, statusReason})  —
+//           from the last run}
 //   dayRuler: {label, startSeconds (since midnight), durationSeconds, rate, status,
 //              isLTC} per file, group or segment at its stamped (or probed) start
 //   ltcHealth: {path, fileName, channel, rate, frameCount, sampleRate,

@@ -126,8 +126,14 @@ std::optional<LTCProbe> probe(const ChannelSource& file, std::optional<std::int6
                 continue;
             }
             if (!best || result->confidence > best->confidence) {
-                best = LTCProbe{channel, result->frameRate, result->timecode,
-                                start + result->firstValidSample, result->confidence};
+                best = LTCProbe{channel,
+                                result->frameRate,
+                                result->timecode,
+                                start + result->firstValidSample,
+                                result->confidence,
+                                result->runFrames,
+                                result->bitErrors,
+                                result->rateEvidence};
             }
             break;  // the earliest decodable stretch speaks for the channel
         }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "core/audio/wav_file.h"
@@ -22,6 +23,10 @@ struct LTCProbe {
     Timecode timecode;                  // of the first valid frame found
     std::int64_t firstValidSample = 0;  // absolute sample of that frame
     double confidence = 0;              // 0..1, of the best stretch
+    // The decoder's evidence for that stretch.
+    std::int64_t runFrames = 0;  // consecutive frames in the run
+    std::int64_t bitErrors = 0;  // clock irregularities inside it
+    std::string rateEvidence;    // what chose the rate
 };
 
 // Decodes stretches of `stretchSeconds` at the start and a few later points of

@@ -109,6 +109,13 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
     // The table is the report: each stem's start with its rate, output and a tick.
     const QString start = table->item(0, StampScreen::startColumn)->text();
     EXPECT_TRUE(start.startsWith("10:14:32:0") && start.endsWith(" @ 25")) << start.toStdString();
+    // Its tooltip, like the Report pane, says what the decode rests on.
+    const QString evidence = table->item(0, StampScreen::startColumn)->toolTip();
+    for (const char* part : {"from Sc12_T03_LTC.wav", "LTC evidence: run of ", " bit errors",
+                             "; rate: ", "Sub-frame offset: "}) {
+        EXPECT_TRUE(evidence.contains(part)) << part << " in " << evidence.toStdString();
+    }
+    EXPECT_TRUE(screen.reportPane()->toPlainText().contains("LTC evidence: run of "));
     EXPECT_EQ(table->item(0, StampScreen::outputColumn)->text(), "Sc12_T03_Boom_tc.wav");
     EXPECT_EQ(table->item(0, StampScreen::statusColumn)->text(), "✓");
 
