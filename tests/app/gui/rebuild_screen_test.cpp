@@ -64,7 +64,7 @@ class RebuildScreenTest : public ::testing::Test {
     RebuildScreen screen{rebuild};
 };
 
-TEST_F(RebuildScreenTest, DroppedInputsAreSortedIntoTheirFieldsAndMarkedReady) {
+TEST_F(RebuildScreenTest, SortsDroppedInputsAndWalksFromScanToAValidTimeline) {
     EXPECT_EQ(screen.shownStep(), "inputs");
     EXPECT_EQ(screen.sourceXMLField()->path(), "");
     EXPECT_EQ(readiness().first(), "✗  Source timeline XML");
@@ -80,10 +80,7 @@ TEST_F(RebuildScreenTest, DroppedInputsAreSortedIntoTheirFieldsAndMarkedReady) {
     screen.continueButton()->click();
     EXPECT_EQ(screen.statusLabel()->text(), "Complete required inputs first.");
     EXPECT_EQ(screen.shownStep(), "inputs");
-}
 
-TEST_F(RebuildScreenTest, WalksFromScanToReportAndWritesAValidTimeline) {
-    dropInputs();
     screen.outputFilenameEdit()->clear();
     QTest::keyClicks(screen.outputFilenameEdit(), "cut");
     screen.videoFrameRatePicker()->setCurrentText("Same as LTC");

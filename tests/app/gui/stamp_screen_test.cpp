@@ -97,6 +97,9 @@ class StampScreenTest : public ::testing::Test {
 };
 
 TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
+    emit screen.dropArea()->pathsDropped({q(input("rebuild/source.fcpxml"))});
+    EXPECT_EQ(screen.statusLabel()->text(), "No WAV files found in dropped items.");
+    EXPECT_EQ(screen.fileTable()->rowCount(), 0);
     addStampTakeAndChooseOutput();
     QTableWidget* table = screen.fileTable();
     ASSERT_EQ(table->rowCount(), 3);
@@ -129,9 +132,18 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
         ASSERT_TRUE(reference.has_value()) << path;
         EXPECT_NEAR(static_cast<double>(*reference), expected, 1920.0) << path;
     }
+
+    // Files come off the list from the context menu (Delete).
+    table->selectRow(0);
+    auto* remove = table->findChild<QAction*>("stampRemoveFiles");
+    ASSERT_NE(remove, nullptr);
+    EXPECT_TRUE(remove->shortcuts().contains(QKeySequence(QKeySequence::Delete)));
+    remove->trigger();
+    ASSERT_EQ(table->rowCount(), 2);
+    EXPECT_EQ(table->item(0, 0)->text(), "Sc12_T03_LTC.wav");
 }
 
-TEST_F(StampScreenTest, TheActionBarStaysInViewInEveryMode) {
+TEST_F(StampScreenTest, TheActionBarStaysInViewAndAMissingFolderIsCreatedOnlyWhenAgreed) {
     addStampTakeAndChooseOutput();
     screen.resize(800, 600);
     screen.show();
@@ -148,14 +160,12 @@ TEST_F(StampScreenTest, TheActionBarStaysInViewInEveryMode) {
             EXPECT_FALSE(widget->visibleRegion().isEmpty()) << mode;
         }
     }
-}
 
-TEST_F(StampScreenTest, AMissingOutputFolderIsCreatedAfterTheUserAgrees) {
-    addStampTakeAndChooseOutput();
+    // A missing output folder is created after the user agrees.
+    stamp.setMode("Single");
     const fs::path typed = dir.path() / "new" / "day1";
     stamp.setOutputFolder(q(typed));  // as typed in the field
     ASSERT_EQ(screen.outputFolderField()->lineEdit()->text(), q(typed));
-
     QString asked;
     uiHooks().confirm = [&](QWidget*, const QString&, const QString& text, const QString&) {
         asked = text;
@@ -165,7 +175,6 @@ TEST_F(StampScreenTest, AMissingOutputFolderIsCreatedAfterTheUserAgrees) {
     EXPECT_TRUE(asked.contains(q(typed)));
     EXPECT_FALSE(stamp.isProcessing());
     EXPECT_FALSE(fs::exists(typed));
-
     uiHooks().confirm = [](QWidget*, const QString&, const QString&, const QString&) {
         return true;
     };
@@ -173,29 +182,6 @@ TEST_F(StampScreenTest, AMissingOutputFolderIsCreatedAfterTheUserAgrees) {
     ASSERT_TRUE(finished());
     EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
     EXPECT_TRUE(fs::exists(typed / "Sc12_T03_Boom_tc.wav"));
-}
-
-TEST_F(StampScreenTest, FilesComeOffTheListFromTheContextMenu) {
-    addStampTakeAndChooseOutput();
-    screen.fileTable()->selectRow(0);
-    auto* remove = screen.fileTable()->findChild<QAction*>("stampRemoveFiles");
-    ASSERT_NE(remove, nullptr);
-    EXPECT_TRUE(remove->shortcuts().contains(QKeySequence(QKeySequence::Delete)));
-    remove->trigger();
-    ASSERT_EQ(screen.fileTable()->rowCount(), 2);
-    EXPECT_EQ(screen.fileTable()->item(0, 0)->text(), "Sc12_T03_LTC.wav");
-}
-
-TEST_F(StampScreenTest, EnterInTheChoiceDialogPicksNeitherChoice) {
-    resetUiHooks();  // the platform dialog itself
-    QTimer::singleShot(100, [] {
-        if (QWidget* box = QApplication::activeModalWidget()) {
-            QTest::keyClick(box, Qt::Key_Return);
-        }
-    });
-    const QString choice = uiHooks().choose(&screen, "Outputs already exist", "2 output file(s)",
-                                            {"Overwrite", "Keep Both"});
-    EXPECT_EQ(choice, "");
 }
 
 TEST_F(StampScreenTest, ExistingOutputsAreResolvedThroughTheChoiceDialog) {
@@ -333,10 +319,18 @@ TEST_F(StampScreenTest, GroupedBatchShowsItsGroupsAndTakesAPerGroupLTCFile) {
     EXPECT_EQ(outputs().size(), 2u);
 }
 
-TEST_F(StampScreenTest, DroppingNothingUsableSaysSoAndKeepsTheList) {
-    emit screen.dropArea()->pathsDropped({q(input("rebuild/source.fcpxml"))});
-    EXPECT_EQ(screen.statusLabel()->text(), "No WAV files found in dropped items.");
-    EXPECT_EQ(screen.fileTable()->rowCount(), 0);
+TEST(StampChoiceDialogTest, EnterPicksNeitherChoice) {
+    testing::GuiApp app;
+    resetUiHooks();  // the platform dialog itself
+    QWidget parent;
+    QTimer::singleShot(100, [] {
+        if (QWidget* box = QApplication::activeModalWidget()) {
+            QTest::keyClick(box, Qt::Key_Return);
+        }
+    });
+    const QString choice = uiHooks().choose(&parent, "Outputs already exist", "2 output file(s)",
+                                            {"Overwrite", "Keep Both"});
+    EXPECT_EQ(choice, "");
 }
 
 }  // namespace
