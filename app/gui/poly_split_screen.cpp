@@ -61,7 +61,6 @@ PolySplitScreen::PolySplitScreen(PolySplitWorkflow& workflow, QWidget* parent)
     inputList_->setSelectionBehavior(QAbstractItemView::SelectRows);
     inputList_->setWordWrap(false);
     inputList_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    inputList_->horizontalHeader()->setSectionResizeMode(fileColumn, QHeaderView::Stretch);
     inputList_->horizontalHeader()->setSectionResizeMode(outputColumn, QHeaderView::Stretch);
     inputList_->setAlternatingRowColors(true);
     inputList_->setMinimumHeight(120);

@@ -670,6 +670,9 @@ void RebuildScreen::refreshBuild() {
     progress_->setFormat(QString("%1%").arg(std::lround(fraction * 100.0)));
     phase_->setText(value("progressPhase").toString());
     const QVariantMap stats = toVariantMap(value("buildStats"));
+    // Nothing to count before a build ran.
+    const bool built = value("isBuilding").toBool() || stats.value("eventsProcessed").toInt() > 0;
+    stats_->setVisible(built);
     stats_->setText(QString("Events processed: %1 · Camera matches: %2 · Gaps inserted: %3 · "
                             "Fallback timecodes: %4")
                         .arg(stats.value("eventsProcessed").toInt())

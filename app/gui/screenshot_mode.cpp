@@ -13,7 +13,9 @@
 
 #include "app/gui/main_window.h"
 #include "app/gui/rebuild_screen.h"
+#include "app/gui/stamp_screen.h"
 #include "app/gui/ui_hooks.h"
+#include "app/gui/widgets/day_ruler.h"
 #include "app/viewmodels/app_view_model.h"
 #include "core/audio/bwf_writer.h"
 #include "core/audio/ltc_recording.h"
@@ -104,6 +106,26 @@ QString writeDemoInputs(const QString& folder) {
                           recording(2, 1, 4, timecodeAt(10, 14, 32, 5)), true);
         writeLTCRecording(root / "stamp/Sc12_T03_Lavs.wav",
                           recording(4, 4, 4, timecodeAt(10, 14, 32, 5)), true);
+        // A morning of takes, each with its own LTC: one overlaps the one
+        // before, one runs at another rate.
+        struct DayTake {
+            const char* name;
+            int minute, second;
+            double seconds;
+            FrameRatePreset rate;
+        };
+        const DayTake day[] = {{"Day1_T01", 0, 0, 20, FrameRatePreset::fps25},
+                               {"Day1_T02", 0, 30, 25, FrameRatePreset::fps25},
+                               {"Day1_T03", 0, 48, 20, FrameRatePreset::fps25},
+                               {"Day1_T04", 1, 25, 15, FrameRatePreset::fps30},
+                               {"Day1_T05", 1, 50, 20, FrameRatePreset::fps25}};
+        fs::create_directories(root / "day");
+        for (const DayTake& take : day) {
+            LTCRecordingOptions options =
+                recording(1, 1, take.seconds, timecodeAt(10, take.minute, take.second));
+            options.rate = *frameRateConfig(take.rate);
+            writeLTCRecording(root / "day" / (std::string(take.name) + ".wav"), options, true);
+        }
         // Cut detect: one long take whose code restarts twice.
         LTCRecordingOptions longTake = recording(2, 2, 24, timecodeAt(11, 0, 0));
         longTake.jumps = {{8.0, timecodeAt(11, 20, 0)}, {16.0, timecodeAt(12, 5, 30)}};
@@ -191,6 +213,12 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     stamp.setOutputFolder(toQ(root / "out/cut"));
     stamp.analyzeCuts();
     wait("the cut analysis", [&] { return !stamp.isAnalyzingCuts(); });
+    // Stamped: each segment's start in the table.
+    stamp.process(false);
+    wait("the cut run", [&] {
+        return !stamp.isProcessing() && !stamp.pendingLowConfidence() &&
+               stamp.pendingOutputConflicts().isEmpty();
+    });
     shoot("03-ltc-cut-detect");
 
     // Single: one LTC file and its stems, processed.
@@ -210,6 +238,17 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     stamp.setMode("Grouped Batch");
     stamp.refreshGroupingPreview();
     shoot("02b-ltc-grouped-batch");
+    // The morning's takes, placed on the day ruler by the LTC found on ingest.
+    stamp.clearFiles();
+    stamp.setMode("Single");
+    stamp.ingest({toQ(root / "day")});
+    wait("the LTC probes", [&] { return !stamp.isProbing(); });
+    shoot("02c-ltc-day");
+    // The day ruler alone, for the README.
+    if (!window.stampScreen()->dayRuler()->grab().save(
+            QDir(outputFolder).filePath("day-ruler.png"))) {
+        ++failures;
+    }
 
     // Poly split.
     PolySplitWorkflow& split = *viewModel.polySplit();
@@ -245,6 +284,9 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     rebuild.validate();
     wait("the validation", [&] { return !rebuild.isBusy(); });
     shoot("09-rebuild-validate");
+    // The Build step before the build: what it will write, the lanes in time.
+    screen->showStep("build");
+    shoot("09b-rebuild-build");
     rebuild.build();
     wait("the build", [&] { return !rebuild.isBusy(); });
     shoot("10-rebuild-report");

@@ -134,10 +134,11 @@ StampScreen::StampScreen(QObject& workflow, QWidget* parent)
     fileTable_->setSelectionBehavior(QAbstractItemView::SelectRows);
     fileTable_->setAlternatingRowColors(true);
     fileTable_->setWordWrap(false);
-    fileTable_->horizontalHeader()->setSectionResizeMode(fileColumn, QHeaderView::Stretch);
-    for (int column = formatColumn; column < columnCount; ++column) {
+    // The file names stay whole; the output names give way in a narrow window.
+    for (int column = fileColumn; column < columnCount; ++column) {
         fileTable_->horizontalHeader()->setSectionResizeMode(column, QHeaderView::ResizeToContents);
     }
+    fileTable_->horizontalHeader()->setSectionResizeMode(outputColumn, QHeaderView::Stretch);
     // Delete or Backspace, or the context menu, take files off the list.
     fileTable_->setContextMenuPolicy(Qt::ActionsContextMenu);
     auto* removeAction = new QAction("Remove from list", fileTable_);
@@ -321,7 +322,7 @@ QWidget* StampScreen::buildSinglePage() {
     ltcFile_->setObjectName("stampLTCFile");
     ltcChannel_->setObjectName("stampLTCChannel");
     ltcFile_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    ltcFile_->setMinimumContentsLength(16);
+    ltcFile_->setMinimumContentsLength(12);
     connect(ltcFile_, &QComboBox::activated, this, [this](int index) {
         invoke("setSelectedLTCFile", ltcFile_->itemData(index).toString());
     });
@@ -331,12 +332,14 @@ QWidget* StampScreen::buildSinglePage() {
     connect(ltcChannel_, &QComboBox::activated, this, [this](int index) {
         workflow_.setProperty("ltcChannelChoice", ltcChannel_->itemData(index).toInt());
     });
-    auto* row = new QHBoxLayout(page);
-    row->setContentsMargins(0, 4, 0, 0);
-    row->addWidget(new QLabel("LTC file"));
-    row->addWidget(ltcFile_, 1);
-    row->addWidget(new QLabel("LTC channel"));
-    row->addWidget(ltcChannel_);
+    // Two rows, so that a narrow window does not scroll sideways.
+    auto* rows = new QGridLayout(page);
+    rows->setContentsMargins(0, 4, 0, 0);
+    rows->addWidget(new QLabel("LTC file"), 0, 0);
+    rows->addWidget(ltcFile_, 0, 1);
+    rows->addWidget(new QLabel("LTC channel"), 1, 0);
+    rows->addWidget(ltcChannel_, 1, 1, Qt::AlignLeft);
+    rows->setColumnStretch(1, 1);
     return page;
 }
 
@@ -426,16 +429,19 @@ QWidget* StampScreen::buildCutPage() {
     segmentPreview_->setMaximumHeight(120);
     cutStrip_->setMinimumHeight(110);
 
-    auto* settingsRow = new QHBoxLayout;
-    settingsRow->addWidget(new QLabel("Min segment (frames)"));
-    settingsRow->addWidget(cutMinSegmentFrames_);
-    settingsRow->addWidget(new QLabel("Jump threshold (frames)"));
-    settingsRow->addWidget(cutThreshold_);
-    settingsRow->addWidget(new HelpButton(
-        "A cut is where the decoded timecode jumps by more than the threshold between "
-        "windows; segments shorter than the minimum are merged into their neighbour."));
-    settingsRow->addStretch();
-    settingsRow->addWidget(analyze_);
+    // Two rows, so that a narrow window does not scroll sideways.
+    auto* settingsRow = new QGridLayout;
+    settingsRow->addWidget(new QLabel("Min segment (frames)"), 0, 0);
+    settingsRow->addWidget(cutMinSegmentFrames_, 0, 1);
+    settingsRow->addWidget(
+        new HelpButton("A cut is where the decoded timecode jumps by more than the "
+                       "threshold between windows; segments shorter than the minimum are "
+                       "merged into their neighbour."),
+        0, 2);
+    settingsRow->addWidget(new QLabel("Jump threshold (frames)"), 1, 0);
+    settingsRow->addWidget(cutThreshold_, 1, 1);
+    settingsRow->addWidget(analyze_, 1, 3, Qt::AlignRight);
+    settingsRow->setColumnStretch(3, 1);
     auto* layout = new QVBoxLayout(page);
     layout->setContentsMargins(0, 4, 0, 0);
     layout->addLayout(settingsRow);

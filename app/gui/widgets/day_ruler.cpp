@@ -213,7 +213,9 @@ void DayRuler::paintEvent(QPaintEvent*) {
     for (double t = std::ceil(spanStart() / step) * step; t <= spanEnd(); t += step) {
         const double x = xForSeconds(t);
         painter.drawLine(QPointF(x, plot.top()), QPointF(x, axisTop + 4));
-        painter.drawText(QRectF(x - 40, axisTop + 2, 80, kAxisHeight), Qt::AlignCenter,
+        // Labels at the ends stay inside the widget.
+        const double left = std::clamp(x - 40, 0.0, std::max(0.0, width() - 80.0));
+        painter.drawText(QRectF(left, axisTop + 2, 80, kAxisHeight), Qt::AlignCenter,
                          timeOfDayText(t));
     }
     for (int i = 0; i < bars_.size(); ++i) {
