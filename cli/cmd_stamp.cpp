@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include "cli/cli_common.h"
 #include "cli/stamp_output.h"
 #include "core/common/interrupt.h"
@@ -353,10 +355,14 @@ int runStamp(const StampArguments& args) {
 
     ProgressBar bar(!args.json);
     const auto progress = [&](const ProcessingProgress& p) {
-        const double fraction = p.totalUnits > 0 ? static_cast<double>(p.completedUnits) /
-                                                       static_cast<double>(p.totalUnits)
-                                                 : 0.0;
-        bar.update(fraction, p.phase + ": " + p.message);
+        std::string text = p.phase + ": ";
+        if (!p.file.empty() && p.fileBytesTotal > 0) {
+            // The file's own bytes first: long names are cut at the end.
+            constexpr double kMiB = 1024.0 * 1024.0;
+            text += fmt::format("{:.0f}/{:.0f} MiB ", static_cast<double>(p.fileBytesDone) / kMiB,
+                                static_cast<double>(p.fileBytesTotal) / kMiB);
+        }
+        bar.update(p.fraction(), text + p.message);
     };
     StampProcessor processor;
     try {

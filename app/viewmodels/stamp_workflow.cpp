@@ -1280,9 +1280,9 @@ void StampWorkflow::startProcessing(bool confirmed,
         };
         const auto progress = [this, &task](const ProcessingProgress& p) {
             task.post([this, p] {
-                if (p.totalUnits > 0) {
-                    setProgressPercent(static_cast<double>(p.completedUnits) /
-                                       static_cast<double>(p.totalUnits));
+                // The run's bytes once known: the bar moves within long files.
+                if (p.bytesTotal > 0 || p.totalUnits > 0) {
+                    setProgressPercent(p.fraction());
                 }
                 setProgressMessage(toQString(p.message));
             });

@@ -51,7 +51,7 @@ class OutputFile;
 // Bytes written so far and the total of one output; returns false to stop
 // (the caller cancels). Called at least every kProgressBytes.
 using ByteProgress = std::function<bool(std::uint64_t done, std::uint64_t total)>;
-inline constexpr std::uint64_t kProgressBytes = std::uint64_t{64} << 20;
+inline constexpr std::uint64_t kProgressBytes = std::uint64_t{8} << 20;
 
 // A range of an open file, copied into an output without being held in
 // memory (the audio of a source).

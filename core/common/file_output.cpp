@@ -236,6 +236,13 @@ void OutputFile::writeBehind() noexcept {
     ::sync_file_range(fd_, static_cast<off_t>(started_), static_cast<off_t>(written_ - started_),
                       SYNC_FILE_RANGE_WRITE);
     started_ = written_;
+    if (started_ - settled_ > kWriteBehindWindow) {
+        const std::uint64_t upTo = started_ - kWriteBehindWindow;
+        ::sync_file_range(
+            fd_, static_cast<off_t>(settled_), static_cast<off_t>(upTo - settled_),
+            SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+        settled_ = upTo;
+    }
 #endif
 }
 

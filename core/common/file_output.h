@@ -52,11 +52,14 @@ class OutputFile {
   private:
     void discard() noexcept;
     // Starts the kernel writing out what was appended since the last start,
-    // once that is at least kWriteBehindBytes: commit's flush then waits only
-    // for the tail instead of the whole file.
+    // once that is at least kWriteBehindBytes, and waits for what was started
+    // more than kWriteBehindWindow ago: commit's flush then waits only for the
+    // tail, an output's unwritten pages stay bounded, progress follows the
+    // disk and a cancel is not held up by gigabytes still to be flushed.
     void writeBehind() noexcept;
 
     static constexpr std::uint64_t kWriteBehindBytes = std::uint64_t{8} << 20;
+    static constexpr std::uint64_t kWriteBehindWindow = std::uint64_t{32} << 20;
 
     std::filesystem::path destination_;
     std::filesystem::path temporary_;
@@ -65,6 +68,7 @@ class OutputFile {
     bool committed_ = false;
     std::uint64_t written_ = 0;  // bytes appended so far
     std::uint64_t started_ = 0;  // bytes whose writeback was started
+    std::uint64_t settled_ = 0;  // bytes known to be written out
 };
 
 // The whole of `bytes` written to `destination` through an OutputFile.

@@ -79,13 +79,16 @@ std::string outputFileName(const std::string& base, const std::string& label,
 
 namespace {
 
-// The output names of one file, in channel order; none when it will be
-// skipped. Only the header and metadata chunks are read.
+// The output names of one file, in channel order, and the audio bytes its
+// split writes; none when it will be skipped. Only the header and metadata
+// chunks are read.
 std::vector<std::string> plannedNames(const fs::path& input, const std::string& base,
-                                      const PolyWavSplitNaming& naming) {
+                                      const PolyWavSplitNaming& naming, std::uint64_t& bytes) {
     std::vector<std::string> names;
+    bytes = 0;
     try {
         const WavReader file(input);
+        bytes = file.dataChunk().size;
         const int channels = file.fmt().channelCount;
         if (!isSplittableFormat(file.fmt()) || channels < 2) {
             return names;
@@ -128,29 +131,34 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
     // link), whatever the overwrite flag, and nothing is written if one is.
     const RunOutputGuard guard(files);
     const std::vector<std::string> bases = disambiguatedBaseNames(files);
-    std::int64_t total = 0;
+    // Progress counts the audio bytes of the run, so the fraction moves evenly
+    // across files of any size; a file skipped (or without audio) counts as
+    // one byte.
+    std::vector<double> weights;
+    double total = 0;
     for (std::size_t i = 0; i < files.size(); ++i) {
-        const std::vector<std::string> names = plannedNames(files[i], bases[i], naming);
-        total += std::max<std::int64_t>(static_cast<std::int64_t>(names.size()), 1);
+        std::uint64_t bytes = 0;
+        const std::vector<std::string> names = plannedNames(files[i], bases[i], naming, bytes);
+        weights.push_back(names.empty() ? 1.0 : std::max(static_cast<double>(bytes), 1.0));
+        total += weights.back();
         for (const std::string& name : names) {
             guard.checkPlannedOutput(outputFolder / name);
         }
     }
-    total = std::max<std::int64_t>(1, total);
-    std::int64_t done = 0;
+    double done = 0;
+    std::size_t current = 0;  // index of the file in hand
     auto advance = [&] {
-        ++done;
+        done += weights[current];
         if (progress) {
-            progress(static_cast<double>(done) / static_cast<double>(total));
+            progress(current + 1 == files.size() ? 1.0 : done / total);
         }
     };
-    // Within a file its channels' units fill in as the bytes are written.
-    auto partly = [&](std::int64_t units, std::uint64_t bytes, std::uint64_t of) {
+    // Within a file its share fills in as the bytes are written.
+    auto partly = [&](std::uint64_t bytes, std::uint64_t of) {
         if (progress && of > 0) {
-            progress((static_cast<double>(done) + static_cast<double>(units) *
-                                                      static_cast<double>(bytes) /
-                                                      static_cast<double>(of)) /
-                     static_cast<double>(total));
+            progress(
+                (done + weights[current] * static_cast<double>(bytes) / static_cast<double>(of)) /
+                total);
         }
     };
     auto checkCancelled = [&] {
@@ -162,6 +170,7 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
     const WriteMode mode = overwriteExisting ? WriteMode::replaceAtomically : WriteMode::createNew;
     for (std::size_t index = 0; index < files.size(); ++index) {
         const fs::path& input = files[index];
+        current = index;
         checkCancelled();
         PolyWavSplitFileResult result;
         result.inputURL = input;
@@ -221,7 +230,7 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
                                                         if (isCancelled && isCancelled()) {
                                                             return false;
                                                         }
-                                                        partly(channels, bytes, of);
+                                                        partly(bytes, of);
                                                         return true;
                                                     });
         } catch (const InterruptedError&) {
@@ -246,7 +255,6 @@ PolyWavSplitReport split(const std::vector<fs::path>& inputs, const fs::path& ou
             report.outputPaths.push_back(url);
         }
         written.keep();
-        done += channels - 1;
         advance();
         report.fileResults.push_back(std::move(result));
     }

@@ -71,10 +71,10 @@ namespace PolyWavSplitProcessor {
 // without `overwriteExisting` (checked for all of a file's outputs before
 // any is written), a mono-writer error or a write error stops the run by
 // throwing (files already written stay, the current file's outputs do not);
-// `isCancelled` is polled before each file and after each block of a few MiB
-// and stops with PolyWavSplitError::cancelled(). `progress` gets the fraction
-// of units done (a channel written or a file skipped), moving with the bytes
-// written inside a file and reaching exactly 1.0 when nothing fails.
+// `isCancelled` is polled before each file and after each block of 1 MiB of
+// input and stops with PolyWavSplitError::cancelled(). `progress` gets the
+// fraction of the run's audio bytes written (a file skipped counts as one
+// byte), moving with every block and reaching exactly 1.0 when nothing fails.
 //
 // Each mono file carries the source's recorder metadata for its channel (see
 // SplitMetadata::monoChunks): the bext TimeReference and the iXML scene, take

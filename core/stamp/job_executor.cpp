@@ -61,7 +61,7 @@ struct Stamp {
 // file in blocks, never held; `isCancelled` is polled between blocks.
 void writeOutput(const WavReader& source, const Stamp& stamp, const std::string& ltcFileName,
                  std::vector<ProcessedFileRecord>& records, std::vector<std::string>& outputs,
-                 const std::function<bool()>& isCancelled) {
+                 const std::function<bool()>& isCancelled, const OutputBytesProgress& outputBytes) {
     const ProcessingJob& job = *stamp.job;
     const ProcessingOptions& options = *stamp.options;
     const std::optional<SegmentBoundary>& segment = job.segment;
@@ -84,7 +84,13 @@ void writeOutput(const WavReader& source, const Stamp& stamp, const std::string&
                        overwrite ? WriteMode::replaceAtomically : WriteMode::createNew);
         const bool finished = BWFWriter::write(
             source, info, out,
-            [&](std::uint64_t, std::uint64_t) { return !(isCancelled && isCancelled()); }, frames);
+            [&](std::uint64_t done, std::uint64_t total) {
+                if (outputBytes) {
+                    outputBytes(source.path(), done, total);
+                }
+                return !(isCancelled && isCancelled());
+            },
+            frames);
         if (!finished) {
             throw ProcessingError::cancelled();  // the temporary file goes with `out`
         }
@@ -244,7 +250,8 @@ std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceL
 
 JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
                      const std::optional<FrameRateConfig>& votedRate,
-                     const std::function<bool()>& isCancelled) {
+                     const std::function<bool()>& isCancelled,
+                     const OutputBytesProgress& outputBytes) {
     // A job that fails part-way removes the outputs it already wrote.
     JobOutputGuard written;
     // Every file is opened (its header read) before anything is written; the
@@ -291,11 +298,11 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
 
     for (const WavReader& target : targets) {
         writeOutput(target, stamp, execution.ltcFile, execution.records, execution.outputs,
-                    isCancelled);
+                    isCancelled, outputBytes);
     }
     if (job.includeLTCOutput && options.includeLTCOutputs) {
         writeOutput(ltcReader, stamp, execution.ltcFile, execution.records, execution.outputs,
-                    isCancelled);
+                    isCancelled, outputBytes);
     }
     written.keep();
     return execution;
@@ -322,7 +329,8 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
                             const ProcessingOptions& options,
                             const std::optional<FrameRateConfig>& votedRate,
                             const std::function<void(const ProcessingProgress&)>& progress,
-                            const std::function<bool()>& isCancelled) {
+                            const std::function<bool()>& isCancelled,
+                            const OutputBytesProgress& outputBytes) {
     CutExecution execution;
     if (jobs.empty()) {
         return execution;
@@ -418,10 +426,12 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
                 if (targets[t]->fmt().sampleRate != ltcReader.fmt().sampleRate) {
                     throw ProcessingError::sampleRateMismatch();
                 }
-                writeOutput(*targets[t], stamp, execution.ltcFile, records, outputs, isCancelled);
+                writeOutput(*targets[t], stamp, execution.ltcFile, records, outputs, isCancelled,
+                            outputBytes);
             }
             if (job.includeLTCOutput && options.includeLTCOutputs) {
-                writeOutput(ltcReader, stamp, execution.ltcFile, records, outputs, isCancelled);
+                writeOutput(ltcReader, stamp, execution.ltcFile, records, outputs, isCancelled,
+                            outputBytes);
             }
             jobReport.outputs = outputs;
             for (const ProcessingWarning& w : confidence) {

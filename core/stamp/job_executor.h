@@ -44,6 +44,11 @@ struct CutExecution {
     std::vector<JobReport> jobReports;  // one per segment job
 };
 
+// Bytes of one output written so far and its size, with the source it is
+// copied from; called before the first block, between blocks and at the end.
+using OutputBytesProgress = std::function<void(const std::filesystem::path& source,
+                                               std::uint64_t done, std::uint64_t total)>;
+
 namespace JobExecutor {
 
 // Samples per LTC frame at the exact rate: sampleRate x denominator / numerator.
@@ -86,11 +91,13 @@ std::vector<ProcessingWarning> confidenceWarnings(double confidence, bool forceL
 // stretch). `votedRate` is the run's batch-voted rate, if any. Throws the
 // failure of the job (file layer, decoder, ProcessingError).
 // The audio is copied from each source in blocks; `isCancelled` is polled
-// between blocks and ends the job with ProcessingError::cancelled(), the
-// output being written removed.
+// between blocks (a few MiB apart) and ends the job with
+// ProcessingError::cancelled(), the output being written removed.
+// `outputBytes` follows every output as it is written.
 JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
                      const std::optional<FrameRateConfig>& votedRate,
-                     const std::function<bool()>& isCancelled = {});
+                     const std::function<bool()>& isCancelled = {},
+                     const OutputBytesProgress& outputBytes = {});
 
 // Renders every segment job (all of one LTC file) with start timecodes from
 // anchors decoded across the LTC file. A job that fails is reported as failed
@@ -99,7 +106,8 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
                             const ProcessingOptions& options,
                             const std::optional<FrameRateConfig>& votedRate,
                             const std::function<void(const ProcessingProgress&)>& progress,
-                            const std::function<bool()>& isCancelled);
+                            const std::function<bool()>& isCancelled,
+                            const OutputBytesProgress& outputBytes = {});
 
 // The failure row of a job: labelled "LTC Cut Detect" / "cut-detect" whatever
 // the job's own mode, with the segment's values when it has one.

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
@@ -202,12 +203,39 @@ struct RunSummary {
     friend bool operator==(const RunSummary&, const RunSummary&) = default;
 };
 
-// The fraction shown is completedUnits / totalUnits.
+// Units are files (or steps of an analysis). While outputs are written the
+// bytes move too: those of the output being written and those of the run (the
+// run's total is known before the first byte is written, so its fraction
+// moves evenly across files of any size).
 struct ProcessingProgress {
+    ProcessingProgress() = default;
+    ProcessingProgress(std::string phase_, std::string message_, std::int64_t completed,
+                       std::int64_t total)
+        : phase(std::move(phase_)),
+          message(std::move(message_)),
+          completedUnits(completed),
+          totalUnits(total) {}
+
     std::string phase;
     std::string message;
     std::int64_t completedUnits = 0;
     std::int64_t totalUnits = 0;
+    std::string file;  // name of the output being written; "" between outputs
+    std::uint64_t fileBytesDone = 0;
+    std::uint64_t fileBytesTotal = 0;
+    std::uint64_t bytesDone = 0;
+    std::uint64_t bytesTotal = 0;
+
+    // bytesDone / bytesTotal once the run's bytes are known, else
+    // completedUnits / totalUnits (0 when neither is known).
+    double fraction() const {
+        if (bytesTotal > 0) {
+            return static_cast<double>(bytesDone) / static_cast<double>(bytesTotal);
+        }
+        return totalUnits > 0
+                   ? static_cast<double>(completedUnits) / static_cast<double>(totalUnits)
+                   : 0.0;
+    }
 
     friend bool operator==(const ProcessingProgress&, const ProcessingProgress&) = default;
 };

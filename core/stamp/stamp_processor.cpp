@@ -34,6 +34,76 @@ auto progressReporter(const ProgressCallback& progress) {
     };
 }
 
+// The bytes a run writes, known before its first output: each output is
+// about as large as its source (a segment's share of it), so the run's bar
+// moves evenly however the files' sizes differ. While an output is written
+// its exact bytes count; after each job the count is set to the estimates of
+// the jobs done, so a failed or skipped job moves the bar on as well.
+class RunBytes {
+  public:
+    RunBytes(const std::vector<ProcessingJob>& jobs, const std::vector<FileDescriptor>& files,
+             const ProcessingOptions& options) {
+        cumulative_.push_back(0);
+        for (const ProcessingJob& job : jobs) {
+            std::uint64_t bytes = 0;
+            std::vector<fs::path> sources = job.targetFileURLs;
+            if (job.includeLTCOutput && options.includeLTCOutputs) {
+                sources.push_back(job.ltcFileURL);
+            }
+            for (const fs::path& source : sources) {
+                bytes += estimate(source, job.segment, files);
+            }
+            cumulative_.push_back(cumulative_.back() + bytes);
+        }
+    }
+
+    std::uint64_t total() const { return cumulative_.back(); }
+    std::uint64_t done() const {
+        return std::min(total(), cumulative_[jobsDone_] + withinJob_ + current_);
+    }
+    void output(std::uint64_t done, std::uint64_t of) {
+        if (done >= of) {
+            withinJob_ += of;
+            current_ = 0;
+        } else {
+            current_ = done;
+        }
+    }
+    void jobsDone(std::size_t count) {
+        jobsDone_ = std::min(count, cumulative_.size() - 1);
+        withinJob_ = 0;
+        current_ = 0;
+    }
+
+  private:
+    static std::uint64_t estimate(const fs::path& source,
+                                  const std::optional<SegmentBoundary>& segment,
+                                  const std::vector<FileDescriptor>& files) {
+        std::error_code ec;
+        const std::uintmax_t size = fs::file_size(source, ec);
+        if (ec) {
+            return 0;
+        }
+        if (segment) {
+            for (const FileDescriptor& file : files) {
+                if (file.url == source && file.frameCount > 0) {
+                    const double share = static_cast<double>(std::max<std::int64_t>(
+                                             segment->endSample - segment->startSample, 0)) /
+                                         static_cast<double>(file.frameCount);
+                    return static_cast<std::uint64_t>(static_cast<double>(size) *
+                                                      std::min(share, 1.0));
+                }
+            }
+        }
+        return size;
+    }
+
+    std::vector<std::uint64_t> cumulative_;  // estimated bytes of the first n jobs
+    std::size_t jobsDone_ = 0;
+    std::uint64_t withinJob_ = 0;  // exact bytes of the current job's finished outputs
+    std::uint64_t current_ = 0;    // bytes of the output being written
+};
+
 using SourceKey = std::pair<fs::path, std::optional<std::int64_t>>;
 
 std::vector<SourceKey> distinctSources(const std::vector<ProcessingJob>& jobs) {
@@ -180,7 +250,6 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
                                          const ProgressCallback& progress,
                                          const CancellationQuery& isCancelled) const {
     const auto cancelled = [&] { return isCancelled && isCancelled(); };
-    const auto report = progressReporter(progress);
     if (cancelled()) {
         throw ProcessingError::cancelled();
     }
@@ -224,6 +293,33 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
     Header header;
     std::int64_t completed = 0;
 
+    RunBytes bytes(jobs, files, options);
+    // Between outputs the bytes stay where they are; units as the phases say.
+    std::int64_t unitsShown = 0;
+    const auto reportStep = [&](const std::string& phase, const std::string& message,
+                                std::int64_t done, std::int64_t total) {
+        unitsShown = done;
+        if (progress) {
+            ProcessingProgress p{phase, message, done, total};
+            p.bytesDone = bytes.done();
+            p.bytesTotal = bytes.total();
+            progress(p);
+        }
+    };
+    const auto outputBytes = [&](const fs::path& source, std::uint64_t done, std::uint64_t of) {
+        bytes.output(done, of);
+        if (progress) {
+            ProcessingProgress p{"Processing", "Writing " + source.filename().string() + "...",
+                                 unitsShown, totalUnits};
+            p.file = source.filename().string();
+            p.fileBytesDone = std::min(done, of);
+            p.fileBytesTotal = of;
+            p.bytesDone = bytes.done();
+            p.bytesTotal = bytes.total();
+            progress(p);
+        }
+    };
+
     const bool allCut = std::all_of(jobs.begin(), jobs.end(), [](const ProcessingJob& job) {
         return job.mode == ProcessingMode::cutDetect;
     });
@@ -231,11 +327,14 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
         CutExecution cut = JobExecutor::executeCutJobs(
             jobs, options, votedRate,
             [&](const ProcessingProgress& p) {
-                report(p.phase, p.message,
-                       p.totalUnits > 0 ? p.completedUnits * totalUnits / p.totalUnits : 0,
-                       totalUnits);
+                // Units here are segment jobs done.
+                bytes.jobsDone(static_cast<std::size_t>(
+                    std::max<std::int64_t>(p.phase == "Processing" ? p.completedUnits : 0, 0)));
+                reportStep(p.phase, p.message,
+                           p.totalUnits > 0 ? p.completedUnits * totalUnits / p.totalUnits : 0,
+                           totalUnits);
             },
-            isCancelled);
+            isCancelled, outputBytes);
         records = std::move(cut.records);
         outputs = std::move(cut.outputs);
         warnings = std::move(cut.warnings);
@@ -251,11 +350,13 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
         }
     } else {
         bool haveHeader = false;
-        for (const ProcessingJob& job : jobs) {
+        for (std::size_t jobIndex = 0; jobIndex < jobs.size(); ++jobIndex) {
+            const ProcessingJob& job = jobs[jobIndex];
             if (cancelled()) {
                 throw ProcessingError::cancelled();
             }
-            report("Processing", "Processing " + job.groupID + "...", completed, totalUnits);
+            bytes.jobsDone(jobIndex);
+            reportStep("Processing", "Processing " + job.groupID + "...", completed, totalUnits);
             JobReport jobReport;
             jobReport.mode = job.mode;
             jobReport.groupID = job.groupID;
@@ -264,16 +365,18 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
             }
             std::optional<std::string> failure;
             try {
-                JobExecution execution = JobExecutor::execute(job, options, votedRate, isCancelled);
+                JobExecution execution =
+                    JobExecutor::execute(job, options, votedRate, isCancelled, outputBytes);
                 records.insert(records.end(), execution.records.begin(), execution.records.end());
                 outputs.insert(outputs.end(), execution.outputs.begin(), execution.outputs.end());
                 warnings.insert(warnings.end(), execution.warnings.begin(),
                                 execution.warnings.end());
                 completed +=
                     std::max<std::int64_t>(static_cast<std::int64_t>(execution.records.size()), 1);
-                report("Processing",
-                       "Wrote " + std::to_string(execution.records.size()) + " file(s)", completed,
-                       totalUnits);
+                bytes.jobsDone(jobIndex + 1);
+                reportStep("Processing",
+                           "Wrote " + std::to_string(execution.records.size()) + " file(s)",
+                           completed, totalUnits);
                 jobReport.outputs = execution.outputs;
                 for (const ProcessingWarning& w : execution.warnings) {
                     jobReport.warnings.push_back(w.message);
@@ -296,7 +399,9 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
             }
             if (failure) {
                 completed += workUnits(job, options);
-                report("Processing", "Skipped failed job " + job.groupID, completed, totalUnits);
+                bytes.jobsDone(jobIndex + 1);
+                reportStep("Processing", "Skipped failed job " + job.groupID, completed,
+                           totalUnits);
                 warnings.push_back(ProcessingWarning{"Job failed: " + *failure});
                 jobReport.error = failure;
                 records.push_back(JobExecutor::failureRecord(job, *failure));
@@ -328,7 +433,8 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
         warnings.push_back(
             ProcessingWarning{"CSV log could not be written: " + describeError(e) + "."});
     }
-    report("Complete", "Done", totalUnits, totalUnits);
+    bytes.jobsDone(jobs.size());
+    reportStep("Complete", "Done", totalUnits, totalUnits);
 
     ProcessingReport result;
     result.chosenLTCFile = !header.ltcFile.empty() ? header.ltcFile

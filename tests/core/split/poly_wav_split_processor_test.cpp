@@ -176,11 +176,11 @@ TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
     EXPECT_FALSE(report.fileResults[2].skipped);
     EXPECT_EQ(report.fileResults[3].skipReason,
               "Could not read: No such file or directory: " + (dir / "missing.wav").string());
-    // 1 + 1 + 4 + 1 units; the mono input is never copied. The quad file's
-    // four units fill in with its bytes as they are written.
+    // The run counts audio bytes: 16 of the quad file, one for each file
+    // skipped; the mono input is never copied.
     ASSERT_GE(fractions.size(), 4u);
     EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
-    EXPECT_EQ(fractions.front(), 1.0 / 7);
+    EXPECT_EQ(fractions.front(), 1.0 / 19);
     EXPECT_EQ(fractions.back(), 1.0);
     EXPECT_EQ(report.outputPaths.size(), 4u);
 }

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "core/audio/bwf_reader.h"
 #include "tests/core/stamp/stamp_fixtures.h"
 #include "tests/support/test_support.h"
@@ -96,8 +98,25 @@ TEST_P(SingleRunTest, StampsEveryTargetWithTheStartOfTheFileSet) {
     EXPECT_EQ(rows[1][7], c.expectedStart);
     EXPECT_EQ(rows[1][15], std::to_string(expected.timeReference));
 
+    // Each output's bytes end at its size on disk; the run's bytes (known
+    // from the start: the three sources' sizes) only grow, ending at their total.
     ASSERT_FALSE(progress.empty());
-    EXPECT_EQ(progress.back(), (ProcessingProgress{"Complete", "Done", 3, 3}));
+    std::map<std::string, std::uint64_t> lastFileBytes;
+    std::uint64_t runBytes = 0;
+    for (const ProcessingProgress& p : progress) {
+        if (!p.file.empty()) {
+            lastFileBytes[p.file] = p.fileBytesDone;
+        }
+        EXPECT_GE(p.bytesDone, runBytes) << p.message;
+        runBytes = p.bytesDone;
+    }
+    for (const auto& [source, output] : pairs) {
+        EXPECT_EQ(lastFileBytes[source.filename().string()], fs::file_size(output));
+    }
+    EXPECT_EQ(progress.back().phase, "Complete");
+    EXPECT_EQ(progress.back().bytesTotal,
+              fs::file_size(ltc) + fs::file_size(stemA) + fs::file_size(stemB));
+    EXPECT_EQ(progress.back().fraction(), 1.0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
