@@ -119,8 +119,8 @@ void WAVFile::parse() {
     const ByteView bytes = storage_->all();
     const WavIndex index = indexWav(
         [bytes](std::uint64_t offset, std::span<std::uint8_t> out) -> std::size_t {
-            if (offset >= bytes.size()) {
-                return 0;
+            if (offset >= bytes.size() || out.empty()) {
+                return 0;  // memcpy takes no null pointer, even for no bytes
             }
             const std::size_t n = std::min<std::uint64_t>(out.size(), bytes.size() - offset);
             std::memcpy(out.data(), bytes.data() + offset, n);
