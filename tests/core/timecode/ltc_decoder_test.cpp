@@ -172,9 +172,10 @@ TEST(LTCDecoderTest, TwentyFiveIsNotTakenForTwentyFour) {
 TEST(LTCDecoderTest, OnlyARunOfConsecutiveFramesIsBelieved) {
     DiagnosticsCapture quiet;
     const FrameRateConfig r = rate(FrameRatePreset::fps25);
-    // A valid frame that does not fit, an unreadable one (hour 25), then a
-    // run: the start comes from the run, not from the lone frame before it.
+    // Two valid frames that count on (too short a run to verify a start), an
+    // unreadable one (hour 25), then a run: the start comes from the run.
     std::vector<std::array<std::uint8_t, 80>> frames = {ltcFrameBits(tc(3, 0, 0, 0), r),
+                                                        ltcFrameBits(tc(3, 0, 0, 1), r),
                                                         ltcFrameBits(tc(25, 0, 0, 1), r)};
     for (int f = 2; f < 8; ++f) {
         frames.push_back(ltcFrameBits(tc(1, 0, 0, f), r));
@@ -183,7 +184,7 @@ TEST(LTCDecoderTest, OnlyARunOfConsecutiveFramesIsBelieved) {
     const auto evaluation = LTCDecoder::evaluateCandidate(biphase(frames), 48000, r);
     ASSERT_TRUE(evaluation.has_value());
     EXPECT_EQ(evaluation->result->timecode, tc(1, 0, 0, 2));
-    EXPECT_NEAR(evaluation->result->firstValidSample, 1 + 2 * 80 * 24, 1);
+    EXPECT_NEAR(evaluation->result->firstValidSample, 1 + 3 * 80 * 24, 1);
     EXPECT_EQ(evaluation->validRun, 6);
 
     // Frames that do not count on one by one are no evidence at all, however
