@@ -206,6 +206,7 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     StampWorkflow& stamp = *viewModel.stamp();
     window.showArea("ltcStamp");
     stamp.ingest({toQ(root / "cut/Day2_Roll4.wav")});
+    wait("the ingest", [&] { return !stamp.isIngesting(); });
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
     stamp.setSelectedLTCFile(toQ(root / "cut/Day2_Roll4.wav"));
@@ -226,6 +227,7 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     stamp.setMode("Single");
     stamp.setFrameRatePreset("Auto");
     stamp.ingest({toQ(root / "stamp")});
+    wait("the ingest", [&] { return !stamp.isIngesting(); });
     stamp.setSelectedLTCFile(toQ(root / "stamp/Sc12_T03_LTC.wav"));
     stamp.setLTCChannelChoice(0);
     stamp.setOutputFolder(toQ(root / "out/stamp"));
@@ -242,6 +244,7 @@ int runScreenshotMode(MainWindow& window, AppViewModel& viewModel, const QString
     stamp.clearFiles();
     stamp.setMode("Single");
     stamp.ingest({toQ(root / "day")});
+    wait("the ingest", [&] { return !stamp.isIngesting(); });
     wait("the LTC probes", [&] { return !stamp.isProbing(); });
     shoot("02c-ltc-day");
     // The day ruler alone, for the README.

@@ -119,7 +119,8 @@ StampWorkflow::StampWorkflow(const AppSettingsStore& settings, CancellationToken
       analyzeTask_(this),
       processTask_(this),
       probeTask_(this),
-      healthTask_(this) {
+      healthTask_(this),
+      ingestTask_(this) {
     defaultOutputFolder_ = outputFolder_;
 }
 
@@ -299,18 +300,90 @@ void StampWorkflow::publishFiles() {
 }
 
 void StampWorkflow::ingest(const QStringList& paths) {
-    const std::vector<fs::path> found = expandDroppedWavFiles(paths);
-    if (found.empty()) {
-        setStatus(QStringLiteral("No WAV files found in dropped items."));
+    // Drops made while a drop is still being read wait their turn.
+    if (isIngesting_) {
+        queuedIngest_.append(paths);
         return;
     }
+    assign(isIngesting_, true, &StampWorkflow::isIngestingChanged);
+    setStatus(QStringLiteral("Reading the dropped files\u2026"));
     const FrameRatePreset preset =
         frameRatePresetFromLabel(toStdString(frameRatePreset_)).value_or(FrameRatePreset::auto_);
+    std::vector<fs::path> known;
+    for (const FileDescriptor& descriptor : descriptors_) {
+        known.push_back(descriptor.url);
+    }
+    // Folders are walked and headers read off the main thread: a card of
+    // long takes on a slow disk must not freeze the window.
+    ingestTask_.start([this, paths, preset, known](const BackgroundTask::Context& task) {
+        const std::vector<fs::path> found = expandDroppedWavFiles(paths);
+        std::vector<IngestedFile> read;
+        for (const fs::path& path : found) {
+            if (task.stopRequested()) {
+                return;
+            }
+            IngestedFile file{path, {}, {}, false, {}};
+            if (std::find(known.begin(), known.end(), path) == known.end()) {
+                readIngestedFile(file, preset);
+            }
+            read.push_back(std::move(file));
+        }
+        task.post(
+            [this, empty = found.empty(), read = std::move(read)] { finishIngest(empty, read); });
+    });
+}
+
+void StampWorkflow::readIngestedFile(IngestedFile& ingested, FrameRatePreset preset) {
+    const fs::path& path = ingested.path;
+    try {
+        // The header and metadata chunks only: a long take's audio is not read.
+        const WavReader reader(path);
+        const WAVFile file = WAVFile::headersOf(reader);
+        FileDescriptor descriptor;
+        descriptor.id = makeUUID();
+        descriptor.url = path;
+        descriptor.sampleRate = file.fmt().sampleRate;
+        descriptor.channels = file.fmt().channelCount;
+        descriptor.frameCount = file.frameCount();
+        descriptor.durationSeconds = file.duration();
+        QVariantMap row;
+        row.insert(QStringLiteral("fileName"), toQString(path.filename().string()));
+        row.insert(QStringLiteral("path"), toQString(path));
+        row.insert(QStringLiteral("format"), formatText(file.fmt()));
+        row.insert(QStringLiteral("durationSeconds"), descriptor.durationSeconds);
+        row.insert(QStringLiteral("timecode"), existingTimecode(file, preset));
+        row.insert(QStringLiteral("sampleRate"), static_cast<qint64>(descriptor.sampleRate));
+        row.insert(QStringLiteral("channels"), static_cast<qint64>(descriptor.channels));
+        row.insert(QStringLiteral("frameCount"), static_cast<qint64>(descriptor.frameCount));
+        row.insert(QStringLiteral("ltcProbe"), QStringLiteral("probing"));
+        ingested.descriptor = std::move(descriptor);
+        ingested.row = row;
+    } catch (const WAVError&) {
+        ingested.invalidWAV = true;
+    } catch (const std::exception& error) {
+        ingested.error = toQString(describeError(error));
+    }
+}
+
+void StampWorkflow::finishIngest(bool foundNone, const std::vector<IngestedFile>& read) {
+    assign(isIngesting_, false, &StampWorkflow::isIngestingChanged);
+    const auto next = [this] {
+        if (!queuedIngest_.isEmpty()) {
+            const QStringList queued = std::exchange(queuedIngest_, QStringList{});
+            ingest(queued);
+        }
+    };
+    if (foundNone) {
+        setStatus(QStringLiteral("No WAV files found in dropped items."));
+        next();
+        return;
+    }
     QVariantList rows = files_;
     QStringList ignored = ignoredFiles_;
     std::vector<fs::path> added;
     int loaded = 0;
-    for (const fs::path& path : found) {
+    for (const IngestedFile& file : read) {
+        const fs::path& path = file.path;
         const QString text = toQString(path);
         const bool known = std::any_of(descriptors_.begin(), descriptors_.end(),
                                        [&](const FileDescriptor& d) { return d.url == path; });
@@ -319,45 +392,26 @@ void StampWorkflow::ingest(const QStringList& paths) {
             continue;
         }
         const QString name = toQString(path.filename().string());
-        try {
-            // The header and metadata chunks only: a long take's audio is not read.
-            const WavReader reader(path);
-            const WAVFile file = WAVFile::headersOf(reader);
-            FileDescriptor descriptor;
-            descriptor.id = makeUUID();
-            descriptor.url = path;
-            descriptor.sampleRate = file.fmt().sampleRate;
-            descriptor.channels = file.fmt().channelCount;
-            descriptor.frameCount = file.frameCount();
-            descriptor.durationSeconds = file.duration();
+        if (file.descriptor) {
+            FileDescriptor descriptor = *file.descriptor;
             descriptor.isLTC =
                 selectedLTCFile_.isEmpty() ? looksLikeLTC(path) : selectedLTCFile_ == text;
-            QVariantMap row;
-            row.insert(QStringLiteral("fileName"), name);
-            row.insert(QStringLiteral("path"), text);
-            row.insert(QStringLiteral("format"), formatText(file.fmt()));
-            row.insert(QStringLiteral("durationSeconds"), descriptor.durationSeconds);
-            row.insert(QStringLiteral("timecode"), existingTimecode(file, preset));
+            QVariantMap row = file.row;
             row.insert(QStringLiteral("isLTC"), descriptor.isLTC);
-            row.insert(QStringLiteral("sampleRate"), static_cast<qint64>(descriptor.sampleRate));
-            row.insert(QStringLiteral("channels"), static_cast<qint64>(descriptor.channels));
-            row.insert(QStringLiteral("frameCount"), static_cast<qint64>(descriptor.frameCount));
-            row.insert(QStringLiteral("ltcProbe"), QStringLiteral("probing"));
             rows.append(row);
             added.push_back(path);
             descriptors_.push_back(std::move(descriptor));
             ++loaded;
-        } catch (const WAVError&) {
+        } else if (file.invalidWAV) {
             if (!ignored.contains(text)) {
                 ignored.append(text);
             }
             appendLog(QStringLiteral("[info] Ignored ") + name + QStringLiteral(" (invalid WAV)."));
-        } catch (const std::exception& error) {
+        } else if (!file.error.isEmpty()) {
             if (!ignored.contains(text)) {
                 ignored.append(text);
             }
-            appendLog(QStringLiteral("[warn] Skipped ") + name + QStringLiteral(": ") +
-                      toQString(describeError(error)));
+            appendLog(QStringLiteral("[warn] Skipped ") + name + QStringLiteral(": ") + file.error);
         }
     }
     assign(ignoredFiles_, ignored, &StampWorkflow::ignoredFilesChanged);
@@ -366,6 +420,7 @@ void StampWorkflow::ingest(const QStringList& paths) {
             QStringLiteral("No readable WAV files found. Some files may be truncated or "
                            "invalid."));
         appendLog(QStringLiteral("[warn] Import finished with no readable WAV files."));
+        next();
         return;
     }
     assign(files_, rows, &StampWorkflow::filesChanged);
@@ -395,6 +450,7 @@ void StampWorkflow::ingest(const QStringList& paths) {
     if (!added.empty()) {
         startProbing(added);
     }
+    next();
 }
 
 void StampWorkflow::startProbing(const std::vector<fs::path>& paths) {
@@ -831,6 +887,9 @@ void StampWorkflow::dismissOutputConflicts() {
 
 void StampWorkflow::clearFiles() {
     plannedRun_.reset();
+    ingestTask_.discard();
+    queuedIngest_.clear();
+    assign(isIngesting_, false, &StampWorkflow::isIngestingChanged);
     descriptors_.clear();
     userGroupLTC_.clear();
     assign(files_, QVariantList{}, &StampWorkflow::filesChanged);
@@ -1236,6 +1295,10 @@ void StampWorkflow::cancel() {
 void StampWorkflow::startProcessing(bool confirmed,
                                     std::optional<OutputCollisionBehavior> collision) {
     if (isProcessing_ || isAnalyzingCuts_) {
+        return;
+    }
+    if (isIngesting_) {
+        setStatus(QStringLiteral("Still reading the dropped files; try again in a moment."));
         return;
     }
     if (!outputFolderExists()) {

@@ -127,6 +127,8 @@ class StampWorkflow : public QObject {
     Q_PROPERTY(qint64 cutFileFrameCount READ cutFileFrameCount NOTIFY cutFileFrameCountChanged)
     Q_PROPERTY(qint64 cutSampleRate READ cutSampleRate NOTIFY cutSampleRateChanged)
     Q_PROPERTY(bool isProbing READ isProbing NOTIFY isProbingChanged)
+    // Dropped files are being read (in the background); files lists them when done.
+    Q_PROPERTY(bool isIngesting READ isIngesting NOTIFY isIngestingChanged)
     Q_PROPERTY(QVariantList dayRuler READ dayRuler NOTIFY dayRulerChanged)
     Q_PROPERTY(QVariantMap ltcHealth READ ltcHealth NOTIFY ltcHealthChanged)
 
@@ -184,6 +186,7 @@ class StampWorkflow : public QObject {
     qint64 cutFileFrameCount() const { return cutFileFrameCount_; }
     qint64 cutSampleRate() const { return cutSampleRate_; }
     bool isProbing() const { return isProbing_; }
+    bool isIngesting() const { return isIngesting_; }
     const QVariantList& dayRuler() const { return dayRuler_; }
     const QVariantMap& ltcHealth() const { return ltcHealth_; }
 
@@ -204,6 +207,8 @@ class StampWorkflow : public QObject {
     Q_INVOKABLE void setOutputFolder(const QString& path);
 
     // Dropped or picked files and folders (folders give the WAV files inside).
+    // Returns at once: folders are walked and headers read in the background
+    // (isIngesting); a drop made meanwhile is read after it.
     Q_INVOKABLE void ingest(const QStringList& paths);
     Q_INVOKABLE void clearFiles();
     // Takes files off the list (the Delete key, the context menu).
@@ -278,6 +283,7 @@ class StampWorkflow : public QObject {
     void cutFileFrameCountChanged();
     void cutSampleRateChanged();
     void isProbingChanged();
+    void isIngestingChanged();
     void dayRulerChanged();
     void ltcHealthChanged();
     // A run wrote into `folder`: the place to remember for the next launch.
@@ -302,6 +308,17 @@ class StampWorkflow : public QObject {
         assign(progressPercent_, percent, &StampWorkflow::progressPercentChanged);
     }
     void publishFiles();
+    // A dropped file as read off the main thread: its descriptor and row, or
+    // why it was not taken.
+    struct IngestedFile {
+        std::filesystem::path path;
+        std::optional<FileDescriptor> descriptor;
+        QVariantMap row;
+        bool invalidWAV = false;
+        QString error;
+    };
+    static void readIngestedFile(IngestedFile& file, FrameRatePreset preset);
+    void finishIngest(bool foundNone, const std::vector<IngestedFile>& read);
     // selectedLTCChannelCount from the selected file; a choice beyond it falls
     // back to the best channel.
     void refreshSelectedLTCChannels();
@@ -372,6 +389,8 @@ class StampWorkflow : public QObject {
     qint64 cutSampleRate_ = 0;
 
     bool isProbing_ = false;
+    bool isIngesting_ = false;
+    QStringList queuedIngest_;
     QVariantList dayRuler_;
     QVariantMap ltcHealth_;
     bool userChoseLTC_ = false;        // the LTC file came from the user, not the signal
@@ -398,6 +417,7 @@ class StampWorkflow : public QObject {
     BackgroundTask processTask_;
     BackgroundTask probeTask_;
     BackgroundTask healthTask_;
+    BackgroundTask ingestTask_;
 };
 
 }  // namespace norvane

@@ -64,12 +64,18 @@ class StampScreenTest : public ::testing::Test {
             return q(dir.path() / "out");
         };
         screen.dropArea()->findChild<QPushButton*>("dropAreaBrowse")->click();
+        ASSERT_TRUE(ingested());
         screen.outputFolderField()->chooseButton()->click();
         QComboBox* ltc = screen.ltcFilePicker();
         const int index = ltc->findData(q(input("stamp/Sc12_T03_LTC.wav")));
         ASSERT_GT(index, 0);
         ltc->setCurrentIndex(index);
         emit ltc->activated(index);
+    }
+
+    // Dropped files are listed once their headers are read in the background.
+    bool ingested() {
+        return QTest::qWaitFor([this] { return !stamp.isIngesting(); }, 10000);
     }
 
     bool finished() {
@@ -98,6 +104,7 @@ class StampScreenTest : public ::testing::Test {
 
 TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
     emit screen.dropArea()->pathsDropped({q(input("rebuild/source.fcpxml"))});
+    ASSERT_TRUE(ingested());
     EXPECT_EQ(screen.statusLabel()->text(), "No WAV files found in dropped items.");
     EXPECT_EQ(screen.fileTable()->rowCount(), 0);
     addStampTakeAndChooseOutput();
@@ -234,6 +241,7 @@ TEST_F(StampScreenTest, LowConfidenceAsksAndOnlyAConfirmationWrites) {
 
 TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
     emit screen.dropArea()->pathsDropped({q(input("cut/Day2_Roll4.wav"))});
+    ASSERT_TRUE(ingested());
     QComboBox* mode = screen.modePicker();
     mode->setCurrentText("LTC Cut Detect");
     emit mode->textActivated("LTC Cut Detect");
@@ -292,6 +300,7 @@ TEST_F(StampScreenTest, GroupedBatchShowsItsGroupsAndTakesAPerGroupLTCFile) {
         return start.isEmpty() ? QString() : q(dir.path() / "out");
     };
     emit screen.dropArea()->pathsDropped({q(input("stamp"))});
+    ASSERT_TRUE(ingested());
     screen.outputFolderField()->chooseButton()->click();
     emit screen.modePicker()->textActivated("Grouped Batch");
     screen.modePicker()->setCurrentText("Grouped Batch");

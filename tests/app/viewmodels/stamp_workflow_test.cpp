@@ -106,6 +106,12 @@ struct Fixture {
     }
 };
 
+// Ingest returns at once; the files are listed when their headers are read.
+void ingested(StampWorkflow& stamp, const QStringList& paths) {
+    stamp.ingest(paths);
+    ASSERT_TRUE(testing::waitUntil([&] { return !stamp.isIngesting(); }));
+}
+
 bool finished(const StampWorkflow& stamp) {
     return testing::waitUntil([&] { return !stamp.isProcessing() && !stamp.isAnalyzingCuts(); });
 }
@@ -126,7 +132,7 @@ TEST(StampWorkflowTest, IngestReportsWhatItCouldNotUse) {
     Fixture f;
     StampWorkflow stamp(*f.store, f.token);
     testing::writeBytes(f.dir / "notes.txt", ByteBuffer{'x'});
-    stamp.ingest({q(f.dir / "notes.txt")});
+    ingested(stamp, {q(f.dir / "notes.txt")});
     EXPECT_EQ(stamp.statusMessage(), "No WAV files found in dropped items.");
     EXPECT_TRUE(stamp.files().isEmpty());
 
@@ -138,7 +144,7 @@ TEST(StampWorkflowTest, IngestReportsWhatItCouldNotUse) {
     fs::create_directories(f.dir / "bad");
     testing::writeBytes(f.dir / "bad" / "nofmt.wav", testing::makeWav(recipe));
     testing::writeBytes(f.dir / "bad" / "junk.wav", ByteBuffer(64, 'j'));
-    stamp.ingest({q(f.dir / "bad")});
+    ingested(stamp, {q(f.dir / "bad")});
     EXPECT_EQ(stamp.statusMessage(),
               "No readable WAV files found. Some files may be truncated or invalid.");
     EXPECT_TRUE(stamp.files().isEmpty());
@@ -150,14 +156,14 @@ TEST(StampWorkflowTest, IngestListsFilesOnceWithFormatAndTimecode) {
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "day1_LTC.wav", 2);
     writeStem(f.dir / "in" / "day1_mix.wav", 2);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     ASSERT_EQ(stamp.files().size(), 2);
     EXPECT_EQ(stamp.files()[0].toMap().value("fileName"), "day1_LTC.wav");  // browser order
     EXPECT_EQ(stamp.statusMessage(), "Loaded 2 WAV file(s).");
     // The file named as the LTC carrier is marked and selected.
     EXPECT_EQ(stamp.selectedLTCFile(), q(f.dir / "in" / "day1_LTC.wav"));
 
-    stamp.ingest({q(f.dir / "in")});  // the same folder again adds nothing
+    ingested(stamp, {q(f.dir / "in")});  // the same folder again adds nothing
     EXPECT_EQ(stamp.files().size(), 2);
 
     QVariantMap mix;
@@ -170,12 +176,31 @@ TEST(StampWorkflowTest, IngestListsFilesOnceWithFormatAndTimecode) {
     EXPECT_FALSE(mix.value("isLTC").toBool());
 }
 
+TEST(StampWorkflowTest, IngestReturnsAtOnceAndADropMadeMeanwhileIsNotLost) {
+    Fixture f;
+    StampWorkflow stamp(*f.store, f.token);
+    writeLTC(f.dir / "in" / "A_ltc.wav", 2);
+    writeStem(f.dir / "more" / "B_stem.wav", 2);
+    stamp.ingest({q(f.dir / "in")});
+    // The window keeps going: nothing is listed yet, a run waits, a second drop queues.
+    EXPECT_TRUE(stamp.isIngesting());
+    EXPECT_TRUE(stamp.files().isEmpty());
+    stamp.process();
+    EXPECT_FALSE(stamp.isProcessing());
+    EXPECT_EQ(stamp.statusMessage(), "Still reading the dropped files; try again in a moment.");
+    stamp.ingest({q(f.dir / "more")});
+    ASSERT_TRUE(testing::waitUntil([&] { return !stamp.isIngesting(); }));
+    ASSERT_EQ(stamp.files().size(), 2);
+    EXPECT_EQ(stamp.statusMessage(), "Loaded 1 WAV file(s).");  // the second drop
+    EXPECT_EQ(f.outputCount(), 0u);
+}
+
 TEST(StampWorkflowTest, SingleRunStampsThenAsksBeforeReplacing) {
     Fixture f;
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "A_ltc.wav", 2);
     writeStem(f.dir / "in" / "A_stem.wav", 2);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setFrameRatePreset("25");
     // Counts the LTC decodes before writing (the real decode runs in the job).
     int prechecks = 0;
@@ -221,7 +246,7 @@ TEST(StampWorkflowTest, AutoRateIsReportedBeforeProcessing) {
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "B_ltc.wav", 2);
     writeStem(f.dir / "in" / "B_stem.wav", 2);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     ASSERT_EQ(stamp.frameRatePreset(), "Auto");
     stamp.process();
     ASSERT_TRUE(finished(stamp));
@@ -243,7 +268,7 @@ TEST(StampWorkflowTest, LowConfidenceAsksUnlessConfirmedOrAlwaysProceed) {
         stamp.setLTCPrecheckForTesting(lowConfidence);
         writeLTC(f.dir / "in" / "C_ltc.wav", 2);
         writeStem(f.dir / "in" / "C_stem.wav", 2);
-        stamp.ingest({q(f.dir / "in")});
+        ingested(stamp, {q(f.dir / "in")});
         stamp.setFrameRatePreset("25");
         stamp.process();
         ASSERT_TRUE(finished(stamp));
@@ -266,7 +291,7 @@ TEST(StampWorkflowTest, LowConfidenceAsksUnlessConfirmedOrAlwaysProceed) {
         stamp.setLTCPrecheckForTesting(lowConfidence);
         writeLTC(f.dir / "in" / "D_ltc.wav", 2);
         writeStem(f.dir / "in" / "D_stem.wav", 2);
-        stamp.ingest({q(f.dir / "in")});
+        ingested(stamp, {q(f.dir / "in")});
         stamp.setFrameRatePreset("25");
         stamp.process();
         ASSERT_TRUE(finished(stamp));
@@ -280,7 +305,7 @@ TEST(StampWorkflowTest, GroupedAutoWithUndecodableLTCStopsBeforeWriting) {
     StampWorkflow stamp(*f.store, f.token);
     writeStem(f.dir / "in" / "S1-ltc.wav", 1, 1);
     writeStem(f.dir / "in" / "S1-boom.wav", 1, 2);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setMode("Grouped Batch");
     ASSERT_EQ(stamp.groupingMethod(), "Duration Exact");
     ASSERT_EQ(stamp.groupIDs(), QStringList{"sr48000_f48000"});
@@ -299,7 +324,7 @@ TEST(StampWorkflowTest, GroupingPreviewFollowsTheChoices) {
     writeLTC(f.dir / "in" / "A001-SC1-ltc.wav", 1, 2);
     writeStem(f.dir / "in" / "A001-SC1-T1.wav", 1, 4);
     writeStem(f.dir / "in" / "A001-SC2-T1.wav", 1, 2);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setGroupingMethod("Token");
     stamp.setMode("Grouped Batch");
     ASSERT_EQ(stamp.groupIDs(), (QStringList{"SC1", "SC2"}));
@@ -336,7 +361,7 @@ TEST(StampWorkflowTest, GroupsAreNamedByTheirTakeInFileBrowserOrder) {
         writeStem(f.dir / "in" / (std::string(take) + "_boom.wav"), seconds, 1);
         writeStem(f.dir / "in" / (std::string(take) + "_lav.wav"), seconds, 1);
     }
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setMode("Grouped Batch");
     QStringList shown;
     for (const QString& id : stamp.groupIDs()) {
@@ -351,7 +376,7 @@ TEST(StampWorkflowTest, CutAnalysisPreviewsTheSegments) {
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "long_ltc.wav", 6, 1, {{3.0, Timecode{2, 0, 0, 0, false}}});
     writeStem(f.dir / "in" / "long_mix.wav", 6);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
 
@@ -386,7 +411,7 @@ TEST(StampWorkflowTest, CancelStopsARunningAnalysis) {
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "hour_ltc.wav", 120);
     writeStem(f.dir / "in" / "hour_mix.wav", 1);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
     QObject::connect(&stamp, &StampWorkflow::progressMessageChanged, &stamp, [&] {
@@ -414,7 +439,7 @@ TEST(StampWorkflowTest, SingleRunsReadThePickedLTCChannel) {
     writeTwoChannels(f.dir / "in" / "E_ltc.wav", ltcFrom(Timecode{3, 0, 0, 0, false}, 75),
                      ltcFrom(Timecode{1, 0, 0, 0, false}, 75));
     writeStem(f.dir / "in" / "E_stem.wav", 3);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setFrameRatePreset("25");
     ASSERT_EQ(stamp.selectedLTCFile(), q(f.dir / "in" / "E_ltc.wav"));
     EXPECT_EQ(stamp.selectedLTCChannelCount(), 2);
@@ -451,7 +476,7 @@ TEST(StampWorkflowTest, SingleRunsReadThePickedLTCChannel) {
     fs::create_directories(f.dir / "poly");
     writeLTCRecording(f.dir / "poly" / "F_ltc.wav", poly, true);
     writeStem(f.dir / "poly" / "F_stem.wav", 3);
-    stamp.ingest({q(f.dir / "poly")});
+    ingested(stamp, {q(f.dir / "poly")});
     stamp.setFrameRatePreset("25");
     EXPECT_EQ(stamp.selectedLTCChannelCount(), 4);
     stamp.setOutputFolder(q(f.output));
@@ -474,7 +499,7 @@ TEST(StampWorkflowTest, CutAnalysisAndCutRunsReadThePickedLTCChannel) {
     writeTwoChannels(f.dir / "in" / "roll_ltc.wav", encodeLTCProgram(program, encoder),
                      ltcFrom(Timecode{1, 0, 0, 0, false}, 100));
     writeStem(f.dir / "in" / "roll_mix.wav", 4);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
 
@@ -506,7 +531,7 @@ TEST(StampWorkflowTest, CancelStopsARunningProcess) {
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "long_ltc.wav", 120);
     writeStem(f.dir / "in" / "long_mix.wav", 1);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
     // The cut scan reports its windows; cancel at the first one.
@@ -555,7 +580,7 @@ TEST(StampWorkflowTest, TheSignalNotTheNameChoosesTheLTCAndTheTableShowsTheResul
     Fixture f;
     StampWorkflow stamp(*f.store, f.token);
     writeTakeWithLTCOnTrack2(f.dir / "in");
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     EXPECT_EQ(rowNamed(stamp, "T01_mix.wav").value("ltcProbe"), "probing");
     ASSERT_TRUE(testing::waitUntil([&] { return !stamp.isProbing(); }));
 
@@ -606,7 +631,7 @@ TEST(StampWorkflowTest, AMissingOutputFolderIsCreatedOnlyWhenAsked) {
     StampWorkflow stamp(*f.store, f.token);
     writeLTC(f.dir / "in" / "A_ltc.wav", 2);
     writeStem(f.dir / "in" / "A_stem.wav", 2);
-    stamp.ingest({q(f.dir / "in")});
+    ingested(stamp, {q(f.dir / "in")});
     stamp.setFrameRatePreset("25");
     const fs::path typed = f.dir / "typed" / "deeper";
     stamp.setOutputFolder(q(typed));
@@ -639,7 +664,7 @@ TEST(StampWorkflowTest, OutputsDefaultBesideTheSourcesAndTheLastFolderIsRemember
     {
         AppViewModel app(dir / "settings.json");
         StampWorkflow& stamp = *app.stamp();
-        stamp.ingest({q(dir / "day1")});
+        ingested(stamp, {q(dir / "day1")});
         EXPECT_EQ(stamp.outputFolder(), q(dir / "day1" / "Stamped"));
         stamp.setFrameRatePreset("25");
         ASSERT_TRUE(stamp.createOutputFolder());
@@ -650,7 +675,7 @@ TEST(StampWorkflowTest, OutputsDefaultBesideTheSourcesAndTheLastFolderIsRemember
     // The next launch starts in the folder the last run wrote to.
     AppViewModel again(dir / "settings.json");
     EXPECT_EQ(again.stamp()->outputFolder(), q(dir / "day1" / "Stamped"));
-    again.stamp()->ingest({q(dir / "day1" / "A_stem.wav")});
+    ingested(*again.stamp(), {q(dir / "day1" / "A_stem.wav")});
     EXPECT_EQ(again.stamp()->outputFolder(), q(dir / "day1" / "Stamped"));
 }
 
