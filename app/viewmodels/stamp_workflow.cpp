@@ -90,9 +90,11 @@ QString segmentLine(const SegmentBoundary& segment, const CutDetection::CutAnaly
                    QStringLiteral(" s | samples ") + QString::number(segment.startSample) +
                    QStringLiteral("-") + QString::number(segment.endSample);
     if (segment.startFrameCount) {
-        line += QStringLiteral(" | TC ") + toQString(TimecodeMath::timecodeFromFrameCount(
-                                                         *segment.startFrameCount, analysis.rate)
-                                                         .description());
+        const FrameRateConfig counting = segment.rate.value_or(analysis.rate);
+        line += QStringLiteral(" | TC ") +
+                toQString(TimecodeMath::timecodeFromFrameCount(*segment.startFrameCount, counting)
+                              .description()) +
+                QStringLiteral(" @ ") + toQString(counting.label);
     }
     return line;
 }

@@ -15,53 +15,78 @@ namespace norvane::CutDetection {
 
 namespace fs = std::filesystem;
 
-std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint>& points,
+namespace {
+
+double nominalSamplesPerFrame(std::int64_t sampleRate, const FrameRateConfig& rate) {
+    // denominator / numerator x sampleRate, the product the stamp steps frames by.
+    return static_cast<double>(rate.denominator) / static_cast<double>(rate.numerator) *
+           static_cast<double>(sampleRate);
+}
+
+bool sameCounting(const LTCRun& a, const LTCRun& b) {
+    return a.rate.numerator == b.rate.numerator && a.rate.denominator == b.rate.denominator &&
+           a.rate.dropFrame == b.rate.dropFrame && a.direction == b.direction;
+}
+
+// Samples since midnight of `sample` on the clock of `run`: its first frame
+// begins at the fitted start position, and the code advances one sample per
+// sample along the file (backwards for reverse play).
+double samplesSinceMidnight(const LTCRun& run, double sample, std::int64_t sampleRate) {
+    const double firstFrame =
+        static_cast<double>(TimecodeMath::frameCount(run.frames.front().timecode, run.rate)) *
+        nominalSamplesPerFrame(sampleRate, run.rate);
+    return firstFrame + static_cast<double>(run.direction) * (sample - run.startPosition);
+}
+
+}  // namespace
+
+std::vector<SegmentBoundary> segmentsFromRuns(const std::vector<LTCRun>& runs,
                                               std::int64_t frameCount, std::int64_t sampleRate,
-                                              std::int64_t rateNumerator,
-                                              std::int64_t rateDenominator,
                                               std::int64_t minSegmentFrames,
                                               std::int64_t discontinuityFrameThreshold) {
-    if (points.size() < 2 || rateNumerator <= 0 || rateDenominator <= 0 || sampleRate <= 0) {
+    if (runs.empty() || sampleRate <= 0 || frameCount <= 0) {
         return {};
     }
-    const double samplesPerFrame = static_cast<double>(rateDenominator) /
-                                   static_cast<double>(rateNumerator) *
-                                   static_cast<double>(sampleRate);
-    const double fps = static_cast<double>(rateNumerator) / static_cast<double>(rateDenominator);
-    (void)fps;
     // Every jump of a frame or more is a cut, unless the threshold asks for more.
     const std::int64_t tolerance = std::max<std::int64_t>(discontinuityFrameThreshold, 1);
 
-    std::vector<std::int64_t> boundaries = {0};
-    for (std::size_t i = 1; i < points.size(); ++i) {
-        const LTCTimelinePoint& a = points[i - 1];
-        const LTCTimelinePoint& b = points[i];
-        const std::int64_t expected =
-            roundHalfAwayFromZero(static_cast<double>(b.sample - a.sample) / samplesPerFrame);
-        const std::int64_t actual = b.frameCount - a.frameCount;
-        if (std::llabs(actual - expected) < tolerance) {
-            continue;
+    // Boundaries with the run each one starts (none for the file's end).
+    struct Boundary {
+        std::int64_t sample = 0;
+        std::size_t run = 0;
+    };
+    std::vector<Boundary> boundaries = {{0, 0}};
+    for (std::size_t i = 1; i < runs.size(); ++i) {
+        const LTCRun& before = runs[i - 1];
+        const LTCRun& after = runs[i];
+        if (sameCounting(before, after)) {
+            const std::int64_t expected =
+                before.frameCountAt(static_cast<double>(after.firstSample()));
+            const std::int64_t actual =
+                TimecodeMath::frameCount(after.frames.front().timecode, after.rate);
+            if (std::llabs(actual - expected) < tolerance) {
+                continue;  // the same code after a dropout
+            }
         }
-        // Points are frame starts: the new take begins at the later one.
-        const std::int64_t cut = b.sample;
+        const std::int64_t cut = after.firstSample();
         if (cut >= 1 && cut <= frameCount - 1) {
-            boundaries.push_back(cut);
+            boundaries.push_back({cut, i});
         }
     }
-    boundaries.push_back(frameCount);
-    std::sort(boundaries.begin(), boundaries.end());
-    boundaries.erase(std::unique(boundaries.begin(), boundaries.end()), boundaries.end());
+    boundaries.push_back({frameCount, runs.size()});
 
     // The configured minimum is halved and floored at 10 frames on purpose.
-    const double spacingSamples =
-        samplesPerFrame * static_cast<double>(std::max<std::int64_t>(minSegmentFrames / 2, 10));
-    // A spacing past any file length keeps no cut; it must not overflow the cast.
-    const std::int64_t spacing = spacingSamples >= 9.0e18
-                                     ? std::numeric_limits<std::int64_t>::max()
-                                     : static_cast<std::int64_t>(spacingSamples);
-    std::vector<std::int64_t> kept = {boundaries.front()};
+    std::vector<Boundary> kept = {boundaries.front()};
     for (std::size_t i = 1; i < boundaries.size(); ++i) {
-        if (boundaries[i] - kept.back() >= spacing) {
+        const LTCRun& at = runs[std::min(boundaries[i].run, runs.size() - 1)];
+        const double spacingSamples =
+            nominalSamplesPerFrame(sampleRate, at.rate) *
+            static_cast<double>(std::max<std::int64_t>(minSegmentFrames / 2, 10));
+        // A spacing past any file length keeps no cut; it must not overflow the cast.
+        const std::int64_t spacing = spacingSamples >= 9.0e18
+                                         ? std::numeric_limits<std::int64_t>::max()
+                                         : static_cast<std::int64_t>(spacingSamples);
+        if (boundaries[i].sample - kept.back().sample >= spacing) {
             kept.push_back(boundaries[i]);
         } else {
             kept.back() = boundaries[i];
@@ -70,56 +95,55 @@ std::vector<SegmentBoundary> detectBoundaries(const std::vector<LTCTimelinePoint
 
     std::vector<SegmentBoundary> segments;
     for (std::size_t i = 1; i < kept.size(); ++i) {
-        const std::int64_t start = kept[i - 1];
-        const std::int64_t end = kept[i];
-        if (start >= end) {
+        const std::int64_t start = kept[i - 1].sample;
+        const std::int64_t end = kept[i].sample;
+        if (start >= end || kept[i - 1].run >= runs.size()) {
             continue;
         }
-        // Nearest point to the start; the earlier one on equal distance.
-        const LTCTimelinePoint* nearest = &points.front();
-        for (const LTCTimelinePoint& p : points) {
-            if (std::llabs(p.sample - start) < std::llabs(nearest->sample - start)) {
-                nearest = &p;
-            }
-        }
+        const LTCRun& run = runs[kept[i - 1].run];
         SegmentBoundary segment;
         segment.segmentIndex = static_cast<std::int64_t>(segments.size()) + 1;
         segment.startSample = start;
         segment.endSample = end;
-        segment.startFrameCount =
-            nearest->frameCount +
-            roundHalfAwayFromZero(static_cast<double>(start - nearest->sample) / samplesPerFrame);
+        segment.startFrameCount = run.frameCountAt(static_cast<double>(start));
+        segment.rate = run.rate;
+        segment.startSamplesSinceMidnight =
+            samplesSinceMidnight(run, static_cast<double>(start), sampleRate);
         segments.push_back(segment);
     }
     return segments;
 }
 
-std::vector<LTCTimelinePoint> scanTimeline(
-    const std::vector<float>& samples, std::int64_t sampleRate,
-    const std::optional<FrameRateConfig>& rate, const std::function<bool()>& isCancelled,
-    const std::function<void(std::int64_t, std::int64_t)>& progress) {
-    LTCRunScanner scanner(sampleRate, rate);
-    const std::size_t block = kScanBlock;
-    const auto total = static_cast<std::int64_t>((samples.size() + block - 1) / block);
-    const std::span<const float> all(samples);
-    std::int64_t done = 0;
-    for (std::size_t offset = 0; offset < samples.size(); offset += block) {
-        if (isCancelled && isCancelled()) {
-            throw ProcessingError::cancelled();
-        }
-        scanner.push(all.subspan(offset, std::min(block, samples.size() - offset)),
-                     static_cast<std::int64_t>(offset));
-        ++done;
-        if (progress) {
-            progress(done, total);
-        }
-    }
-    if (isCancelled && isCancelled()) {
+std::vector<LTCRun> scanRuns(const WavReader& file, std::int64_t channel,
+                             const std::optional<FrameRateConfig>& rate,
+                             const std::function<bool()>& isCancelled,
+                             const std::function<void(std::int64_t, std::int64_t)>& progress) {
+    const auto cancelled = [&] { return isCancelled && isCancelled(); };
+    if (cancelled()) {
         throw ProcessingError::cancelled();
     }
-    const auto spacing =
-        static_cast<std::int64_t>(static_cast<double>(sampleRate) * kHopSeconds / 2);
-    return timelinePoints(scanner.finish(), std::max<std::int64_t>(spacing, 1));
+    const std::int64_t total = file.frameCount();
+    if (file.fmt().sampleRate < 1 || !file.canReadSamples(static_cast<int>(channel))) {
+        return {};
+    }
+    LTCRunScanner scanner(file.fmt().sampleRate, rate);
+    bool stopped = false;
+    file.forEachChannelBlock(
+        static_cast<int>(channel), [&](std::span<const float> block, std::int64_t first) {
+            if (cancelled()) {
+                stopped = true;
+                return false;
+            }
+            scanner.push(block, first);
+            if (progress) {
+                progress(first + static_cast<std::int64_t>(block.size()), total);
+            }
+            return true;
+        });
+    if (stopped || cancelled()) {
+        throw ProcessingError::cancelled();
+    }
+    return scanner.finish();
 }
 
 CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel,
@@ -134,34 +158,26 @@ CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel
     analysis.sampleRate = wav.fmt().sampleRate;
     analysis.frameCount = wav.frameCount();
 
-    // The channel (when not given) is the one whose code reads best. Under
-    // Auto every run of the scan carries its own measured rate; the analysis
-    // reports the first run's.
-    std::optional<FrameRateConfig> rate = frameRateConfig(options.frameRatePreset);
-    std::optional<FrameRateConfig> firstRunRate;
-    try {
-        const ChannelDecode whole = decodeFileLTC(wav, channel, rate);
-        analysis.ltcChannelIndex = whole.channelIndex;
-        firstRunRate = whole.result.frameRate;
-    } catch (const LTCDecodeError&) {
-        // No verified run anywhere: the scan will find none either.
-        analysis.ltcChannelIndex = channel.value_or(0);
-    }
-    analysis.rate = rate.value_or(firstRunRate.value_or(candidateFrameRates().front()));
+    // The channel (when not given) is the one whose code reads best; the
+    // comparison reads each channel only until its start is certain.
+    const std::optional<FrameRateConfig> rate = frameRateConfig(options.frameRatePreset);
+    analysis.ltcChannelIndex = chooseLTCChannel(wav, channel, rate);
 
     if (progress) {
         progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", 0, 1});
     }
-    const std::vector<float> samples = channelSamples(wav, analysis.ltcChannelIndex);
-    analysis.points = scanTimeline(
-        samples, analysis.sampleRate, rate, isCancelled,
+    const std::vector<LTCRun> runs = scanRuns(
+        wav, analysis.ltcChannelIndex, rate, isCancelled,
         [&](std::int64_t done, std::int64_t total) {
             if (progress) {
                 progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", done, total});
             }
         });
-    analysis.segments = detectBoundaries(analysis.points, analysis.frameCount, analysis.sampleRate,
-                                         analysis.rate.numerator, analysis.rate.denominator,
+    analysis.rate = rate.value_or(runs.empty() ? candidateFrameRates().front() : runs.front().rate);
+    const auto spacing =
+        static_cast<std::int64_t>(static_cast<double>(analysis.sampleRate) * kHopSeconds / 2);
+    analysis.points = timelinePoints(runs, std::max<std::int64_t>(spacing, 1));
+    analysis.segments = segmentsFromRuns(runs, analysis.frameCount, analysis.sampleRate,
                                          options.cutDetectConfig.minSegmentFrames,
                                          options.cutDetectConfig.discontinuityFrameThreshold);
     return analysis;

@@ -209,28 +209,6 @@ std::uint64_t exactTimeReference(const LTCDecodeResult& decode, double sample,
     return samples < 0 ? 0 : static_cast<std::uint64_t>(samples);
 }
 
-std::optional<std::int64_t> anchoredFrameCount(const std::vector<LTCTimelinePoint>& anchors,
-                                               std::int64_t sample, std::int64_t sampleRate,
-                                               const FrameRateConfig& rate) {
-    if (anchors.empty()) {
-        return std::nullopt;
-    }
-    const LTCTimelinePoint* nearest = &anchors.front();
-    for (const LTCTimelinePoint& a : anchors) {
-        if (std::llabs(a.sample - sample) < std::llabs(nearest->sample - sample)) {
-            nearest = &a;
-        }
-    }
-    // Anchors step by the exact rate's frame length taken as denominator /
-    // numerator x sampleRate, the same product the cut scan places segments
-    // with (at 29.97 it differs in the last bit from sampleRate x denominator
-    // / numerator, enough to turn a half-frame distance the other way).
-    const double perFrame = static_cast<double>(rate.denominator) /
-                            static_cast<double>(rate.numerator) * static_cast<double>(sampleRate);
-    return nearest->frameCount +
-           roundHalfAwayFromZero(static_cast<double>(sample - nearest->sample) / perFrame);
-}
-
 std::string ixmlDocument(const FrameRateConfig& rate, const Timecode& start) {
     return "<BWFXML>\n  <IXML_VERSION>1.5</IXML_VERSION>\n  <TIMECODE_RATE>" + rate.label +
            "</TIMECODE_RATE>\n  <TIMECODE_FLAG>" + (rate.dropFrame ? "DF" : "NDF") +
@@ -359,11 +337,6 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
     execution.startTC =
         startTimecode(execution.decode, execution.decode.firstValidSample, execution.sampleRate);
 
-    report("Building LTC anchors for segment timestamps...", 0, total);
-    const std::vector<LTCTimelinePoint> anchors =
-        CutDetection::scanTimeline(channelSamples(ltcReader, decoded.channelIndex),
-                                   execution.sampleRate, execution.decode.frameRate, isCancelled);
-
     // The targets are the same for every segment: open each once.
     std::vector<std::optional<WavReader>> targets;
     std::vector<std::string> targetErrors;
@@ -395,27 +368,34 @@ CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
         JobOutputGuard written;  // a segment that fails removes what it wrote
         try {
             const SegmentBoundary segment = job.segment.value_or(SegmentBoundary{});
-            std::int64_t startFrames = 0;
-            if (const auto anchored =
-                    anchoredFrameCount(anchors, segment.startSample, execution.sampleRate,
-                                       execution.decode.frameRate)) {
-                startFrames = *anchored;
-            } else if (segment.startFrameCount) {
-                startFrames = *segment.startFrameCount;
-            } else {
-                startFrames = TimecodeMath::frameCount(
-                    startTimecode(execution.decode, segment.startSample, execution.sampleRate),
-                    execution.decode.frameRate);
-            }
+            // A segment is stamped from the run of code it starts in, at that
+            // run's own rate, as the cut scan read it; one the scan did not
+            // anchor steps from the file's start.
+            const FrameRateConfig segmentRate = segment.rate.value_or(execution.decode.frameRate);
+            const std::int64_t startFrames =
+                segment.startFrameCount
+                    ? *segment.startFrameCount
+                    : TimecodeMath::frameCount(startTimecode(execution.decode, segment.startSample,
+                                                             execution.sampleRate),
+                                               segmentRate);
             Stamp stamp;
             stamp.job = &job;
             stamp.options = &options;
             stamp.decode = execution.decode;
+            stamp.decode.frameRate = segmentRate;
             stamp.sampleRate = execution.sampleRate;
-            stamp.start =
-                TimecodeMath::timecodeFromFrameCount(startFrames, execution.decode.frameRate);
-            stamp.timeReference =
-                timeReference(stamp.start, execution.decode.frameRate, execution.sampleRate);
+            stamp.start = TimecodeMath::timecodeFromFrameCount(startFrames, segmentRate);
+            if (options.timeReferenceMode != TimeReferenceMode::sample) {
+                stamp.timeReference = timeReference(stamp.start, segmentRate, execution.sampleRate);
+            } else if (segment.startSamplesSinceMidnight) {
+                const std::int64_t exact =
+                    roundHalfAwayFromZero(*segment.startSamplesSinceMidnight);
+                stamp.timeReference = exact < 0 ? 0 : static_cast<std::uint64_t>(exact);
+            } else {
+                stamp.timeReference =
+                    exactTimeReference(execution.decode, static_cast<double>(segment.startSample),
+                                       execution.sampleRate);
+            }
             stamp.warnings = confidence;
             stamp.outputWarnings = &execution.warnings;
             stampOriginationNow(stamp);

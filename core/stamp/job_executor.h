@@ -72,14 +72,6 @@ std::uint64_t timeReference(const Timecode& start, const FrameRateConfig& rate,
 std::uint64_t exactTimeReference(const LTCDecodeResult& decode, double sample,
                                  std::int64_t sampleRate);
 
-// The absolute LTC frame count at `sample` from the anchor nearest to it (the
-// earlier one on equal distance; anchors sorted by sample): the anchor's frame
-// count plus round((sample - anchor.sample) / (denominator / numerator x
-// sampleRate)), halves away from zero. Absent when there are no anchors.
-std::optional<std::int64_t> anchoredFrameCount(const std::vector<LTCTimelinePoint>& anchors,
-                                               std::int64_t sample, std::int64_t sampleRate,
-                                               const FrameRateConfig& rate);
-
 // The iXML document stamped beside the bext chunk.
 std::string ixmlDocument(const FrameRateConfig& rate, const Timecode& start);
 

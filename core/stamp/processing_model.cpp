@@ -245,6 +245,12 @@ void to_json(nlohmann::ordered_json& j, const SegmentBoundary& segment) {
     if (segment.startFrameCount) {
         j["startFrameCount"] = *segment.startFrameCount;
     }
+    if (segment.rate) {
+        j["rate"] = *segment.rate;
+    }
+    if (segment.startSamplesSinceMidnight) {
+        j["startSamplesSinceMidnight"] = *segment.startSamplesSinceMidnight;
+    }
 }
 void from_json(const nlohmann::ordered_json& j, SegmentBoundary& segment) {
     segment.startSample = j.at("startSample").get<std::int64_t>();
@@ -253,6 +259,14 @@ void from_json(const nlohmann::ordered_json& j, SegmentBoundary& segment) {
     segment.startFrameCount.reset();
     if (auto it = j.find("startFrameCount"); it != j.end() && !it->is_null()) {
         segment.startFrameCount = it->get<std::int64_t>();
+    }
+    segment.rate.reset();
+    if (auto it = j.find("rate"); it != j.end() && !it->is_null()) {
+        segment.rate = it->get<FrameRateConfig>();
+    }
+    segment.startSamplesSinceMidnight.reset();
+    if (auto it = j.find("startSamplesSinceMidnight"); it != j.end() && !it->is_null()) {
+        segment.startSamplesSinceMidnight = it->get<double>();
     }
 }
 

@@ -89,6 +89,12 @@ struct SegmentBoundary {
     std::int64_t segmentIndex = 0;  // 1-based, in order of position ("_seg001")
     // Absolute LTC frame count at startSample, where the scan could anchor it.
     std::optional<std::int64_t> startFrameCount;
+    // The rate of the run of code the segment starts in (its own under Auto),
+    // which startFrameCount counts at.
+    std::optional<FrameRateConfig> rate;
+    // Samples since midnight of startSample itself on that run's clock, with
+    // its sub-sample fraction: the TimeReference a `sample` stamp writes.
+    std::optional<double> startSamplesSinceMidnight;
 
     friend bool operator==(const SegmentBoundary&, const SegmentBoundary&) = default;
 };

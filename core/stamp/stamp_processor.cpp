@@ -273,8 +273,13 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
     }
     totalUnits = std::max<std::int64_t>(totalUnits, 1);
 
+    // The segments of a cut run come from one recording whose runs carry
+    // their own measured rates: nothing to vote on.
+    const bool allCut = std::all_of(jobs.begin(), jobs.end(), [](const ProcessingJob& job) {
+        return job.mode == ProcessingMode::cutDetect;
+    });
     std::optional<FrameRateConfig> votedRate;
-    if (options.frameRatePreset == FrameRatePreset::auto_ && jobs.size() >= 2) {
+    if (options.frameRatePreset == FrameRatePreset::auto_ && jobs.size() >= 2 && !allCut) {
         votedRate = batchVote(jobs);
         if (!votedRate) {
             throw ProcessingError::batchVoteFailed();
@@ -319,10 +324,6 @@ ProcessingReport StampProcessor::runJobs(const std::vector<ProcessingJob>& jobs,
             progress(p);
         }
     };
-
-    const bool allCut = std::all_of(jobs.begin(), jobs.end(), [](const ProcessingJob& job) {
-        return job.mode == ProcessingMode::cutDetect;
-    });
     if (allCut) {
         CutExecution cut = JobExecutor::executeCutJobs(
             jobs, options, votedRate,

@@ -4,110 +4,183 @@
 
 #include <limits>
 
+#include "core/common/file_output.h"
+#include "tests/core/stamp/stamp_fixtures.h"
+#include "tests/core/timecode/libltc_signal.h"
+#include "tests/support/test_support.h"
+
 namespace norvane {
 namespace {
 
-// Points every 9,600 samples (0.2 s at 48 kHz) of continuous code at 25 fps
-// from frame `startFrame`, with a jump of `jump` frames after `jumpAt` points.
-std::vector<LTCTimelinePoint> points25(int count, std::int64_t startFrame, int jumpAt = -1,
-                                       std::int64_t jump = 0) {
-    std::vector<LTCTimelinePoint> points;
-    std::int64_t offset = 0;
-    for (int i = 0; i < count; ++i) {
-        if (i == jumpAt) {
-            offset = jump;
+const FrameRateConfig kFps25 = testing::rateOf(FrameRatePreset::fps25);
+
+// A verified run at 48 kHz: `frames` frames of `rate` whose first, counting
+// `firstCount`, begins at `first`.
+LTCRun run(std::int64_t first, int frames, std::int64_t firstCount,
+           const FrameRateConfig& rate = kFps25) {
+    LTCRun r;
+    r.rate = rate;
+    r.samplesPerFrame =
+        48000.0 * static_cast<double>(rate.denominator) / static_cast<double>(rate.numerator);
+    r.startPosition = static_cast<double>(first);
+    for (int i = 0; i < frames; ++i) {
+        LTCFrame f;
+        f.timecode = TimecodeMath::timecodeFromFrameCount(firstCount + i, rate);
+        f.firstPosition = r.startPosition + i * r.samplesPerFrame;
+        f.endPosition = f.firstPosition + r.samplesPerFrame;
+        f.firstSample = std::llround(f.firstPosition);
+        f.endSample = std::llround(f.endPosition);
+        r.frames.push_back(f);
+    }
+    return r;
+}
+
+std::vector<SegmentBoundary> segments(const std::vector<LTCRun>& runs, std::int64_t frameCount,
+                                      std::int64_t minFrames = 24, std::int64_t threshold = 1) {
+    return CutDetection::segmentsFromRuns(runs, frameCount, 48000, minFrames, threshold);
+}
+
+TEST(CutDetectionTest, SegmentsStartWhereARunBreaksTheCountingOfTheOneBefore) {
+    // One run from sample 100: one segment over the file, its count and its
+    // exact position projected back to sample 0.
+    auto one = segments({run(100, 50, 90000)}, 200000);
+    ASSERT_EQ(one.size(), 1u);
+    EXPECT_EQ(one[0].startSample, 0);
+    EXPECT_EQ(one[0].endSample, 200000);
+    EXPECT_EQ(one[0].startFrameCount, 90000);  // 100 / 1920 rounds to 0 frames back
+    EXPECT_DOUBLE_EQ(*one[0].startSamplesSinceMidnight, 90000.0 * 1920 - 100);
+    EXPECT_EQ(one[0].rate, kFps25);
+    EXPECT_TRUE(segments({}, 200000).empty());
+
+    struct Case {
+        std::int64_t jump;  // frames the second run's count lies off its projection
+        std::int64_t threshold;
+        bool cut;
+    };
+    for (const Case c : {Case{0, 1, false}, Case{1, 1, true}, Case{-1, 1, true}, Case{11, 1, true},
+                         Case{-500, 1, true}, Case{39, 40, false}, Case{40, 40, true}}) {
+        SCOPED_TRACE(c.jump);
+        // Run two begins 50 frames after run one (a dropout between them).
+        const auto found =
+            segments({run(100, 20, 1000), run(96100, 50, 1050 + c.jump)}, 200000, 24, c.threshold);
+        ASSERT_EQ(found.size(), c.cut ? 2u : 1u);
+        if (c.cut) {
+            EXPECT_EQ(found[0].endSample, 96100);
+            EXPECT_EQ(found[1].startSample, 96100);
+            EXPECT_EQ(found[1].segmentIndex, 2);
+            EXPECT_EQ(found[1].startFrameCount, 1050 + c.jump);
+            EXPECT_DOUBLE_EQ(*found[1].startSamplesSinceMidnight, (1050.0 + c.jump) * 1920);
         }
-        LTCTimelinePoint p;
-        p.sample = 100 + i * 9600;
-        p.frameCount = startFrame + i * 5 + offset;
-        points.push_back(p);
     }
-    return points;
-}
 
-std::vector<SegmentBoundary> detect25(const std::vector<LTCTimelinePoint>& points,
-                                      std::int64_t frameCount, std::int64_t minFrames = 24,
-                                      std::int64_t threshold = 1) {
-    return CutDetection::detectBoundaries(points, frameCount, 48000, 25, 1, minFrames, threshold);
-}
-
-TEST(CutDetectionTest, ContinuousCodeIsOneSegmentOverTheFile) {
-    auto segments = detect25(points25(20, 90000), 200000);
-    ASSERT_EQ(segments.size(), 1u);
-    EXPECT_EQ(segments[0].segmentIndex, 1);
-    EXPECT_EQ(segments[0].startSample, 0);
-    EXPECT_EQ(segments[0].endSample, 200000);
-    // Nearest point is at 100 samples: 100 / 1920 rounds to 0 frames back.
-    EXPECT_EQ(segments[0].startFrameCount, 90000);
-    EXPECT_TRUE(detect25(points25(1, 90000), 200000).empty());
-    EXPECT_TRUE(detect25({}, 200000).empty());
-}
-
-TEST(CutDetectionTest, EveryJumpOfAFrameCutsWhereTheNewRunBegins) {
-    // Jump after point 10 (sample 96,100, a frame start): the cut is there.
-    EXPECT_EQ(detect25(points25(20, 0, 10, 0), 200000).size(), 1u);
-    for (const std::int64_t jump : {1, 11, 12, -500}) {
-        auto cut = detect25(points25(20, 1000, 10, jump), 200000);
-        ASSERT_EQ(cut.size(), 2u) << jump;
-        EXPECT_EQ(cut[0].endSample, 96100);
-        EXPECT_EQ(cut[1].startSample, 96100);
-        EXPECT_EQ(cut[1].endSample, 200000);
-        EXPECT_EQ(cut[1].segmentIndex, 2);
-        // The new take's own first frame.
-        EXPECT_EQ(cut[1].startFrameCount, 1000 + 50 + jump);
-    }
-    // The threshold still asks for larger jumps when set.
-    EXPECT_EQ(detect25(points25(20, 0, 10, 39), 200000, 24, 40).size(), 1u);
-    EXPECT_EQ(detect25(points25(20, 0, 10, 40), 200000, 24, 40).size(), 2u);
-}
-
-TEST(CutDetectionTest, TwoJumpsGiveThreeSegments) {
-    auto points = points25(30, 0, 10, 100);
-    for (std::size_t i = 20; i < points.size(); ++i) {
-        points[i].frameCount += 1000;
-    }
-    auto segments = detect25(points, 300000);
-    ASSERT_EQ(segments.size(), 3u);
-    EXPECT_EQ(segments[0].startSample, 0);
-    EXPECT_EQ(segments[1].startSample, 96100);
-    EXPECT_EQ(segments[2].startSample, 192100);
-    EXPECT_EQ(segments[2].endSample, 300000);
+    // A run at another rate is a new take even where its count would fit,
+    // and its segment counts at its own rate.
+    const FrameRateConfig df = testing::rateOf(FrameRatePreset::fps29_97DF);
+    const auto rates = segments({run(0, 20, 1000), run(96000, 50, 1050, df)}, 200000);
+    ASSERT_EQ(rates.size(), 2u);
+    EXPECT_EQ(rates[1].rate, df);
+    EXPECT_EQ(rates[1].startFrameCount, 1050);
+    EXPECT_DOUBLE_EQ(*rates[1].startSamplesSinceMidnight, 1050 * 48000.0 * 1001 / 30000);
 }
 
 TEST(CutDetectionTest, MinimumSpacingIsHalvedAndFlooredAtTenFrames) {
-    // minSegmentFrames 24 at 25 fps, 48 kHz: 12 x 1,920 = 23,040 samples.
-    // A cut 19,300 samples (10 frames) from the start moves the start to it.
-    auto early = points25(20, 0, 2, 100);
-    auto segments = detect25(early, 200000);
-    ASSERT_EQ(segments.size(), 1u);
-    EXPECT_EQ(segments[0].startSample, 19300);
+    // minSegmentFrames 24 at 25 fps, 48 kHz: 12 x 1,920 = 23,040 samples. A
+    // cut 19,300 samples (about 10 frames) from the start replaces the start.
+    const std::vector<LTCRun> early = {run(100, 10, 0), run(19300, 90, 5000)};
+    auto found = segments(early, 200000);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].startSample, 19300);
+    EXPECT_EQ(found[0].startFrameCount, 5000);
     // With minSegmentFrames 10 the spacing is 10 frames (19,200), not 5: kept.
-    EXPECT_EQ(detect25(early, 200000, 10).size(), 2u);
+    EXPECT_EQ(segments(early, 200000, 10).size(), 2u);
     // A cut close to the end is absorbed into the final segment.
-    auto late = points25(20, 0, 19, 100);  // cut at 182,500 in a file of 200,000
-    auto lastSegments = detect25(late, 200000);
-    ASSERT_EQ(lastSegments.size(), 1u);
-    EXPECT_EQ(lastSegments[0].endSample, 200000);
+    const auto late = segments({run(100, 90, 0), run(182500, 9, 5000)}, 200000);
+    ASSERT_EQ(late.size(), 1u);
+    EXPECT_EQ(late[0].endSample, 200000);
     // A minimum far beyond any file keeps no boundary but the last: no segments.
-    EXPECT_TRUE(detect25(early, 200000, std::numeric_limits<std::int64_t>::max()).empty());
+    EXPECT_TRUE(segments(early, 200000, std::numeric_limits<std::int64_t>::max()).empty());
 }
 
-TEST(CutDetectionTest, ScanOfShortOrSilentAudioHasNoPoints) {
+// Takes recorded back to back on one roll, each libltc-encoded at its own
+// rate; the analysis must place every cut at libltc's first sample of the
+// take's first frame and read each take at its own rate.
+TEST(CutDetectionTest, TakesOfARollAreFoundAtTheirFirstFrameAtTheirOwnRate) {
+    struct Take {
+        FrameRatePreset preset;
+        Timecode start;
+        int frames;
+    };
+    const std::vector<Take> takes = {{FrameRatePreset::fps25, {10, 0, 0, 0, false}, 60},
+                                     {FrameRatePreset::fps29_97DF, {14, 31, 0, 2, true}, 75},
+                                     {FrameRatePreset::fps24, {1, 0, 0, 0, false}, 60}};
+    for (const std::int64_t sampleRate : {44100, 48000}) {
+        SCOPED_TRACE(sampleRate);
+        const std::int64_t leadIn = 1001;
+        std::vector<float> samples(static_cast<std::size_t>(leadIn), 0.0f);
+        std::vector<std::int64_t> takeStarts;
+        for (const Take& take : takes) {
+            const auto signal = testing::libltcSignal(testing::rateOf(take.preset), sampleRate,
+                                                      take.start, take.frames);
+            takeStarts.push_back(static_cast<std::int64_t>(samples.size()) +
+                                 signal.frameStarts.front());
+            samples.insert(samples.end(), signal.samples.begin(), signal.samples.end());
+        }
+        testing::TempDir dir;
+        const auto path = dir / "roll.wav";
+        writeFile(path, testing::makeFloat32(static_cast<std::uint32_t>(sampleRate), {samples}),
+                  WriteMode::replaceAtomically);
+
+        ProcessingOptions options;
+        options.frameRatePreset = FrameRatePreset::auto_;
+        std::int64_t lastDone = 0;
+        const CutDetection::CutAnalysis analysis =
+            CutDetection::analyze(path, std::nullopt, options, [&](const ProcessingProgress& p) {
+                EXPECT_GE(p.completedUnits, lastDone);
+                lastDone = p.completedUnits;
+            });
+        EXPECT_EQ(lastDone, static_cast<std::int64_t>(samples.size()));
+        ASSERT_EQ(analysis.segments.size(), takes.size());
+        for (std::size_t i = 0; i < takes.size(); ++i) {
+            SCOPED_TRACE(i);
+            const SegmentBoundary& s = analysis.segments[i];
+            const FrameRateConfig rate = testing::rateOf(takes[i].preset);
+            const double perFrame = static_cast<double>(sampleRate) *
+                                    static_cast<double>(rate.denominator) /
+                                    static_cast<double>(rate.numerator);
+            ASSERT_TRUE(s.rate.has_value());
+            EXPECT_EQ(s.rate->label, rate.label);
+            const std::int64_t first = TimecodeMath::frameCount(takes[i].start, rate);
+            if (i == 0) {
+                EXPECT_EQ(s.startSample, 0);
+                EXPECT_EQ(s.startFrameCount, first - 1);  // 1,001 samples is over half a frame
+            } else {
+                EXPECT_NEAR(static_cast<double>(s.startSample), takeStarts[i], 2.0);
+                EXPECT_EQ(s.startFrameCount, first);
+            }
+            // The exact position of the segment's first sample on the take's clock.
+            EXPECT_NEAR(*s.startSamplesSinceMidnight,
+                        static_cast<double>(first) * perFrame +
+                            static_cast<double>(s.startSample - takeStarts[i]),
+                        2.0);
+        }
+    }
+}
+
+TEST(CutDetectionTest, ScanOfSilenceHasNoRunsAndStopsWhenCancelled) {
+    testing::TempDir dir;
+    const auto path = dir / "silence.wav";
+    writeFile(path, testing::makeFloat32(48000, {std::vector<float>(3 * 48000, 0.0f)}),
+              WriteMode::replaceAtomically);
+    const WavReader reader(path);
+    std::int64_t lastDone = 0;
     EXPECT_TRUE(
-        CutDetection::scanTimeline(std::vector<float>(35999, 0.5f), 48000, std::nullopt).empty());
-    int progressCalls = 0;
-    auto points = CutDetection::scanTimeline(std::vector<float>(3 * 48000, 0.0f), 48000,
-                                             frameRateConfig(FrameRatePreset::fps25), {},
-                                             [&](std::int64_t done, std::int64_t total) {
-                                                 ++progressCalls;
-                                                 EXPECT_EQ(total, 3);  // blocks of 65,536
-                                                 EXPECT_EQ(done, progressCalls);
-                                             });
-    EXPECT_TRUE(points.empty());
-    EXPECT_EQ(progressCalls, 3);
+        CutDetection::scanRuns(reader, 0, kFps25, {}, [&](std::int64_t done, std::int64_t total) {
+            EXPECT_EQ(total, 3 * 48000);
+            lastDone = done;
+        }).empty());
+    EXPECT_EQ(lastDone, 3 * 48000);
     try {
-        CutDetection::scanTimeline(std::vector<float>(48000, 0.0f), 48000, std::nullopt,
-                                   [] { return true; });
+        CutDetection::scanRuns(reader, 0, std::nullopt, [] { return true; });
         ADD_FAILURE() << "expected cancellation";
     } catch (const ProcessingError& e) {
         EXPECT_EQ(e.message(), "Operation cancelled.");

@@ -360,6 +360,23 @@ TEST(StampProcessorTest, ARecordingAloneIsStampedFromItsOwnCode) {
         static_cast<std::uint64_t>(TimecodeMath::frameCount({14, 30, 0, 0, false}, fps25)) * 1920);
     EXPECT_EQ(testing::sndfileTimeReference(out / report.outputFiles[0]),
               testing::expectedStart({10, 0, 0, 0, false}, 1000, fps25).timeReference);
+
+    // In sample mode each segment's TimeReference is its first sample exactly:
+    // 1,000 samples before 10:00:00:00 (not the whole frame the frame mode
+    // steps back), and the second take's first frame.
+    TempDir exact;
+    cut.outputFolder = exact.path();
+    cut.timeReferenceMode = TimeReferenceMode::sample;
+    const ProcessingReport sampled = StampProcessor().run(describeAll({roll}), std::nullopt, cut);
+    ASSERT_EQ(sampled.outputFiles.size(), 2u);
+    const double tenOClock =
+        static_cast<double>(TimecodeMath::frameCount({10, 0, 0, 0, false}, fps25)) * 1920;
+    const double halfPast =
+        static_cast<double>(TimecodeMath::frameCount({14, 30, 0, 0, false}, fps25)) * 1920;
+    EXPECT_NEAR(static_cast<double>(*testing::sndfileTimeReference(exact / sampled.outputFiles[0])),
+                tenOClock - 1000, 2.0);
+    EXPECT_NEAR(static_cast<double>(*testing::sndfileTimeReference(exact / sampled.outputFiles[1])),
+                halfPast, 2.0);
 }
 
 TEST(StampProcessorTest, SampleTimeReferenceIsTheExactFirstSample) {
@@ -392,23 +409,6 @@ TEST(StampProcessorTest, SampleTimeReferenceIsTheExactFirstSample) {
                         1.0);
         }
     }
-}
-
-TEST(StampProcessorTest, SegmentStartsStepFromTheNearestAnchor) {
-    const FrameRateConfig ndf = testing::rateOf(FrameRatePreset::fps29_97NDF);
-    const std::vector<LTCTimelinePoint> anchors = {{0, {}, 1000}, {20000, {}, 2000}};
-    EXPECT_EQ(JobExecutor::anchoredFrameCount({}, 500, 48000, ndf), std::nullopt);
-    // 12,012 samples is 7.5 frames of 1,601.6 samples, but taken as 1001 / 30000
-    // x 48000 the frame is a hair longer and the distance rounds down to 7.
-    EXPECT_EQ(JobExecutor::anchoredFrameCount(anchors, 12012, 48000, ndf), 2000 - 5);
-    EXPECT_EQ(JobExecutor::anchoredFrameCount({anchors[0]}, 12012, 48000, ndf), 1007);
-    // Equal distance to both anchors: the earlier one.
-    EXPECT_EQ(JobExecutor::anchoredFrameCount(anchors, 10000, 48000, ndf),
-              1000 + 6);  // 10,000 / 1,601.6 = 6.24
-    // Before the first anchor the count steps back, halves away from zero.
-    const FrameRateConfig fps25 = testing::rateOf(FrameRatePreset::fps25);
-    EXPECT_EQ(JobExecutor::anchoredFrameCount({{1920, {}, 50}}, 960, 48000, fps25), 50 - 1);
-    EXPECT_EQ(JobExecutor::anchoredFrameCount({{1920, {}, 50}}, 961, 48000, fps25), 50);
 }
 
 }  // namespace
