@@ -1,4 +1,6 @@
-// norvane decode: read the LTC of a WAV file, once or window by window.
+// norvane decode: read the LTC of a WAV file, its start or every run of it.
+// The file is streamed from disk: the start decode reads only until its answer
+// is certain, the timeline reads the chosen channel once, block by block.
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -11,8 +13,9 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/cli_common.h"
-#include "core/audio/wav_file.h"
+#include "core/audio/wav_reader.h"
 #include "core/common/error.h"
+#include "core/stamp/ltc_source.h"
 #include "core/timecode/ltc_decoder.h"
 #include "core/timecode/ltc_stream_decode.h"
 
@@ -31,25 +34,13 @@ struct DecodeOptions {
 };
 
 // The decode of one channel, or the decoder's error.
-struct ChannelDecode {
+struct DecodedChannel {
     int channel = 0;  // 1-based
     std::optional<LTCDecodeResult> result;
     std::optional<LTCDecodeError> error;
 };
 
-ChannelDecode decodeChannel(const std::vector<float>& samples, std::int64_t sampleRate,
-                            const std::optional<FrameRateConfig>& rate, int channel) {
-    ChannelDecode d;
-    d.channel = channel;
-    try {
-        d.result = LTCDecoder::decode(samples, sampleRate, rate);
-    } catch (const LTCDecodeError& e) {
-        d.error = e;
-    }
-    return d;
-}
-
-nlohmann::ordered_json resultJSON(const ChannelDecode& d) {
+nlohmann::ordered_json resultJSON(const DecodedChannel& d) {
     nlohmann::ordered_json j;
     j["channel"] = d.channel;
     if (d.result) {
@@ -68,7 +59,7 @@ nlohmann::ordered_json resultJSON(const ChannelDecode& d) {
     return j;
 }
 
-std::string resultText(const ChannelDecode& d) {
+std::string resultText(const DecodedChannel& d) {
     if (!d.result) {
         return fmt::format("channel: {}\nerror: {}\n", d.channel,
                            d.error ? d.error->message() : std::string());
@@ -138,88 +129,72 @@ int run(const DecodeOptions& o) {
     const std::optional<FrameRateConfig> rate = frameRateConfig(*preset);
     routeDiagnostics();
 
-    const WAVFile file{std::filesystem::path(o.file)};
+    const WavReader file{std::filesystem::path(o.file)};
     const int channels = file.fmt().channelCount;
     const auto sampleRate = static_cast<std::int64_t>(file.fmt().sampleRate);
     if (o.channel && (*o.channel < 1 || *o.channel > channels)) {
         return printError(fmt::format("channel {} does not exist; the file has {} channel(s)",
                                       *o.channel, channels));
     }
-    auto channelSamples = [&](int channel) {
-        std::vector<float> samples = file.samples(channel - 1);
-        if (samples.empty() && file.frameCount() > 0) {
-            throw Error(fmt::format("the samples of this file cannot be read ({}-bit, format {})",
-                                    file.fmt().bitsPerSample, file.fmt().audioFormat));
-        }
-        return samples;
-    };
+    if (file.frameCount() > 0 && !file.canReadSamples(o.channel.value_or(1) - 1)) {
+        throw Error(fmt::format("the samples of this file cannot be read ({}-bit, format {})",
+                                file.fmt().bitsPerSample, file.fmt().audioFormat));
+    }
 
-    // The chosen channel, or the most confident one (the lowest on a tie).
-    std::optional<ChannelDecode> best;
-    std::optional<LTCDecodeError> firstError;
-    const int firstChannel = o.channel.value_or(1);
-    const int lastChannel = o.channel.value_or(channels);
-    for (int c = firstChannel; c <= lastChannel; ++c) {
-        ChannelDecode d = decodeChannel(channelSamples(c), sampleRate, rate, c);
-        if (d.result) {
-            if (!best || !best->result || d.result->confidence > best->result->confidence) {
-                best = d;
-            }
-        } else {
-            // "Could not decode" says more than "silent" when channels differ.
-            if (!firstError || d.error->kind() == LTCDecodeError::Kind::noFrameDetected) {
-                firstError = d.error;
-            }
-            if (!best) {
-                best = d;
-            }
-        }
-    }
-    if (!best) {
-        return printError(LTCDecodeError::description(LTCDecodeError::Kind::noSignal));
-    }
-    if (!best->result && firstError) {
-        best->error = firstError;
+    // The chosen channel, or the most confident one (the lowest on a tie),
+    // each read only until its start is certain.
+    const std::optional<std::int64_t> channel =
+        o.channel ? std::optional<std::int64_t>(*o.channel - 1) : std::nullopt;
+    DecodedChannel best;
+    try {
+        const ChannelDecode decoded = decodeFileLTC(file, channel, rate);
+        best.channel = static_cast<int>(decoded.channelIndex) + 1;
+        best.result = decoded.result;
+    } catch (const LTCDecodeError& e) {
+        best.error = e;
     }
 
     if (!o.timeline) {
-        if (!best->result) {
-            return printError(best->error->message());
+        if (!best.result) {
+            return printError(best.error->message());
         }
         if (o.json) {
-            std::cout << resultJSON(*best).dump(2, ' ', false,
-                                                nlohmann::json::error_handler_t::replace)
+            std::cout << resultJSON(best).dump(2, ' ', false,
+                                               nlohmann::json::error_handler_t::replace)
                       << std::endl;
         } else {
-            std::cout << resultText(*best);
+            std::cout << resultText(best);
         }
         return kExitOk;
     }
+    if (!best.result) {
+        best.channel = static_cast<int>(chooseLTCChannel(file, channel, rate)) + 1;
+    }
 
     // The runs of the whole channel: frames that follow one another and count on
-    // by one, each with its own measured rate under Auto, fed in blocks of a
-    // second so the progress moves.
-    const std::vector<float> samples = channelSamples(best->channel);
+    // by one, each with its own measured rate under Auto, streamed block by block.
     ProgressBar bar(!o.json);
     LTCRunScanner scanner(sampleRate, rate);
-    const auto block = static_cast<std::size_t>(std::max<std::int64_t>(sampleRate, 1));
-    for (std::size_t at = 0; at < samples.size(); at += block) {
-        const std::size_t n = std::min(block, samples.size() - at);
-        scanner.push(std::span<const float>(samples).subspan(at, n), static_cast<std::int64_t>(at));
-        bar.update(static_cast<double>(at + n) / static_cast<double>(samples.size()),
-                   fmt::format("{:.0f} s of {:.0f} s", static_cast<double>(at + n) / sampleRate,
-                               static_cast<double>(samples.size()) / sampleRate));
-    }
+    const double total = static_cast<double>(std::max<std::int64_t>(file.frameCount(), 1));
+    const double perSecond = static_cast<double>(std::max<std::int64_t>(sampleRate, 1));
+    file.forEachChannelBlock(best.channel - 1, [&](std::span<const float> block,
+                                                   std::int64_t first) {
+        scanner.push(block, first);
+        const auto done = static_cast<double>(first + static_cast<std::int64_t>(block.size()));
+        bar.update(done / total, fmt::format("{:.0f} s of {:.0f} s", done / perSecond,
+                                             static_cast<double>(file.frameCount()) / perSecond));
+        return true;
+    });
     bar.finish();
     const std::vector<LTCRun> runs = scanner.finish();
     const auto spacing = std::max<std::int64_t>(static_cast<std::int64_t>(sampleRate * o.hop), 1);
     const std::vector<LTCTimelinePoint> points = timelinePoints(runs, spacing);
-    if (!best->result && runs.empty()) {
-        return printError(best->error->message());
+    if (!best.result && runs.empty()) {
+        return printError(best.error->message());
     }
 
     if (o.json) {
-        nlohmann::ordered_json j = resultJSON(*best);
+        nlohmann::ordered_json j = resultJSON(best);
         j["runs"] = nlohmann::ordered_json::array();
         for (const LTCRun& r : runs) {
             j["runs"].push_back(runJSON(r));
@@ -232,7 +207,7 @@ int run(const DecodeOptions& o) {
         }
         std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
     } else {
-        std::cout << resultText(*best);
+        std::cout << resultText(best);
         std::cout << fmt::format("runs: {}\n", runs.size());
         for (std::size_t i = 0; i < runs.size(); ++i) {
             if (i > 0) {
