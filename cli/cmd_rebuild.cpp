@@ -114,17 +114,18 @@ Json analysisJSON(const ResolveRebuildAnalysis& analysis) {
 Json inputsJSON(const std::vector<TimelineRebuildDetectedAudioInput>& rows) {
     Json out = Json::array();
     for (const auto& row : rows) {
-        out.push_back({{"name", row.name},
-                       {"sourceURL", row.sourceURL.string()},
-                       {"eventOrder", row.eventOrder},
-                       {"eventTimecode", row.eventTimecode},
-                       {"durationSeconds", row.durationSeconds},
-                       {"trackKey", row.trackKey},
-                       {"timecodeProvenance", label(row.timecodeProvenance)},
-                       {"trackProvenance", label(row.trackProvenance)},
-                       {"namingRule", row.namingRule},
-                       {"usedFallback", row.usedFallback},
-                       {"sourceMediaStart", row.sourceMediaStart.text()}});
+        out.push_back(
+            {{"name", row.name},
+             {"sourceURL", row.sourceURL.string()},
+             {"eventOrder", row.eventOrder == kNoEventIndex ? Json() : Json(row.eventOrder)},
+             {"eventTimecode", row.eventTimecode},
+             {"durationSeconds", row.durationSeconds},
+             {"trackKey", row.trackKey},
+             {"timecodeProvenance", label(row.timecodeProvenance)},
+             {"trackProvenance", label(row.trackProvenance)},
+             {"namingRule", row.namingRule},
+             {"usedFallback", row.usedFallback},
+             {"sourceMediaStart", row.sourceMediaStart.text()}});
     }
     return out;
 }

@@ -313,7 +313,10 @@ void TimelineRebuildWorkflow::publishScan(
             {QStringLiteral("id"), toQString(row.id)},
             {QStringLiteral("name"), toQString(row.name)},
             {QStringLiteral("sourceURL"), toQString(row.sourceURL)},
-            {QStringLiteral("eventOrder"), static_cast<qint64>(row.eventOrder)},
+            // A name without an event index has no order to show.
+            {QStringLiteral("eventOrder"), row.eventOrder == kNoEventIndex
+                                               ? QVariant()
+                                               : QVariant(static_cast<qint64>(row.eventOrder))},
             {QStringLiteral("eventTimecode"), toQString(row.eventTimecode)},
             {QStringLiteral("durationSeconds"), row.durationSeconds},
             {QStringLiteral("frameCount"), static_cast<qint64>(row.frameCount)},
@@ -324,7 +327,7 @@ void TimelineRebuildWorkflow::publishScan(
             {QStringLiteral("trackProvenance"), toQString(label(row.trackProvenance))},
             {QStringLiteral("namingRule"), toQString(row.namingRule)},
             {QStringLiteral("usedFallback"), row.usedFallback}});
-        events[row.eventOrder].push_back(&row);
+        events[row.eventOrder].push_back(&row);  // no index: the "No event index" group
     }
     QVariantList eventRows;
     QVariantList preview;

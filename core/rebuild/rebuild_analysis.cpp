@@ -192,10 +192,14 @@ RebuildPlan planRebuild(const SourceContext& context,
         analysis.multicamName = mc->multicam.name;
     }
 
-    // Events in ascending index; files keep their input order inside.
+    // Events in ascending index; files keep their input order inside. A file
+    // whose name holds no event index belongs to no event (validation names
+    // it as an error).
     std::map<std::int64_t, std::vector<std::size_t>> byEvent;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
-        byEvent[inputs[i].eventOrder].push_back(i);
+        if (inputs[i].eventOrder != kNoEventIndex) {
+            byEvent[inputs[i].eventOrder].push_back(i);
+        }
     }
 
     // Duplicates: the first file of an event/track pair is kept.

@@ -339,6 +339,26 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
         EXPECT_EQ(st.st_mode & 0777, 0600u) << entry.path();
     }
 
+    // rebuild --json into a folder whose name is not UTF-8; a synced file whose
+    // name is not UTF-8 and holds no event index is named as such, never as
+    // an event numbered by a sentinel
+    r = runCommand(cli(dir) + " demo " + quoted(dir / "d"));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const fs::path rb = dir / "d" / "rebuild";
+    const std::string rebuild = cli(dir) + " rebuild --json --source-xml " +
+                                quoted(rb / "source_timeline.fcpxml") + " --stereo-mix " +
+                                quoted(rb / "stereo_mix.wav") + " --synced " +
+                                quoted(rb / "synced") + " -o ";
+    fs::create_directories(dir / "out\xff");
+    r = runCommand(rebuild + quoted(dir / "out\xff"));
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(nlohmann::json::accept(r.out)) << r.out;
+    fs::copy_file(rb / "synced" / *names(rb / "synced").begin(), rb / "synced" / "take\xff.wav");
+    r = runCommand(rebuild + quoted(dir / "out2"));
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_THAT(r.out + r.err, HasSubstr("1 synced clips are missing an incremental event index"));
+    EXPECT_THAT(r.out + r.err, ::testing::Not(HasSubstr("9223372036854775807")));
+
     // the CSV log of a stamp whose source name is not UTF-8
     r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "ltc\xff.wav") +
                    " --start 10:00:00:00 --fps 25 --seconds 1");
@@ -408,6 +428,8 @@ TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
 
     fs::remove(in / "pipe.wav");
     EXPECT_EQ(snapshot(in), before);
+    r = runCommand("timeout 60 env " + cli(dir) + " info /dev/zero");
+    EXPECT_THAT(r.err, HasSubstr("Not a regular file"));
 }
 
 // A log that cannot be written after the outputs were (here: the file size
