@@ -1,5 +1,6 @@
 #include "app/gui/rebuild_screen.h"
 
+#include <QApplication>
 #include <QButtonGroup>
 #include <QComboBox>
 #include <QDir>
@@ -735,6 +736,18 @@ void RebuildScreen::refreshBusy() {
         cancel_->setText("Cancel");
     }
     cancel_->setEnabled(busy && !cancelling_);
+    // A run disables the button that started it, and Qt hands the focus on
+    // down the chain, out of the screen to "‹ Home". The focus waits on Cancel
+    // and comes back to the step's own buttons when the run is done.
+    QWidget* focus = QApplication::focusWidget();
+    if (isVisible() && (focus == nullptr || !isAncestorOf(focus) || !focus->isEnabled())) {
+        QWidget* target = busy                  ? static_cast<QWidget*>(cancel_)
+                          : build_->isEnabled() ? static_cast<QWidget*>(build_)
+                                                : validate_;
+        if (target->isEnabled()) {
+            target->setFocus(Qt::OtherFocusReason);
+        }
+    }
 }
 
 void RebuildScreen::addFilesFromPicker() {

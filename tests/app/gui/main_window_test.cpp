@@ -15,8 +15,11 @@
 
 #include "app/gui/home_screen.h"
 #include "app/gui/poly_split_screen.h"
+#include "app/gui/rebuild_screen.h"
+#include "app/gui/screenshot_mode.h"
 #include "app/gui/ui_hooks.h"
 #include "app/viewmodels/app_view_model.h"
+#include "app/viewmodels/timeline_rebuild_workflow.h"
 #include "tests/app/gui/gui_test_support.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
@@ -80,6 +83,26 @@ TEST_F(MainWindowTest, ScreenShortcutsReachTheScreenOnShow) {
     ASSERT_TRUE(window.polySplitScreen()->isAncestorOf(focus));
     QTest::keyClick(focus, Qt::Key_Return, Qt::ControlModifier);
     EXPECT_EQ(viewModel.polySplit()->polySplitStatusMessage(), "Add at least one WAV file.");
+}
+
+// Validate disables its own button while it runs; when it is done the focus
+// is on the rebuild's controls, not on the way out ("‹ Home").
+TEST_F(MainWindowTest, AfterValidateTheFocusStaysOnTheRebuild) {
+    const QString root = QString::fromStdString(dir.path().string());
+    ASSERT_EQ(writeDemoInputs(root), "");
+    window.showArea("timelineRebuild");
+    window.activateWindow();
+    RebuildScreen* screen = window.rebuildScreen();
+    screen->routeDroppedPaths({root + "/rebuild/source.fcpxml", root + "/rebuild/stereo_mix.wav",
+                               root + "/rebuild/synced", root + "/out/rebuild"});
+    screen->validateButton()->setFocus();
+    screen->validateButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !viewModel.timelineRebuild()->isBusy(); }, 30000));
+    QApplication::processEvents();
+    QWidget* focus = QApplication::focusWidget();
+    ASSERT_NE(focus, nullptr);
+    EXPECT_NE(focus, window.backButton());
+    EXPECT_TRUE(screen->isAncestorOf(focus)) << focus->objectName().toStdString();
 }
 
 TEST_F(MainWindowTest, MenusAddFilesRunTheScreensActionAndExplainTheApp) {
