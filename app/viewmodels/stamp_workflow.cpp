@@ -341,13 +341,7 @@ void StampWorkflow::readIngestedFile(IngestedFile& ingested, FrameRatePreset pre
         // The header and metadata chunks only: a long take's audio is not read.
         const WavReader reader(path);
         const WAVFile file = WAVFile::headersOf(reader);
-        FileDescriptor descriptor;
-        descriptor.id = makeUUID();
-        descriptor.url = path;
-        descriptor.sampleRate = file.fmt().sampleRate;
-        descriptor.channels = file.fmt().channelCount;
-        descriptor.frameCount = file.frameCount();
-        descriptor.durationSeconds = file.duration();
+        FileDescriptor descriptor = StampProcessor::describeFile(reader);
         QVariantMap row;
         row.insert(QStringLiteral("fileName"), toQString(path.filename().string()));
         row.insert(QStringLiteral("path"), toQString(path));

@@ -161,10 +161,13 @@ std::string csvLogName(std::chrono::system_clock::time_point time) {
 }
 
 FileDescriptor StampProcessor::describeFile(const fs::path& url) {
-    const WavReader wav(url);  // the header only
+    return describeFile(WavReader(url));  // the header only
+}
+
+FileDescriptor StampProcessor::describeFile(const WavReader& wav) {
     FileDescriptor file;
     file.id = makeUUID();
-    file.url = url;
+    file.url = wav.path();
     file.sampleRate = wav.fmt().sampleRate;
     file.channels = wav.fmt().channelCount;
     file.frameCount = wav.frameCount();

@@ -72,6 +72,8 @@ class StampProcessor {
     // A FileDescriptor for an ingested file (fresh id); throws the WAV
     // reader's errors.
     static FileDescriptor describeFile(const std::filesystem::path& url);
+    // The same from a reader already open on the file.
+    static FileDescriptor describeFile(const WavReader& wav);
 
     // Grouping preview and cut analysis, as the run does them.
     static std::map<std::string, std::vector<FileDescriptor>> groupFiles(
