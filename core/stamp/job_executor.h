@@ -92,8 +92,8 @@ JobExecution execute(const ProcessingJob& job, const ProcessingOptions& options,
                      const OutputBytesProgress& outputBytes = {});
 
 // Renders every segment job (all of one LTC file), each stamped with the rate,
-// start and exact position its segment carries from the cut scan. A job that fails is reported as failed
-// and the others go on; the LTC decode, low confidence and cancellation end it.
+// start and exact position its segment carries from the cut scan. A job that fails is reported as
+// failed and the others go on; the LTC decode, low confidence and cancellation end it.
 CutExecution executeCutJobs(const std::vector<ProcessingJob>& jobs,
                             const ProcessingOptions& options,
                             const std::optional<FrameRateConfig>& votedRate,

@@ -40,7 +40,7 @@ TEST(ProcessingModelTest, ConfigRecordsRoundTrip) {
     EXPECT_EQ(json(naming).dump(), R"({"suffix":"","collisionBehavior":"Keep Both"})");
     SegmentBoundary unanchored{10, 20, 2, std::nullopt, std::nullopt, std::nullopt};
     EXPECT_EQ(json(unanchored).get<SegmentBoundary>(), unanchored);
-    SegmentBoundary anchored{0, 48000, 1, 90000, *frameRateConfig(FrameRatePreset::fps29_97DF),
+    SegmentBoundary anchored{0,     48000, 1, 90000, *frameRateConfig(FrameRatePreset::fps29_97DF),
                              1234.5};
     EXPECT_EQ(json(anchored).get<SegmentBoundary>(), anchored);
     EXPECT_THROW(json({{"minSegmentFrames", 1}}).get<CutDetectConfig>(), nlohmann::json::exception);
