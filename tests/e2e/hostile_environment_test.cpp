@@ -85,6 +85,22 @@ ByteBuffer smallPoly(int channels, std::int64_t frames = 480) {
     return testing::makeWav(recipe);
 }
 
+// Stamps s1/boom.wav and s2/boom.wav (1000 and 2000 frames, one target name)
+// from a second of LTC into dir/st under `collision`.
+testing::CommandResult stampTwoBooms(const testing::TempDir& dir, const std::string& collision) {
+    fs::create_directories(dir / "s1");
+    fs::create_directories(dir / "s2");
+    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "s1/ltc.wav") +
+                        " --start 10:00:00:00 --fps 25 --seconds 1");
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
+    testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
+    return runCommand(cli(dir) + " stamp --json " + quoted(dir / "s1/boom.wav") + " " +
+                      quoted(dir / "s2/boom.wav") + " " + quoted(dir / "s1/ltc.wav") + " --ltc " +
+                      quoted(dir / "s1/ltc.wav") + " --fps 25 --collision " + collision + " -o " +
+                      quoted(dir / "st"));
+}
+
 // Starts `command` in the background, waits until a hidden temporary file
 // appears in `watched` (the run is writing), sends `signal`, and prints the
 // command's exit status.
@@ -241,17 +257,7 @@ TEST(HostileEnvironmentTest, NamesAreUniqueAcrossTheRun) {
         EXPECT_EQ(fs::file_size(out / "Take1 (2) (2)_CH01.wav"), 44u + 600u);
     }
 
-    fs::create_directories(dir / "s1");
-    fs::create_directories(dir / "s2");
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "s1/ltc.wav") +
-                        " --start 10:00:00:00 --fps 25 --seconds 1");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
-    testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
-    r = runCommand(cli(dir) + " stamp --json " + quoted(dir / "s1/boom.wav") + " " +
-                   quoted(dir / "s2/boom.wav") + " " + quoted(dir / "s1/ltc.wav") + " --ltc " +
-                   quoted(dir / "s1/ltc.wav") + " --fps 25 --collision overwrite -o " +
-                   quoted(dir / "st"));
+    const auto r = stampTwoBooms(dir, "overwrite");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const auto report = nlohmann::json::parse(r.out);
     EXPECT_EQ(report["outputFiles"], nlohmann::json({"boom_tc.wav", "boom_tc_2.wav"}));
@@ -262,17 +268,7 @@ TEST(HostileEnvironmentTest, NamesAreUniqueAcrossTheRun) {
 // agree: under ask the second of two same-named targets fails the job.
 TEST(HostileEnvironmentTest, AFailedJobLeavesNoOutputs) {
     testing::TempDir dir;
-    fs::create_directories(dir / "s1");
-    fs::create_directories(dir / "s2");
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "s1/ltc.wav") +
-                        " --start 10:00:00:00 --fps 25 --seconds 1");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
-    testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
-    r = runCommand(cli(dir) + " stamp --json " + quoted(dir / "s1/boom.wav") + " " +
-                   quoted(dir / "s2/boom.wav") + " " + quoted(dir / "s1/ltc.wav") + " --ltc " +
-                   quoted(dir / "s1/ltc.wav") + " --fps 25 --collision ask -o " +
-                   quoted(dir / "st"));
+    const auto r = stampTwoBooms(dir, "ask");
     EXPECT_EQ(r.exitCode, 1) << r.err;
     const auto report = nlohmann::json::parse(r.out);
     EXPECT_TRUE(report["outputFiles"].empty());
