@@ -102,8 +102,7 @@ TEST(LTCRecordingTest, OddDataGetsItsPadByte) {
     EXPECT_EQ(testing::openWithSndfile(path).frames, 24001);
 }
 
-TEST(LTCRecordingTest, BadOptionsAndExistingFilesAreRefused) {
-    testing::TempDir dir;
+TEST(LTCRecordingTest, BadOptionsAreRefused) {
     LTCRecordingOptions options;
     options.rate = *frameRateConfig(FrameRatePreset::fps25);
     options.seconds = 0.5;
@@ -117,24 +116,14 @@ TEST(LTCRecordingTest, BadOptionsAndExistingFilesAreRefused) {
     EXPECT_THAT(
         [&] { buildLTCRecording(options); },
         ::testing::ThrowsMessage<LTCRecordingError>("A jump at 0.7 s lies outside the recording."));
-    options.jumps.clear();
     // A day of 2 channels at 96 kHz would not fit a RIFF file.
     LTCRecordingOptions huge = options;
+    huge.jumps.clear();
     huge.seconds = 86400;
-    huge.channels = 2;
     huge.sampleRate = 96000;
     EXPECT_THAT(
         [&] { buildLTCRecording(huge); },
         ::testing::ThrowsMessage<RIFFWriteError>("Output would exceed the 4 GiB WAV size limit."));
-
-    const auto path = dir / "existing.wav";
-    writeLTCRecording(path, options);
-    const auto size = std::filesystem::file_size(path);
-    options.seconds = 1.0;
-    EXPECT_THROW(writeLTCRecording(path, options), std::filesystem::filesystem_error);
-    EXPECT_EQ(std::filesystem::file_size(path), size);
-    writeLTCRecording(path, options, true);
-    EXPECT_GT(std::filesystem::file_size(path), size);
 }
 
 }  // namespace

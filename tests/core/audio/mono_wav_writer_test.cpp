@@ -2,14 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/core/audio/sndfile_check.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
 namespace norvane {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::WavSpec;
 
 std::string buildError(const ByteBuffer& source, int channel) {
@@ -25,6 +23,7 @@ TEST(MonoWAVWriterTest, ExtractsOneChannelWithAPlainHeader) {
     WavSpec recipe;
     recipe.sampleRate = 44100;
     recipe.data = testing::interleavePcm(16, {{0x0A0A, 0x0B0B, 0x0C0C}, {0x1A1A, 0x1B1B, 0x1C1C}});
+    recipe.data->insert(recipe.data->end(), {9, 9});  // a trailing partial frame is dropped
     recipe.beforeData = {{"bext", testing::makeBextPayload(99)}, {"LIST", ByteBuffer(4, 'x')}};
     const ByteBuffer out = MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(recipe)), 1);
     const auto chunks = testing::listChunks(out);
@@ -91,43 +90,6 @@ TEST(MonoWAVWriterTest, RefusedSourcesHaveTheirMessages) {
     badFloatBlock.data = ByteBuffer(8, 0);
     EXPECT_EQ(buildError(testing::makeWav(badFloatBlock), 1),
               "WAV block alignment does not match channel count and bit depth.");
-}
-
-TEST(MonoWAVWriterTest, TrailingPartialFrameIsDropped) {
-    WavSpec recipe;
-    recipe.data = ByteBuffer{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};  // 2 frames + 2 bytes
-    const auto chunks =
-        testing::listChunks(MonoWAVWriter::build(WAVFile::fromBytes(testing::makeWav(recipe)), 0));
-    EXPECT_EQ(chunks[1].payload, (ByteBuffer{1, 2, 5, 6}));
-}
-
-TEST(MonoWAVWriterTest, EveryChannelMatchesLibsndfile) {
-    testing::TempDir dir;
-    const std::vector<std::vector<float>> audio = {
-        {0.5f, -0.5f, 0.25f}, {0.1f, 0.2f, 0.3f}, {-0.9f, 0.9f, 0.0f}};
-    struct Case {
-        ByteBuffer bytes;
-        int subtype;
-    };
-    std::vector<Case> cases = {{testing::makePcm16(48000, audio), SF_FORMAT_PCM_16},
-                               {testing::makePcm(24, 48000, audio), SF_FORMAT_PCM_24},
-                               {testing::makePcm(32, 48000, audio), SF_FORMAT_PCM_32},
-                               {testing::makeFloat32(48000, audio), SF_FORMAT_FLOAT}};
-    int n = 0;
-    for (const Case& c : cases) {
-        WAVFile source = WAVFile::fromBytes(c.bytes);
-        for (int ch = 0; ch < 3; ++ch) {
-            const fs::path out = dir / ("m" + std::to_string(n++) + ".wav");
-            MonoWAVWriter::write(source, ch, out, false);
-            const auto view = testing::openWithSndfile(out);
-            ASSERT_TRUE(view.opened) << out;
-            EXPECT_EQ(view.frames, 3);
-            EXPECT_EQ(view.format, SF_FORMAT_WAV | c.subtype);
-            for (std::size_t f = 0; f < 3; ++f) {
-                EXPECT_NEAR(view.samples[f], audio[static_cast<std::size_t>(ch)][f], 1e-4);
-            }
-        }
-    }
 }
 
 }  // namespace

@@ -1,10 +1,16 @@
 #pragma once
 
-// What libsndfile sees in a file we wrote: an independent reader.
+// What libsndfile sees in a file we wrote: an independent reader; and the
+// sparse files that stand in for recordings past 4 GiB.
+#include <fcntl.h>
 #include <sndfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <vector>
+
+#include "core/common/bytes.h"
 
 namespace norvane::testing {
 
@@ -33,6 +39,21 @@ inline SndfileView openWithSndfile(const std::filesystem::path& path) {
     sf_read_double(file, view.samples.data(), info.frames * info.channels);
     sf_close(file);
     return view;
+}
+
+// Creates a sparse file of `size` bytes beginning with `head`; false when the
+// file system would have to write the holes (the caller skips then).
+inline bool makeSparse(const std::filesystem::path& path, ByteView head, std::uint64_t size) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0) {
+        return false;
+    }
+    bool ok = ::write(fd, head.data(), head.size()) == static_cast<ssize_t>(head.size()) &&
+              ::ftruncate(fd, static_cast<off_t>(size)) == 0;
+    struct stat st {};
+    ok = ok && ::fstat(fd, &st) == 0 && static_cast<std::uint64_t>(st.st_blocks) * 512 < size / 2;
+    ::close(fd);
+    return ok;
 }
 
 }  // namespace norvane::testing

@@ -1,8 +1,6 @@
 #include "core/audio/wav_reader.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -224,26 +222,11 @@ TEST(WavReaderTest, ReadsRF64InMemoryAndAgreesWithLibsndfile) {
     }
 }
 
-// Creates a sparse file of `size` bytes beginning with `head`; false when the
-// file system would have to write the holes.
-bool makeSparse(const std::filesystem::path& path, const ByteBuffer& head, std::uint64_t size) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0) {
-        return false;
-    }
-    bool ok = ::write(fd, head.data(), head.size()) == static_cast<ssize_t>(head.size()) &&
-              ::ftruncate(fd, static_cast<off_t>(size)) == 0;
-    struct stat st {};
-    ok = ok && ::fstat(fd, &st) == 0 && static_cast<std::uint64_t>(st.st_blocks) * 512 < size / 2;
-    ::close(fd);
-    return ok;
-}
-
 TEST(WavReaderTest, ReadsFilesBeyond4GiBWithoutLoadingThem) {
     testing::TempDir dir;
     const std::uint64_t dataSize = 4800000000ull;  // 8 ch x 24 bit: 200 M frames
     const ByteBuffer head = rf64Header(dataSize, 8, 24);
-    if (!makeSparse(dir / "big.wav", head, head.size() + dataSize)) {
+    if (!testing::makeSparse(dir / "big.wav", head, head.size() + dataSize)) {
         GTEST_SKIP() << "the temporary folder's file system does not keep sparse files";
     }
     const WavReader reader(dir / "big.wav");
@@ -266,7 +249,7 @@ TEST(WavReaderTest, ReadsFilesBeyond4GiBWithoutLoadingThem) {
     recipe.bits = 24;
     recipe.dataDeclaredSize = 0xFFFFFFFF;
     const ByteBuffer riffHead = makeWav(recipe);
-    ASSERT_TRUE(makeSparse(dir / "cut.wav", riffHead, riffHead.size() + dataSize + 5));
+    ASSERT_TRUE(testing::makeSparse(dir / "cut.wav", riffHead, riffHead.size() + dataSize + 5));
     const WavReader cut(dir / "cut.wav");
     EXPECT_TRUE(cut.dataCutOff());
     EXPECT_EQ(cut.frameCount(), 200000000);
