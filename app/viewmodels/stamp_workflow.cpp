@@ -122,7 +122,8 @@ StampWorkflow::StampWorkflow(const AppSettingsStore& settings, CancellationToken
       processTask_(this),
       probeTask_(this),
       healthTask_(this),
-      ingestTask_(this) {
+      ingestTask_(this),
+      groupDecodeTask_(this) {
     defaultOutputFolder_ = outputFolder_;
 }
 
@@ -888,6 +889,9 @@ void StampWorkflow::clearFiles() {
     assign(isIngesting_, false, &StampWorkflow::isIngestingChanged);
     descriptors_.clear();
     userGroupLTC_.clear();
+    groupDecodeTask_.discard();
+    decodingGroupsKey_.clear();
+    decodedGroupLTC_.clear();
     assign(files_, QVariantList{}, &StampWorkflow::filesChanged);
     assign(ignoredFiles_, QStringList{}, &StampWorkflow::ignoredFilesChanged);
     assign(selectedLTCFile_, QString{}, &StampWorkflow::selectedLTCFileChanged);
@@ -974,6 +978,7 @@ void StampWorkflow::refreshGroupingPreview() {
         rows.append(toQString(describeError(error)));
     }
     const bool grouped = options.mode == ProcessingMode::groupedBatch;
+    std::vector<GroupDecode> pendingDecodes;
     std::int64_t largestGroup = 0;
     std::int64_t commonChannels = 0;
     // Groups are shown by the take they come from, in file-browser order
@@ -1026,6 +1031,7 @@ void StampWorkflow::refreshGroupingPreview() {
             channelIndex = Grouping::clampedChannelIndex(overrideIt->toLongLong(), channels);
         }
         std::optional<fs::path> ltc;
+        bool decoding = false;
         // The member whose signal decodes best, from the ingest probes.
         std::optional<fs::path> probed;
         int probedChannel = 0;
@@ -1047,12 +1053,20 @@ void StampWorkflow::refreshGroupingPreview() {
         } else if (probed) {
             ltc = probed;
         } else if (grouped) {
-            // Resolving decodes the group's files; only worth it in grouped mode.
-            try {
-                ltc = Grouping::resolveGroupLTCFile(members, channelIndex,
-                                                    frameRateConfig(options.frameRatePreset));
-            } catch (const std::exception&) {
-                ltc.reset();
+            // Resolving decodes the group's files (only worth it in grouped
+            // mode), which takes long on long takes: it runs off the main
+            // thread and the preview is shown again when it is done.
+            std::string decodeKey = std::to_string(channelIndex.value_or(-1)) + "|" +
+                                    std::to_string(static_cast<int>(options.frameRatePreset));
+            for (const auto& member : members) {
+                decodeKey += "|" + member.url.string();
+            }
+            if (const auto known = decodedGroupLTC_.find(decodeKey);
+                known != decodedGroupLTC_.end()) {
+                ltc = known->second;
+            } else {
+                decoding = true;
+                pendingDecodes.push_back({std::move(decodeKey), members, channelIndex});
             }
         }
         if (ltc) {
@@ -1067,7 +1081,9 @@ void StampWorkflow::refreshGroupingPreview() {
         }
         rows.append(toQString(name) + QStringLiteral(" | Files: ") +
                     QString::number(members.size()) + QStringLiteral(" | LTC file: ") +
-                    (ltc ? toQString(ltc->filename().string()) : QStringLiteral("unresolved")) +
+                    (ltc        ? toQString(ltc->filename().string())
+                     : decoding ? QStringLiteral("decoding…")
+                                : QStringLiteral("unresolved")) +
                     QStringLiteral(" | LTC Audio CH: ") +
                     (channelIndex ? QString::number(*channelIndex + 1)
                      : (probed && ltc == probed && probedChannel > 0)
@@ -1097,6 +1113,45 @@ void StampWorkflow::refreshGroupingPreview() {
     assign(designatedLTCTrackNumber_, designatedTrack,
            &StampWorkflow::designatedLTCTrackNumberChanged);
     assign(groupPreviewRows_, rows, &StampWorkflow::groupPreviewRowsChanged);
+    // The probes may still find the carrier; decode once they are done.
+    if (!isProbing_) {
+        startGroupDecode(std::move(pendingDecodes), frameRateConfig(options.frameRatePreset));
+    }
+}
+
+void StampWorkflow::startGroupDecode(std::vector<GroupDecode> pending,
+                                     std::optional<FrameRateConfig> rate) {
+    std::string key;
+    for (const GroupDecode& group : pending) {
+        key += group.key + "\n";
+    }
+    if (pending.empty() || (groupDecodeTask_.isRunning() && key == decodingGroupsKey_)) {
+        return;
+    }
+    decodingGroupsKey_ = key;
+    groupDecodeTask_.start(
+        [this, pending = std::move(pending), rate](const BackgroundTask::Context& task) {
+            std::vector<std::pair<std::string, std::optional<fs::path>>> found;
+            for (const GroupDecode& group : pending) {
+                if (task.stopRequested()) {
+                    return;
+                }
+                std::optional<fs::path> ltc;
+                try {
+                    ltc = Grouping::resolveGroupLTCFile(group.members, group.channelIndex, rate);
+                } catch (const std::exception&) {
+                    ltc.reset();  // shown as unresolved; the run says why
+                }
+                found.emplace_back(group.key, std::move(ltc));
+            }
+            task.post([this, found = std::move(found)] {
+                for (const auto& [decodeKey, ltc] : found) {
+                    decodedGroupLTC_[decodeKey] = ltc;
+                }
+                decodingGroupsKey_.clear();
+                refreshGroupingPreview();
+            });
+        });
 }
 
 // MARK: - Options

@@ -338,6 +338,13 @@ class StampWorkflow : public QObject {
     static bool editRow(QVariantList& rows, const QString& path,
                         const std::function<void(QVariantMap&)>& edit);
     bool selectedLTCIsRecording() const;
+    struct GroupDecode {
+        std::string key;
+        std::vector<FileDescriptor> members;
+        std::optional<std::int64_t> channelIndex;
+    };
+    // Finds the LTC file of each group off the main thread, then shows the preview again.
+    void startGroupDecode(std::vector<GroupDecode> pending, std::optional<FrameRateConfig> rate);
 
     const AppSettingsStore& settings_;
     CancellationToken& token_;
@@ -345,6 +352,10 @@ class StampWorkflow : public QObject {
 
     std::vector<FileDescriptor> descriptors_;  // in ingest order, beside their rows
     std::map<std::string, std::filesystem::path> userGroupLTC_;  // the user's own choices
+    // Group LTC files found by decoding a group's files, by what was decoded
+    // (members, channel, rate); empty when none carries readable code.
+    std::map<std::string, std::optional<std::filesystem::path>> decodedGroupLTC_;
+    std::string decodingGroupsKey_;  // what the running group decode is for
 
     QVariantList files_;
     QStringList ignoredFiles_;
@@ -418,6 +429,7 @@ class StampWorkflow : public QObject {
     BackgroundTask probeTask_;
     BackgroundTask healthTask_;
     BackgroundTask ingestTask_;
+    BackgroundTask groupDecodeTask_;
 };
 
 }  // namespace norvane

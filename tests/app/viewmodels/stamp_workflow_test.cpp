@@ -309,6 +309,14 @@ TEST(StampWorkflowTest, GroupedAutoWithUndecodableLTCStopsBeforeWriting) {
     stamp.setMode("Grouped Batch");
     ASSERT_EQ(stamp.groupingMethod(), "Duration Exact");
     ASSERT_EQ(stamp.groupIDs(), QStringList{"sr48000_f48000"});
+    // The group's files are decoded off the main thread; the name decides
+    // when none carries code.
+    EXPECT_EQ(stamp.groupPreviewRows()[0].toStdString(),
+              "S1 | Files: 2 | LTC file: decoding… | LTC Audio CH: auto");
+    EXPECT_TRUE(testing::waitUntil([&] {
+        return stamp.groupPreviewRows()[0] ==
+               "S1 | Files: 2 | LTC file: S1-ltc.wav | LTC Audio CH: auto";
+    })) << stamp.groupPreviewRows()[0].toStdString();
 
     stamp.process();
     ASSERT_TRUE(finished(stamp));
@@ -328,8 +336,10 @@ TEST(StampWorkflowTest, GroupingPreviewFollowsTheChoices) {
     stamp.setGroupingMethod("Token");
     stamp.setMode("Grouped Batch");
     ASSERT_EQ(stamp.groupIDs(), (QStringList{"SC1", "SC2"}));
-    EXPECT_EQ(stamp.groupPreviewRows()[0],
-              "SC1 | Files: 2 | LTC file: A001-SC1-ltc.wav | LTC Audio CH: auto");
+    ASSERT_TRUE(
+        testing::waitUntil([&] { return !stamp.groupPreviewRows().join("").contains("…"); }));
+    EXPECT_EQ(stamp.groupPreviewRows()[0].toStdString(),
+              "SC1 | Files: 2 | LTC file: A001-SC1-ltc.wav | LTC Audio CH: auto (found on 1)");
     EXPECT_EQ(stamp.commonLTCChannelCandidates(), (QVariantList{1, 2}));
 
     stamp.setGroupLTCChannel("SC1", 9);  // clamped to the group's two channels
