@@ -16,7 +16,6 @@
 #include "app/gui/home_screen.h"
 #include "app/gui/poly_split_screen.h"
 #include "app/gui/rebuild_screen.h"
-#include "app/gui/screenshot_mode.h"
 #include "app/gui/ui_hooks.h"
 #include "app/viewmodels/app_view_model.h"
 #include "app/viewmodels/timeline_rebuild_workflow.h"
@@ -43,24 +42,36 @@ class MainWindowTest : public ::testing::Test {
     MainWindow window{viewModel};
 };
 
+// Each home card names its tool and opens it; Back returns; the view model
+// can move the window too.
 TEST_F(MainWindowTest, HomeCardsOpenTheToolsAndTheBackButtonReturns) {
     EXPECT_EQ(window.currentPage(), "home");
     EXPECT_FALSE(window.backButton()->isVisible());
-    for (const QString area : {"ltcStamp", "polyWavSplit", "timelineRebuild"}) {
-        window.homeScreen()->card(area)->click();
-        EXPECT_EQ(viewModel.featureArea(), area);
-        EXPECT_EQ(window.currentPage(), area);
+    const QStringList cards[] = {{"ltcStamp", "LTC stamp", "Stamp synced WAV metadata from LTC."},
+                                 {"polyWavSplit", "Poly WAV split",
+                                  "Split multi-channel WAVs to mono (PCM or 32-bit float)."},
+                                 {"timelineRebuild", "Timeline rebuild",
+                                  "Rebuild multicam timeline from synced audio and stereo mix."}};
+    for (const QStringList& card : cards) {
+        QPushButton* button = window.homeScreen()->card(card[0]);
+        ASSERT_NE(button, nullptr) << card[0].toStdString();
+        EXPECT_EQ(button->findChild<QLabel*>("toolCardTitle")->text(), card[1]);
+        EXPECT_EQ(button->findChild<QLabel*>("toolCardSubtitle")->text(), card[2]);
+        button->click();
+        EXPECT_EQ(viewModel.featureArea(), card[0]);
+        EXPECT_EQ(window.currentPage(), card[0]);
         EXPECT_TRUE(window.backButton()->isVisible());
         window.backButton()->click();
-        EXPECT_EQ(viewModel.featureArea(), "home");
         EXPECT_EQ(window.currentPage(), "home");
     }
-    // The view model can move the window too.
     viewModel.setFeatureArea("polyWavSplit");
     EXPECT_EQ(window.currentPage(), "polyWavSplit");
 }
 
-TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndSettingsReturnsWhereItCameFrom) {
+// Ctrl+1..3 and Ctrl+, switch screens, Settings goes back where it came from,
+// and a screen's own shortcuts reach it once shown.
+TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndReachTheScreenOnShow) {
+    window.activateWindow();
     QTest::keyClick(&window, Qt::Key_3, Qt::ControlModifier);
     EXPECT_EQ(window.currentPage(), "timelineRebuild");
     QTest::keyClick(&window, Qt::Key_Comma, Qt::ControlModifier);
@@ -72,10 +83,7 @@ TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndSettingsReturnsWhereItCa
     EXPECT_EQ(window.currentPage(), "ltcStamp");
     QTest::keyClick(&window, Qt::Key_Left, Qt::AltModifier);
     EXPECT_EQ(window.currentPage(), "home");
-}
 
-TEST_F(MainWindowTest, ScreenShortcutsReachTheScreenOnShow) {
-    window.activateWindow();
     QTest::keyClick(&window, Qt::Key_2, Qt::ControlModifier);
     ASSERT_EQ(window.currentPage(), "polyWavSplit");
     QWidget* focus = QApplication::focusWidget();
@@ -88,13 +96,14 @@ TEST_F(MainWindowTest, ScreenShortcutsReachTheScreenOnShow) {
 // Validate disables its own button while it runs; when it is done the focus
 // is on the rebuild's controls, not on the way out ("‹ Home").
 TEST_F(MainWindowTest, AfterValidateTheFocusStaysOnTheRebuild) {
-    const QString root = QString::fromStdString(dir.path().string());
-    ASSERT_EQ(writeDemoInputs(root), "");
+    testing::writeRebuildInputs(dir / "rebuild");
+    fs::create_directories(dir / "out");
+    const QString root = QString::fromStdString((dir / "rebuild").string());
     window.showArea("timelineRebuild");
     window.activateWindow();
     RebuildScreen* screen = window.rebuildScreen();
-    screen->routeDroppedPaths({root + "/rebuild/source.fcpxml", root + "/rebuild/stereo_mix.wav",
-                               root + "/rebuild/synced", root + "/out/rebuild"});
+    screen->routeDroppedPaths({root + "/source.fcpxml", root + "/stereo_mix.wav", root + "/synced",
+                               QString::fromStdString((dir / "out").string())});
     screen->validateButton()->setFocus();
     screen->validateButton()->click();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !viewModel.timelineRebuild()->isBusy(); }, 30000));

@@ -15,7 +15,6 @@
 #include <QTest>
 #include <filesystem>
 
-#include "app/gui/screenshot_mode.h"
 #include "app/gui/style.h"
 #include "app/gui/ui_hooks.h"
 #include "app/gui/widgets/coverage_grid.h"
@@ -29,25 +28,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The demo project: cameras CamA (events 1-3) and CamB (events 1 and 3),
-// three events of synced takes (3, 2 and 3 tracks) with iXML timecodes.
+// The project of writeRebuildInputs: cameras CamA (events 1-3) and CamB
+// (events 1 and 3), three events of synced takes with iXML timecodes.
 class RebuildScreenTest : public ::testing::Test {
   protected:
     void SetUp() override {
         testing::ensureGuiApp();
         resetUiHooks();
-        ASSERT_EQ(writeDemoInputs(q(dir.path())), "");
+        testing::writeRebuildInputs(dir / "rebuild");
+        fs::create_directories(dir / "out");
     }
     void TearDown() override { resetUiHooks(); }
 
     static QString q(const fs::path& path) { return QString::fromStdString(path.string()); }
     bool idle() {
         return QTest::qWaitFor([this] { return !rebuild.isBusy(); }, 30000);
-    }
-    void dropInputs() {
-        screen.routeDroppedPaths({q(dir / "rebuild/source.fcpxml"),
-                                  q(dir / "rebuild/stereo_mix.wav"), q(dir / "rebuild/synced"),
-                                  q(dir / "out/rebuild")});
     }
     QStringList readiness() const {
         QStringList items;
@@ -65,14 +60,32 @@ class RebuildScreenTest : public ::testing::Test {
 };
 
 TEST_F(RebuildScreenTest, SortsDroppedInputsAndWalksFromScanToAValidTimeline) {
+    screen.resize(800, 600);
+    screen.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&screen));
     EXPECT_EQ(screen.shownStep(), "inputs");
-    EXPECT_EQ(screen.sourceXMLField()->path(), "");
     EXPECT_EQ(readiness().first(), "✗  Source timeline XML");
-    dropInputs();
+    // Build waits in the action bar for every input.
+    EXPECT_TRUE(screen.actionBar()->isAncestorOf(screen.buildButton()));
+    EXPECT_FALSE(screen.buildButton()->isEnabled());
+    screen.routeDroppedPaths({q(dir / "rebuild/source.fcpxml"), q(dir / "rebuild/stereo_mix.wav"),
+                              q(dir / "rebuild/synced"), q(dir / "out")});
+    EXPECT_EQ(screen.sourceXMLField()->path(), q(dir / "rebuild/source.fcpxml"));
     EXPECT_EQ(screen.stereoMixField()->path(), q(dir / "rebuild/stereo_mix.wav"));
     EXPECT_EQ(screen.syncedFolderField()->path(), q(dir / "rebuild/synced"));
     EXPECT_EQ(readiness(), QStringList({"✓  Source timeline XML", "✓  Stereo mix WAV",
                                         "✓  Synced audio folder", "✓  Output folder + filename"}));
+    EXPECT_TRUE(screen.buildButton()->isEnabled());
+    EXPECT_TRUE(screen.buildButton()->isVisible());
+    // Cancel says it is stopping until the work has stopped.
+    screen.autoScanButton()->click();
+    ASSERT_TRUE(rebuild.isBusy());
+    screen.cancelButton()->click();
+    EXPECT_EQ(screen.cancelButton()->text(), "Cancelling…");
+    EXPECT_FALSE(screen.cancelButton()->isEnabled());
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(screen.cancelButton()->text(), "Cancel");
+
     // A file name with a folder part is refused at "Continue".
     screen.outputFilenameEdit()->clear();
     QTest::keyClicks(screen.outputFilenameEdit(), "../x");
@@ -80,7 +93,6 @@ TEST_F(RebuildScreenTest, SortsDroppedInputsAndWalksFromScanToAValidTimeline) {
     screen.continueButton()->click();
     EXPECT_EQ(screen.statusLabel()->text(), "Complete required inputs first.");
     EXPECT_EQ(screen.shownStep(), "inputs");
-
     screen.outputFilenameEdit()->clear();
     QTest::keyClicks(screen.outputFilenameEdit(), "cut");
     screen.videoFrameRatePicker()->setCurrentText("Same as LTC");
@@ -118,7 +130,7 @@ TEST_F(RebuildScreenTest, SortsDroppedInputsAndWalksFromScanToAValidTimeline) {
     screen.buildButton()->click();
     ASSERT_TRUE(idle());
     EXPECT_EQ(screen.shownStep(), "report");
-    const fs::path written = dir / "out/rebuild/cut.fcpxml";
+    const fs::path written = dir / "out/cut.fcpxml";
     ASSERT_TRUE(fs::exists(written));
     EXPECT_TRUE(screen.reportView()->toPlainText().startsWith("Output: " + q(written)));
     // The written document passes the FCPXML 1.9 DTD.
@@ -133,28 +145,9 @@ TEST_F(RebuildScreenTest, SortsDroppedInputsAndWalksFromScanToAValidTimeline) {
         return true;
     };
     screen.findChild<QPushButton*>("rebuildReveal")->click();
-    EXPECT_EQ(opened, QUrl::fromLocalFile(q(dir / "out/rebuild")));
+    EXPECT_EQ(opened, QUrl::fromLocalFile(q(dir / "out")));
     screen.findChild<QPushButton*>("rebuildStartOver")->click();
     EXPECT_EQ(screen.shownStep(), "inputs");
-}
-
-TEST_F(RebuildScreenTest, BuildWaitsInTheActionBarForEveryInputAndCancelSaysItIsStopping) {
-    screen.resize(800, 600);
-    screen.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&screen));
-    EXPECT_TRUE(screen.actionBar()->isAncestorOf(screen.buildButton()));
-    EXPECT_FALSE(screen.buildButton()->isEnabled());  // nothing chosen yet
-    dropInputs();
-    EXPECT_TRUE(screen.buildButton()->isEnabled());
-    EXPECT_TRUE(screen.buildButton()->isVisible());
-
-    screen.autoScanButton()->click();
-    ASSERT_TRUE(rebuild.isBusy());
-    screen.cancelButton()->click();
-    EXPECT_EQ(screen.cancelButton()->text(), "Cancelling…");
-    EXPECT_FALSE(screen.cancelButton()->isEnabled());
-    ASSERT_TRUE(idle());
-    EXPECT_EQ(screen.cancelButton()->text(), "Cancel");
 }
 
 }  // namespace

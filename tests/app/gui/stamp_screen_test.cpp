@@ -16,33 +16,30 @@
 #include <QTimer>
 #include <filesystem>
 
-#include "app/gui/screenshot_mode.h"
 #include "app/gui/ui_hooks.h"
 #include "app/gui/widgets/cut_timeline_strip.h"
-#include "app/gui/widgets/day_ruler.h"
 #include "app/gui/widgets/drop_area.h"
-#include "app/gui/widgets/log_pane.h"
 #include "app/gui/widgets/path_field.h"
 #include "app/viewmodels/cancellation_token.h"
 #include "app/viewmodels/stamp_workflow.h"
 #include "tests/app/gui/gui_test_support.h"
 #include "tests/core/stamp/stamp_fixtures.h"
 #include "tests/support/test_support.h"
+#include "tests/support/wav_builder.h"
 
 namespace norvane::gui {
 namespace {
 
 namespace fs = std::filesystem;
 
-// Through the screen only: the demo inputs hold an LTC track with two stems
-// (LTC from 10:14:32:05 at 25 fps after a 2400-sample lead-in) and a long
-// take whose code jumps at 8 s and 16 s.
+// Through the screen only, over the inputs of writeStampInputs (written once
+// per test process).
 class StampScreenTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         testing::ensureGuiApp();
         inputs = new testing::TempDir;
-        ASSERT_EQ(writeDemoInputs(q(inputs->path())), "");
+        testing::writeStampInputs(inputs->path());
     }
     static void TearDownTestSuite() { delete inputs; }
     void SetUp() override {
@@ -52,13 +49,12 @@ class StampScreenTest : public ::testing::Test {
     void TearDown() override { resetUiHooks(); }
 
     static QString q(const fs::path& path) { return QString::fromStdString(path.string()); }
-    static fs::path input(const std::string& name) { return inputs->path() / name; }
+    static QString input(const std::string& name) { return q(inputs->path() / name); }
 
     void addStampTakeAndChooseOutput() {
         uiHooks().chooseFiles = [](QWidget*, const QString&, const QString&, const QString&) {
-            return QStringList{q(input("stamp/Sc12_T03_Boom.wav")),
-                               q(input("stamp/Sc12_T03_LTC.wav")),
-                               q(input("stamp/Sc12_T03_Lavs.wav"))};
+            return QStringList{input("stamp/Sc12_T03_Boom.wav"), input("stamp/Sc12_T03_LTC.wav"),
+                               input("stamp/Sc12_T03_Lavs.wav")};
         };
         uiHooks().chooseFolder = [this](QWidget*, const QString&, const QString&) {
             return q(dir.path() / "out");
@@ -66,30 +62,27 @@ class StampScreenTest : public ::testing::Test {
         screen.dropArea()->findChild<QPushButton*>("dropAreaBrowse")->click();
         ASSERT_TRUE(ingested());
         screen.outputFolderField()->chooseButton()->click();
-        QComboBox* ltc = screen.ltcFilePicker();
-        const int index = ltc->findData(q(input("stamp/Sc12_T03_LTC.wav")));
-        ASSERT_GT(index, 0);
-        ltc->setCurrentIndex(index);
-        emit ltc->activated(index);
+        pick(screen.ltcFilePicker(), input("stamp/Sc12_T03_LTC.wav"));
     }
-
+    static void pick(QComboBox* box, const QVariant& data) {
+        const int index = box->findData(data);
+        ASSERT_GE(index, 0) << data.toString().toStdString();
+        box->setCurrentIndex(index);
+        emit box->activated(index);
+    }
     // Dropped files are listed once their headers are read in the background.
     bool ingested() {
         return QTest::qWaitFor([this] { return !stamp.isIngesting(); }, 10000);
     }
-
-    bool finished() {
-        return QTest::qWaitFor([this] { return !stamp.isProcessing(); }, 30000);
+    bool succeeded() {
+        return QTest::qWaitFor(
+            [this] { return stamp.statusMessage() == "Success" && !stamp.isProcessing(); }, 30000);
     }
-
-    std::vector<fs::path> outputs() const {
-        std::vector<fs::path> wavs;
+    std::size_t outputCount() const {
+        std::size_t wavs = 0;
         for (const auto& entry : fs::directory_iterator(dir.path() / "out")) {
-            if (entry.path().extension() == ".wav") {
-                wavs.push_back(entry.path());
-            }
+            wavs += entry.path().extension() == ".wav" ? 1 : 0;
         }
-        std::sort(wavs.begin(), wavs.end());
         return wavs;
     }
 
@@ -102,11 +95,11 @@ class StampScreenTest : public ::testing::Test {
     StampScreen screen{stamp};
 };
 
-TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
-    emit screen.dropArea()->pathsDropped({q(input("rebuild/source.fcpxml"))});
+TEST_F(StampScreenTest, StampsFromTheChosenLTCFileAndAsksBeforeReplacingOutputs) {
+    testing::writeBytes(dir / "notes.txt", ByteBuffer{'x'});
+    emit screen.dropArea()->pathsDropped({q(dir / "notes.txt")});
     ASSERT_TRUE(ingested());
     EXPECT_EQ(screen.statusLabel()->text(), "No WAV files found in dropped items.");
-    EXPECT_EQ(screen.fileTable()->rowCount(), 0);
     addStampTakeAndChooseOutput();
     QTableWidget* table = screen.fileTable();
     ASSERT_EQ(table->rowCount(), 3);
@@ -114,7 +107,7 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
     EXPECT_TRUE(table->item(1, StampScreen::ltcColumn)->text().endsWith("(source)"));
 
     screen.processButton()->click();
-    ASSERT_TRUE(finished());
+    ASSERT_TRUE(succeeded()) << stamp.statusMessage().toStdString();
     EXPECT_EQ(screen.statusLabel()->text(), "Success");
     // The table is the report: each stem's start with its rate, output and a tick.
     const QString start = table->item(0, StampScreen::startColumn)->text();
@@ -128,17 +121,27 @@ TEST_F(StampScreenTest, ListsTheFilesAndStampsTheStemsFromTheChosenLTCFile) {
     EXPECT_TRUE(screen.reportPane()->toPlainText().contains("LTC evidence: run of "));
     EXPECT_EQ(table->item(0, StampScreen::outputColumn)->text(), "Sc12_T03_Boom_tc.wav");
     EXPECT_EQ(table->item(0, StampScreen::statusColumn)->text(), "✓");
-
     // libsndfile reads a bext time reference at the file's first sample:
     // 10:14:32:05 less the 2400-sample lead-in, within one frame.
     const double expected = (10 * 3600 + 14 * 60 + 32 + 5.0 / 25) * 48000 - 2400;
-    const std::vector<fs::path> written = outputs();
-    ASSERT_EQ(written.size(), 2u);
-    for (const fs::path& path : written) {
-        const auto reference = testing::sndfileTimeReference(path);
-        ASSERT_TRUE(reference.has_value()) << path;
-        EXPECT_NEAR(static_cast<double>(*reference), expected, 1920.0) << path;
+    for (const char* name : {"Sc12_T03_Boom_tc.wav", "Sc12_T03_Lavs_tc.wav"}) {
+        const auto reference = testing::sndfileTimeReference(dir.path() / "out" / name);
+        ASSERT_TRUE(reference.has_value()) << name;
+        EXPECT_NEAR(static_cast<double>(*reference), expected, 1920.0) << name;
     }
+    ASSERT_EQ(outputCount(), 2u);
+
+    // Again: the existing outputs come back as a question; Keep Both adds two.
+    QString question;
+    uiHooks().choose = [&](QWidget*, const QString&, const QString& text, const QStringList&) {
+        question = text;
+        return QString("Keep Both");
+    };
+    screen.processButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !question.isEmpty(); }, 30000));
+    EXPECT_TRUE(question.contains("Sc12_T03_Boom_tc.wav"));
+    ASSERT_TRUE(succeeded()) << stamp.statusMessage().toStdString();
+    EXPECT_EQ(outputCount(), 4u);
 
     // Files come off the list from the context menu (Delete).
     table->selectRow(0);
@@ -161,53 +164,31 @@ TEST_F(StampScreenTest, TheActionBarStaysInViewAndAMissingFolderIsCreatedOnlyWhe
              std::initializer_list<QWidget*>{screen.processButton(), screen.cancelButton(),
                                              screen.progressBar(), screen.outputFolderField()}) {
             const QRect inScreen(widget->mapTo(&screen, QPoint(0, 0)), widget->size());
-            EXPECT_TRUE(widget->isVisible()) << mode;
             EXPECT_TRUE(screen.rect().contains(inScreen)) << mode;
-            // Not clipped away inside a scroll area either.
+            // Shown, and not clipped away inside a scroll area either.
             EXPECT_FALSE(widget->visibleRegion().isEmpty()) << mode;
         }
     }
 
-    // A missing output folder is created after the user agrees.
     stamp.setMode("Single");
     const fs::path typed = dir.path() / "new" / "day1";
     stamp.setOutputFolder(q(typed));  // as typed in the field
     ASSERT_EQ(screen.outputFolderField()->lineEdit()->text(), q(typed));
-    QString asked;
+    int asked = 0;
+    bool answer = false;
     uiHooks().confirm = [&](QWidget*, const QString&, const QString& text, const QString&) {
-        asked = text;
-        return false;
+        EXPECT_TRUE(text.contains(q(typed))) << text.toStdString();
+        ++asked;
+        return answer;
     };
     screen.processButton()->click();
-    EXPECT_TRUE(asked.contains(q(typed)));
+    EXPECT_EQ(asked, 1);
     EXPECT_FALSE(stamp.isProcessing());
     EXPECT_FALSE(fs::exists(typed));
-    uiHooks().confirm = [](QWidget*, const QString&, const QString&, const QString&) {
-        return true;
-    };
+    answer = true;
     screen.processButton()->click();
-    ASSERT_TRUE(finished());
-    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
+    ASSERT_TRUE(succeeded()) << stamp.reportText().toStdString();
     EXPECT_TRUE(fs::exists(typed / "Sc12_T03_Boom_tc.wav"));
-}
-
-TEST_F(StampScreenTest, ExistingOutputsAreResolvedThroughTheChoiceDialog) {
-    addStampTakeAndChooseOutput();
-    screen.processButton()->click();
-    ASSERT_TRUE(finished());
-    ASSERT_EQ(outputs().size(), 2u);
-
-    QString question;
-    uiHooks().choose = [&](QWidget*, const QString&, const QString& text, const QStringList&) {
-        question = text;
-        return QString("Keep Both");
-    };
-    screen.processButton()->click();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !question.isEmpty(); }, 30000));
-    EXPECT_TRUE(question.contains("Sc12_T03_Boom_tc.wav"));
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return stamp.statusMessage() == "Success" && !stamp.isProcessing(); }, 30000));
-    EXPECT_EQ(outputs().size(), 4u);
 }
 
 TEST_F(StampScreenTest, LowConfidenceAsksAndOnlyAConfirmationWrites) {
@@ -229,31 +210,26 @@ TEST_F(StampScreenTest, LowConfidenceAsksAndOnlyAConfirmationWrites) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return asked == 1; }, 30000));
     QTest::qWait(50);
     EXPECT_EQ(screen.statusLabel()->text(), "Confirmation required");
-    EXPECT_TRUE(outputs().empty());
+    EXPECT_EQ(outputCount(), 0u);
 
     answer = true;
     screen.processButton()->click();
     ASSERT_TRUE(QTest::qWaitFor([&] { return asked == 2; }, 30000));
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return stamp.statusMessage() == "Success" && !stamp.isProcessing(); }, 30000));
-    EXPECT_EQ(outputs().size(), 2u);
+    ASSERT_TRUE(succeeded());
+    EXPECT_EQ(outputCount(), 2u);
 }
 
 TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
-    emit screen.dropArea()->pathsDropped({q(input("cut/Day2_Roll4.wav"))});
+    emit screen.dropArea()->pathsDropped({input("cut/Day2_Roll4.wav")});
     ASSERT_TRUE(ingested());
     QComboBox* mode = screen.modePicker();
     mode->setCurrentText("LTC Cut Detect");
     emit mode->textActivated("LTC Cut Detect");
     EXPECT_EQ(stamp.mode(), "LTC Cut Detect");
     EXPECT_TRUE(screen.analyzeButton()->isVisibleTo(&screen));
-    screen.frameRatePicker()->setCurrentText("25");
     emit screen.frameRatePicker()->textActivated("25");
-    const int ltc = screen.ltcFilePicker()->findData(q(input("cut/Day2_Roll4.wav")));
-    emit screen.ltcFilePicker()->activated(ltc);
-    const int channel = screen.ltcChannelPicker()->findData(2);
-    ASSERT_GE(channel, 0);
-    emit screen.ltcChannelPicker()->activated(channel);
+    pick(screen.ltcFilePicker(), input("cut/Day2_Roll4.wav"));
+    pick(screen.ltcChannelPicker(), 2);
     EXPECT_EQ(stamp.ltcChannelChoice(), 2);
 
     screen.analyzeButton()->click();
@@ -262,11 +238,13 @@ TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
     EXPECT_EQ(screen.segmentPreview()->count(), 3);
     const QVector<std::int64_t> cuts = screen.cutStrip()->cutSamples();
     ASSERT_EQ(cuts.size(), 2);
-    EXPECT_NEAR(static_cast<double>(cuts[0]), 8 * 48000.0, 1920.0);
-    EXPECT_NEAR(static_cast<double>(cuts[1]), 16 * 48000.0, 1920.0);
+    EXPECT_NEAR(static_cast<double>(cuts[0]), 2 * 48000.0, 1920.0);
+    EXPECT_NEAR(static_cast<double>(cuts[1]), 4 * 48000.0, 1920.0);
 }
 
-TEST_F(StampScreenTest, LTCChannelPickerOffersAutoAndTheChannelsOfTheLTCFile) {
+// The channel picker follows the LTC file; Grouped Batch swaps it for a table
+// of groups, each with its own LTC file.
+TEST_F(StampScreenTest, LTCSourcePickersInSingleAndGroupedBatch) {
     addStampTakeAndChooseOutput();
     QComboBox* channel = screen.ltcChannelPicker();
     const auto entries = [channel] {
@@ -276,56 +254,36 @@ TEST_F(StampScreenTest, LTCChannelPickerOffersAutoAndTheChannelsOfTheLTCFile) {
         }
         return texts;
     };
-    // The one-channel LTC track.
     EXPECT_EQ(entries(), QStringList({"Auto (best channel)", "Channel 1"}));
     EXPECT_EQ(channel->currentIndex(), 0);
-
-    // The four-channel lavalier file carries its LTC on the last track.
-    QComboBox* file = screen.ltcFilePicker();
-    emit file->activated(file->findData(q(input("stamp/Sc12_T03_Lavs.wav"))));
+    pick(screen.ltcFilePicker(), input("stamp/Sc12_T03_Lavs.wav"));
     EXPECT_EQ(entries().size(), 5);
-    channel->setCurrentIndex(4);
-    emit channel->activated(4);
+    pick(channel, 4);
     EXPECT_EQ(stamp.ltcChannelChoice(), 4);
-
     // Back to a file without a fourth channel: Auto again.
-    emit file->activated(file->findData(q(input("stamp/Sc12_T03_Boom.wav"))));
+    pick(screen.ltcFilePicker(), input("stamp/Sc12_T03_Boom.wav"));
     EXPECT_EQ(entries().size(), 3);
     EXPECT_EQ(channel->currentText(), "Auto (best channel)");
     EXPECT_EQ(stamp.ltcChannelChoice(), 0);
-}
 
-TEST_F(StampScreenTest, GroupedBatchShowsItsGroupsAndTakesAPerGroupLTCFile) {
-    uiHooks().chooseFolder = [this](QWidget*, const QString&, const QString& start) {
-        return start.isEmpty() ? QString() : q(dir.path() / "out");
-    };
-    emit screen.dropArea()->pathsDropped({q(input("stamp"))});
-    ASSERT_TRUE(ingested());
-    screen.outputFolderField()->chooseButton()->click();
-    emit screen.modePicker()->textActivated("Grouped Batch");
     screen.modePicker()->setCurrentText("Grouped Batch");
+    emit screen.modePicker()->textActivated("Grouped Batch");
     EXPECT_EQ(stamp.mode(), "Grouped Batch");
     EXPECT_FALSE(screen.ltcFilePicker()->isVisibleTo(&screen));
     EXPECT_TRUE(screen.groupTable()->isVisibleTo(&screen));
-
-    // The three takes share their duration: one group.
+    // The three takes share their duration: one group, named by its take.
     ASSERT_EQ(screen.groupTable()->rowCount(), 1);
+    EXPECT_EQ(screen.groupTable()->item(0, 0)->text(), "Sc12_T03");
     EXPECT_EQ(screen.groupTable()->item(0, 1)->text(), "3");
-    EXPECT_EQ(screen.groupTable()->item(0, 0)->text(), "Sc12_T03");  // the take, not its key
-    const QString group = stamp.groupIDs().first();
     auto* ltc = qobject_cast<QComboBox*>(screen.groupTable()->cellWidget(0, 2));
     ASSERT_NE(ltc, nullptr);
-    const int index = ltc->findData(q(input("stamp/Sc12_T03_LTC.wav")));
-    ASSERT_GT(index, 0);
-    emit ltc->activated(index);
-    EXPECT_EQ(stamp.groupResolvedLTCByID().value(group).toString(),
-              q(input("stamp/Sc12_T03_LTC.wav")));
-
+    pick(ltc, input("stamp/Sc12_T03_LTC.wav"));
+    EXPECT_EQ(stamp.groupResolvedLTCByID().value(stamp.groupIDs().first()).toString(),
+              input("stamp/Sc12_T03_LTC.wav"));
     emit screen.frameRatePicker()->textActivated("25");
     screen.processButton()->click();
-    ASSERT_TRUE(finished());
-    EXPECT_EQ(screen.statusLabel()->text(), "Success") << stamp.reportText().toStdString();
-    EXPECT_EQ(outputs().size(), 2u);
+    ASSERT_TRUE(succeeded()) << stamp.reportText().toStdString();
+    EXPECT_EQ(outputCount(), 2u);
 }
 
 TEST(StampChoiceDialogTest, EnterPicksNeitherChoice) {
