@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <memory>
 
 #include "core/audio/bwf_writer.h"
@@ -96,45 +95,6 @@ TEST(StreamWriterTest, StreamedOutputsEqualTheWholeFileWriters) {
     }
     EXPECT_GE(stamped, 12);
     EXPECT_GE(split, 8);
-}
-
-TEST(StreamWriterTest, SplitBlocksCarryExtraChunksAndStopWhenAsked) {
-    testing::TempDir dir;
-    // 3 channels of 24-bit, several blocks long.
-    const std::int64_t frames = 3 * (WavReader::kBlockBytes * 4 / 9) + 11;
-    std::vector<std::vector<std::int32_t>> channels(3, std::vector<std::int32_t>(frames));
-    for (std::int64_t f = 0; f < frames; ++f) {
-        for (int c = 0; c < 3; ++c) {
-            channels[c][f] = static_cast<std::int32_t>((f * (c + 3)) % 8000000) - 4000000;
-        }
-    }
-    WavSpec recipe;
-    recipe.channels = 3;
-    recipe.bits = 24;
-    recipe.data = testing::interleavePcm(24, channels);
-    testing::writeBytes(dir / "in.wav", makeWav(recipe));
-    const WavReader reader(dir / "in.wav");
-
-    OutputFile out(dir / "ch2.wav", WriteMode::createNew);
-    const ByteBuffer ixml = {'<', 'x', '/', '>', 'z'};
-    const std::vector<MonoWAVWriter::ChannelOutput> outputs = {{2, &out, {{"iXML", ixml}}}};
-    std::vector<std::uint64_t> reports;
-    ASSERT_TRUE(MonoWAVWriter::writeChannels(reader, outputs, [&](auto done, auto total) {
-        reports.push_back(done);
-        EXPECT_LE(done, total);
-        return true;
-    }));
-    out.commit();
-    EXPECT_GE(reports.size(), 2u);
-    EXPECT_EQ(reports.back(), std::filesystem::file_size(dir / "ch2.wav"));
-    // libsndfile reads the channel back, sample for sample.
-    const auto view = testing::openWithSndfile(dir / "ch2.wav");
-    ASSERT_TRUE(view.opened);
-    ASSERT_EQ(view.frames, frames);
-    for (std::int64_t f = 0; f < frames; f += 9973) {
-        EXPECT_EQ(std::lround(view.samples[f] * 8388608.0), channels[2][f]) << f;
-    }
-    EXPECT_EQ(WAVFile(dir / "ch2.wav").chunks().at(1).id, "iXML");
 }
 
 // Past 4 GiB the layout is RF64. Its header is checked by writing it in front

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "core/common/bytes.h"
-#include "core/common/file_output.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
@@ -22,13 +21,6 @@ struct SyncedWavSpec {
     std::optional<std::string> ixml;             // an iXML chunk when set
 };
 
-// A bext payload (EBU Tech 3285, 602 bytes) whose TimeReference is `samples`.
-inline ByteBuffer bextPayload(std::uint64_t samples) {
-    ByteBuffer payload(602, 0);
-    writeLE64(payload.data() + 338, samples);
-    return payload;
-}
-
 inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpec& recipe) {
     WavSpec wav;
     wav.channels = recipe.channels;
@@ -36,17 +28,16 @@ inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpe
     wav.bits = 16;
     wav.frames = recipe.frames;
     if (recipe.timeReference) {
-        wav.beforeData.emplace_back("bext", bextPayload(*recipe.timeReference));
+        wav.beforeData.emplace_back("bext", makeBextPayload(*recipe.timeReference));
     }
     if (recipe.ixml) {
         wav.beforeData.emplace_back("iXML", ByteBuffer(recipe.ixml->begin(), recipe.ixml->end()));
     }
-    writeFile(path, makeWav(wav), WriteMode::replaceAtomically);
+    writeBytes(path, makeWav(wav));
 }
 
 inline void writeText(const std::filesystem::path& path, const std::string& text) {
-    writeFile(path, ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
-              WriteMode::replaceAtomically);
+    writeBytes(path, ByteBuffer(text.begin(), text.end()));
 }
 
 // xmllint's verdict on `document` against the FCPXML 1.9 DTD: empty when valid,
