@@ -108,22 +108,6 @@ TEST(IXMLTest, MergeCreatesSpeedAndSplitsTheTimeReferenceAt32Bits) {
     EXPECT_EQ(IXML::samplesSinceMidnight(doc), 7u);
 }
 
-TEST(IXMLTest, OurPlainDocumentAndDecimalRatesAreUnderstood) {
-    const auto plain = IXML::parse(
-        "<BWFXML>\n  <IXML_VERSION>1.5</IXML_VERSION>\n  <TIMECODE_RATE>29.97 DF</TIMECODE_RATE>"
-        "\n  <TIMECODE_FLAG>DF</TIMECODE_FLAG>\n  <TIMECODE>01:00:00;02</TIMECODE>\n</BWFXML>");
-    ASSERT_TRUE(plain);
-    EXPECT_EQ(IXML::timecodeRate(*plain), k2997DF);
-    const auto decimal =
-        IXML::parse("<BWFXML><SPEED><TIMECODE_RATE>23.976</TIMECODE_RATE></SPEED></BWFXML>");
-    EXPECT_EQ(IXML::timecodeRate(*decimal), k23976);
-    for (const char* bad :
-         {"<BWFXML><TIMECODE_RATE>fast</TIMECODE_RATE></BWFXML>",
-          "<BWFXML><SPEED><TIMECODE_RATE>0/1</TIMECODE_RATE></SPEED></BWFXML>", "<BWFXML/>"}) {
-        EXPECT_FALSE(IXML::timecodeRate(*IXML::parse(bad))) << bad;
-    }
-}
-
 TEST(IXMLTest, TextAttributesAndPaddingRoundTrip) {
     std::string text =
         "<?xml version=\"1.0\"?>\n<BWFXML v=\"a&quot;b&#9;c\">\n<NOTE>Tom &amp; Jerry &lt;3&#13;\n"

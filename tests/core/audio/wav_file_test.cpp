@@ -164,44 +164,6 @@ TEST(WAVFileTest, SampleScalingIsAsymmetric) {
     EXPECT_EQ(file.samples(0, true), (std::vector<float>{0.875f, -0.625f}));
 }
 
-TEST(WAVFileTest, ChannelChoiceAndMixDown) {
-    std::vector<std::vector<std::int32_t>> ch = {{100, 200}, {300, 400}, {-500, 600}, {7, 8}};
-    WavSpec recipe;
-    recipe.channels = 4;
-    recipe.data = testing::interleavePcm(16, ch);
-    WAVFile file = WAVFile::fromBytes(makeWav(recipe));
-    EXPECT_EQ(file.samples(7), file.samples(3));  // out of range: the nearest channel
-    EXPECT_EQ(file.samples(-2), file.samples(0));
-    auto mix = file.samples(1, true);
-    ASSERT_EQ(mix.size(), 2u);
-    EXPECT_FLOAT_EQ(mix[0], (100 + 300 - 500 + 7) / 32767.0f / 4);
-    EXPECT_FLOAT_EQ(mix[1], (200 + 400 + 600 + 8) / 32767.0f / 4);
-}
-
-TEST(WAVFileTest, ImpossibleLayoutsGiveNoSamples) {
-    WavSpec floatPartial;
-    floatPartial.format = testing::kWavFloat;
-    floatPartial.bits = 32;
-    floatPartial.data = ByteBuffer(12, 0);  // 1.5 stereo float frames
-    EXPECT_TRUE(WAVFile::fromBytes(makeWav(floatPartial)).samples(0).empty());
-
-    // Block align smaller than the channel layout: reading channel 1 would run
-    // past the frame, so nothing is read rather than reading out of bounds.
-    WavSpec narrow;
-    narrow.channels = 2;
-    narrow.blockAlign = 2;
-    narrow.data = ByteBuffer(3, 1);
-    WAVFile n = WAVFile::fromBytes(makeWav(narrow));
-    EXPECT_EQ(n.samples(0).size(), 1u);
-    EXPECT_TRUE(n.samples(1).empty());
-    EXPECT_TRUE(n.samples(0, true).empty());
-
-    // A trailing partial PCM frame is ignored.
-    WavSpec partial;
-    partial.data = ByteBuffer(10, 0);
-    EXPECT_EQ(WAVFile::fromBytes(makeWav(partial)).samples(1).size(), 2u);
-}
-
 TEST(WAVFileTest, DurationAndFrames) {
     WavSpec recipe;
     recipe.bits = 24;
