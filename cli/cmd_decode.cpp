@@ -76,10 +76,10 @@ std::string resultText(const DecodedChannel& d) {
 nlohmann::ordered_json runJSON(const LTCRun& r) {
     return nlohmann::ordered_json{{"firstSample", r.firstSample()},
                                   {"endSample", r.endSample()},
-                                  {"frames", r.frames.size()},
+                                  {"frames", r.length},
                                   {"direction", r.direction > 0 ? "forward" : "reverse"},
-                                  {"firstTimecode", r.frames.front().timecode.description()},
-                                  {"lastTimecode", r.frames.back().timecode.description()},
+                                  {"firstTimecode", r.firstFrame.timecode.description()},
+                                  {"lastTimecode", r.lastFrame.timecode.description()},
                                   {"frameRate", r.rate.label},
                                   {"measuredFps", r.measuredFps},
                                   {"rateEvidence", r.rateEvidence},
@@ -94,9 +94,9 @@ std::string runText(std::size_t index, const LTCRun& r, std::int64_t sampleRate)
         "  run {}: samples {}..{} ({:.3f} s..{:.3f} s), {} frames {}, {} .. {} @ {}\n"
         "    measured {:.4f} fps ({}); bit errors {}, jitter {:.2f} samples, confidence {:.3f}\n",
         index, r.firstSample(), r.endSample(), static_cast<double>(r.firstSample()) / rate,
-        static_cast<double>(r.endSample()) / rate, r.frames.size(),
-        r.direction > 0 ? "forward" : "reverse", r.frames.front().timecode.description(),
-        r.frames.back().timecode.description(), r.rate.label, r.measuredFps, r.rateEvidence,
+        static_cast<double>(r.endSample()) / rate, r.length,
+        r.direction > 0 ? "forward" : "reverse", r.firstFrame.timecode.description(),
+        r.lastFrame.timecode.description(), r.rate.label, r.measuredFps, r.rateEvidence,
         r.bitErrors, r.jitter, r.confidence);
 }
 
@@ -110,9 +110,32 @@ std::string breakText(const LTCRun& before, const LTCRun& after, std::int64_t sa
                            gapSeconds, before.rate.label, after.rate.label);
     }
     const std::int64_t expected = before.frameCountAt(static_cast<double>(after.firstSample()));
-    const std::int64_t actual = TimecodeMath::frameCount(after.frames.front().timecode, after.rate);
+    const std::int64_t actual = TimecodeMath::frameCount(after.firstFrame.timecode, after.rate);
     return fmt::format("  -- break: {:.3f} s without code; the code jumps {:+} frame(s)\n",
                        gapSeconds, actual - expected);
+}
+
+// `j` with a last member "points": the timeline points of `runs`, written one
+// by one as they come (hours of points as one JSON document would be hundreds
+// of megabytes), laid out as `dump(2)` lays them out.
+void printWithPoints(const nlohmann::ordered_json& j, const std::vector<LTCRun>& runs) {
+    const auto dump = [](const nlohmann::ordered_json& value, int indent) {
+        return value.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
+    };
+    nlohmann::ordered_json head = j;
+    head["points"] = nlohmann::ordered_json::array();
+    std::string text = dump(head, 2);
+    const std::string empty = "[]\n}";
+    text.resize(text.size() - empty.size());  // ends in "\"points\": "
+    std::cout << text;
+    bool first = true;
+    forEachTimelinePoint(runs, [&](const LTCTimelinePoint& p) {
+        std::cout << (first ? "[\n" : ",\n") << "    {\n      \"sample\": " << p.sample
+                  << ",\n      \"timecode\": " << dump(p.timecode.description(), -1)
+                  << ",\n      \"frameCount\": " << p.frameCount << "\n    }";
+        first = false;
+    });
+    std::cout << (first ? "[]" : "\n  ]") << "\n}" << std::endl;
 }
 
 int run(const DecodeOptions& o) {
@@ -174,7 +197,10 @@ int run(const DecodeOptions& o) {
     // The runs of the whole channel: frames that follow one another and count on
     // by one, each with its own measured rate under Auto, streamed block by block.
     ProgressBar bar(!o.json);
-    LTCRunScanner scanner(sampleRate, rate);
+    // Only the JSON lists timeline points: the text report keeps none.
+    const auto spacing = std::max<std::int64_t>(static_cast<std::int64_t>(sampleRate * o.hop), 1);
+    LTCRunScanner scanner(sampleRate, rate,
+                          o.json ? std::optional<std::int64_t>(spacing) : std::nullopt);
     const double total = static_cast<double>(std::max<std::int64_t>(file.frameCount(), 1));
     const double perSecond = static_cast<double>(std::max<std::int64_t>(sampleRate, 1));
     file.forEachChannelBlock(best.channel - 1, [&](std::span<const float> block,
@@ -187,8 +213,6 @@ int run(const DecodeOptions& o) {
     });
     bar.finish();
     const std::vector<LTCRun> runs = scanner.finish();
-    const auto spacing = std::max<std::int64_t>(static_cast<std::int64_t>(sampleRate * o.hop), 1);
-    const std::vector<LTCTimelinePoint> points = timelinePoints(runs, spacing);
     if (!best.result && runs.empty()) {
         return printError(best.error->message());
     }
@@ -199,13 +223,7 @@ int run(const DecodeOptions& o) {
         for (const LTCRun& r : runs) {
             j["runs"].push_back(runJSON(r));
         }
-        j["points"] = nlohmann::ordered_json::array();
-        for (const LTCTimelinePoint& p : points) {
-            j["points"].push_back(nlohmann::ordered_json{{"sample", p.sample},
-                                                         {"timecode", p.timecode.description()},
-                                                         {"frameCount", p.frameCount}});
-        }
-        std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+        printWithPoints(j, runs);
     } else {
         std::cout << resultText(best);
         std::cout << fmt::format("runs: {}\n", runs.size());

@@ -33,7 +33,7 @@ bool sameCounting(const LTCRun& a, const LTCRun& b) {
 // sample along the file (backwards for reverse play).
 double samplesSinceMidnight(const LTCRun& run, double sample, std::int64_t sampleRate) {
     const double firstFrame =
-        static_cast<double>(TimecodeMath::frameCount(run.frames.front().timecode, run.rate)) *
+        static_cast<double>(TimecodeMath::frameCount(run.firstFrame.timecode, run.rate)) *
         nominalSamplesPerFrame(sampleRate, run.rate);
     return firstFrame + static_cast<double>(run.direction) * (sample - run.startPosition);
 }
@@ -63,7 +63,7 @@ std::vector<SegmentBoundary> segmentsFromRuns(const std::vector<LTCRun>& runs,
             const std::int64_t expected =
                 before.frameCountAt(static_cast<double>(after.firstSample()));
             const std::int64_t actual =
-                TimecodeMath::frameCount(after.frames.front().timecode, after.rate);
+                TimecodeMath::frameCount(after.firstFrame.timecode, after.rate);
             if (std::llabs(actual - expected) < tolerance) {
                 continue;  // the same code after a dropout
             }
@@ -117,7 +117,8 @@ std::vector<SegmentBoundary> segmentsFromRuns(const std::vector<LTCRun>& runs,
 std::vector<LTCRun> scanRuns(const WavReader& file, std::int64_t channel,
                              const std::optional<FrameRateConfig>& rate,
                              const std::function<bool()>& isCancelled,
-                             const std::function<void(std::int64_t, std::int64_t)>& progress) {
+                             const std::function<void(std::int64_t, std::int64_t)>& progress,
+                             std::optional<std::int64_t> timelineSpacing) {
     const auto cancelled = [&] { return isCancelled && isCancelled(); };
     if (cancelled()) {
         throw ProcessingError::cancelled();
@@ -126,7 +127,7 @@ std::vector<LTCRun> scanRuns(const WavReader& file, std::int64_t channel,
     if (file.fmt().sampleRate < 1 || !file.canReadSamples(static_cast<int>(channel))) {
         return {};
     }
-    LTCRunScanner scanner(file.fmt().sampleRate, rate);
+    LTCRunScanner scanner(file.fmt().sampleRate, rate, timelineSpacing);
     bool stopped = false;
     file.forEachChannelBlock(
         static_cast<int>(channel), [&](std::span<const float> block, std::int64_t first) {
@@ -149,7 +150,7 @@ std::vector<LTCRun> scanRuns(const WavReader& file, std::int64_t channel,
 CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel,
                     const ProcessingOptions& options,
                     const std::function<void(const ProcessingProgress&)>& progress,
-                    const std::function<bool()>& isCancelled) {
+                    const std::function<bool()>& isCancelled, bool withPoints) {
     if (isCancelled && isCancelled()) {
         throw ProcessingError::cancelled();
     }
@@ -166,17 +167,19 @@ CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel
     if (progress) {
         progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", 0, 1});
     }
+    const auto spacing =
+        static_cast<std::int64_t>(static_cast<double>(analysis.sampleRate) * kHopSeconds / 2);
     const std::vector<LTCRun> runs = scanRuns(
         wav, analysis.ltcChannelIndex, rate, isCancelled,
         [&](std::int64_t done, std::int64_t total) {
             if (progress) {
                 progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", done, total});
             }
-        });
+        },
+        withPoints ? std::optional<std::int64_t>(std::max<std::int64_t>(spacing, 1))
+                   : std::nullopt);
     analysis.rate = rate.value_or(runs.empty() ? candidateFrameRates().front() : runs.front().rate);
-    const auto spacing =
-        static_cast<std::int64_t>(static_cast<double>(analysis.sampleRate) * kHopSeconds / 2);
-    analysis.points = timelinePoints(runs, std::max<std::int64_t>(spacing, 1));
+    analysis.points = timelinePoints(runs);
     analysis.segments = segmentsFromRuns(runs, analysis.frameCount, analysis.sampleRate,
                                          options.cutDetectConfig.minSegmentFrames,
                                          options.cutDetectConfig.discontinuityFrameThreshold);

@@ -37,13 +37,15 @@ std::vector<SegmentBoundary> segmentsFromRuns(const std::vector<LTCRun>& runs,
                                               std::int64_t discontinuityFrameThreshold);
 
 // The verified runs of channel `channel` of `file`, streamed block by block
-// (memory does not grow with the file's length beyond the runs themselves),
-// each with its own measured rate unless `rate` is given. Cancellation ends it
+// (memory does not grow with the file's length), each with its own measured
+// rate unless `rate` is given; with `timelineSpacing`, each run keeps its
+// timeline frames that far apart (these do grow with the length). Cancellation ends it
 // with ProcessingError::cancelled; `progress` gets (frames read, total frames).
 std::vector<LTCRun> scanRuns(const WavReader& file, std::int64_t channel,
                              const std::optional<FrameRateConfig>& rate,
                              const std::function<bool()>& isCancelled = {},
-                             const std::function<void(std::int64_t, std::int64_t)>& progress = {});
+                             const std::function<void(std::int64_t, std::int64_t)>& progress = {},
+                             std::optional<std::int64_t> timelineSpacing = std::nullopt);
 
 // The result of a cut analysis: the points decoded and the segments found.
 struct CutAnalysis {
@@ -60,13 +62,14 @@ struct CutAnalysis {
 // Scans the LTC of `ltcFile` (the best-decoding channel unless one is given)
 // at the options' rate; with Auto, each run at its own measured rate. The
 // channel is read once, streamed. Reports ("Analyzing", "Scanning LTC
-// timeline...", frames read, total).
+// timeline...", frames read, total). `withPoints` false leaves `points` empty
+// (a stamp needs only the segments; hours of points are megabytes).
 // Throws the file layer's errors and ProcessingError::cancelled; an empty
 // segment list is returned as it is (the run turns it into an error).
 CutAnalysis analyze(const std::filesystem::path& ltcFile, std::optional<std::int64_t> channel,
                     const ProcessingOptions& options,
                     const std::function<void(const ProcessingProgress&)>& progress = {},
-                    const std::function<bool()>& isCancelled = {});
+                    const std::function<bool()>& isCancelled = {}, bool withPoints = true);
 
 // One cut-detect job per segment: targets are the files other than the LTC
 // file, in input order.

@@ -216,7 +216,7 @@ std::vector<ProcessingJob> StampProcessor::buildJobs(const std::vector<FileDescr
                 throw ProcessingError::ltcFileMissing();
             }
             const CutDetection::CutAnalysis analysis = CutDetection::analyze(
-                *ltcFile, options.ltcChannelIndex, options, progress, isCancelled);
+                *ltcFile, options.ltcChannelIndex, options, progress, isCancelled, false);
             if (analysis.segments.empty()) {
                 throw ProcessingError::noCutBoundariesDetected();
             }

@@ -121,7 +121,10 @@ std::vector<LTCTimelinePoint> decodeTimeline(
     if (samples.empty() || sampleRate < 1) {
         return {};
     }
-    LTCRunScanner scanner(sampleRate, rate);
+    const double hop = static_cast<double>(sampleRate) * hopSeconds;
+    const std::int64_t spacing =
+        hop >= 2.0 && hop < 1e15 ? static_cast<std::int64_t>(hop) / 2 : std::int64_t{1};
+    LTCRunScanner scanner(sampleRate, rate, spacing);
     const auto total = static_cast<std::int64_t>((samples.size() + kBlock - 1) / kBlock);
     std::int64_t done = 0;
     for (std::size_t offset = 0; offset < samples.size(); offset += kBlock) {
@@ -135,10 +138,7 @@ std::vector<LTCTimelinePoint> decodeTimeline(
             progress(done, total);
         }
     }
-    const double hop = static_cast<double>(sampleRate) * hopSeconds;
-    const std::int64_t spacing =
-        hop >= 2.0 && hop < 1e15 ? static_cast<std::int64_t>(hop) / 2 : std::int64_t{1};
-    return timelinePoints(scanner.finish(), spacing);
+    return timelinePoints(scanner.finish());
 }
 
 }  // namespace LTCDecoder

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <queue>
 
 #include <fmt/format.h>
 
@@ -63,10 +64,10 @@ std::int64_t wrapDay(std::int64_t frames, std::int64_t day) {
 }  // namespace
 
 std::int64_t LTCRun::frameCountAt(double position) const {
-    if (frames.empty() || !(samplesPerFrame > 0)) {
+    if (length == 0 || !(samplesPerFrame > 0)) {
         return 0;
     }
-    const std::int64_t first = TimecodeMath::frameCount(frames.front().timecode, rate);
+    const std::int64_t first = TimecodeMath::frameCount(firstFrame.timecode, rate);
     const std::int64_t steps = roundHalfAwayFromZero((position - startPosition) / samplesPerFrame);
     return first + direction * steps;
 }
@@ -89,43 +90,66 @@ double runConfidence(std::size_t frames, std::size_t framesWithErrors, double ji
     return std::clamp(length * errors * clock, 0.0, 1.0);
 }
 
-void assessRun(LTCRun& run, std::int64_t sampleRate, const std::optional<FrameRateConfig>& given) {
-    if (run.frames.empty()) {
-        return;
-    }
-    const auto rateHz = static_cast<double>(std::max<std::int64_t>(sampleRate, 1));
-    run.direction = run.frames.front().reverse ? -1 : 1;
-    const LTCFrame& first = run.frames.front();
-    const double firstLength = first.endPosition - first.firstPosition;
+void LTCRunningFit::add(long double index, double position) {
+    const long double deviation =
+        static_cast<long double>(position) - origin - static_cast<long double>(step) * index;
+    ++n;
+    const auto count = static_cast<long double>(n);
+    const long double dI = index - meanIndex;
+    const long double dD = deviation - meanDeviation;
+    meanIndex += dI / count;
+    meanDeviation += dD / count;
+    cII += dI * (index - meanIndex);
+    cID += dI * (deviation - meanDeviation);
+    cDD += dD * (deviation - meanDeviation);
+}
 
-    // The counting used to number the frames along the run.
-    const double roughFps = firstLength > 0 ? rateHz / firstLength : 25.0;
-    int nominal = nominalForFps(roughFps);
-    std::size_t dropFrameBits = 0;
-    for (const LTCFrame& f : run.frames) {
-        dropFrameBits += f.dropFrameBit ? 1 : 0;
-    }
-    bool dropFrame = nominal == 30 && 2 * dropFrameBits > run.frames.size();
-    if (given) {
-        nominal = static_cast<int>(
-            TimecodeMath::nominalFramesPerSecond(given->numerator, given->denominator));
-        dropFrame = given->dropFrame;
-    }
-    const FrameRateConfig counting =
-        given ? *given : countingRate(nominal == 24 || nominal == 25 ? nominal : 30, dropFrame);
+double LTCRunningFit::slope() const {
+    return cII > 0 ? static_cast<double>(step + cID / cII) : step;
+}
+
+double LTCRunningFit::start() const {
+    const long double b = cII > 0 ? cID / cII : 0;
+    return static_cast<double>(origin + meanDeviation - b * meanIndex);
+}
+
+double LTCRunningFit::residualSquares() const {
+    const long double explained = cII > 0 ? cID * cID / cII : 0;
+    return static_cast<double>(std::max<long double>(cDD - explained, 0));
+}
+
+namespace {
+
+// The figures of a run's fit of frame start against frame index.
+struct RunFigures {
+    double slope = 0;     // samples per frame
+    double start = 0;     // fitted position of the first frame
+    double residual = 0;  // sum of squared distances of the frame starts from the fit
+    double sii = 0;       // sum of squared deviations of the frame indices from their mean
+};
+
+// The index of `frame` along a run read at `counting`: frames elapsed since
+// the run's first frame, across midnight.
+std::int64_t runIndex(const LTCFrame& frame, std::int64_t firstCount,
+                      const FrameRateConfig& counting, int direction, std::int64_t day) {
+    const std::int64_t count = TimecodeMath::frameCount(frame.timecode, counting);
+    return wrapDay(direction * (count - firstCount), day);
+}
+
+// Least squares over every frame of a run, two passes.
+RunFigures exactFit(const std::vector<LTCFrame>& frames, const FrameRateConfig& counting,
+                    int direction) {
+    const LTCFrame& first = frames.front();
     const std::int64_t day = dayFrames(counting);
     const std::int64_t firstCount = TimecodeMath::frameCount(first.timecode, counting);
-
-    // Least squares of frame start against frame index.
-    const std::size_t n = run.frames.size();
+    const std::size_t n = frames.size();
     std::vector<double> index(n);
     double sumI = 0;
     double sumP = 0;
     for (std::size_t i = 0; i < n; ++i) {
-        const std::int64_t count = TimecodeMath::frameCount(run.frames[i].timecode, counting);
-        index[i] = static_cast<double>(wrapDay(run.direction * (count - firstCount), day));
+        index[i] = static_cast<double>(runIndex(frames[i], firstCount, counting, direction, day));
         sumI += index[i];
-        sumP += run.frames[i].firstPosition;
+        sumP += frames[i].firstPosition;
     }
     const double meanI = sumI / static_cast<double>(n);
     const double meanP = sumP / static_cast<double>(n);
@@ -133,26 +157,80 @@ void assessRun(LTCRun& run, std::int64_t sampleRate, const std::optional<FrameRa
     double sip = 0;
     for (std::size_t i = 0; i < n; ++i) {
         sii += (index[i] - meanI) * (index[i] - meanI);
-        sip += (index[i] - meanI) * (run.frames[i].firstPosition - meanP);
+        sip += (index[i] - meanI) * (frames[i].firstPosition - meanP);
     }
-    double slope = firstLength;
+    RunFigures figures;
+    figures.sii = sii;
+    figures.slope = first.endPosition - first.firstPosition;
     if (n >= 2 && sii > 0) {
-        slope = sip / sii;
+        figures.slope = sip / sii;
     }
-    run.samplesPerFrame = slope;
-    run.startPosition = n >= 2 ? meanP - slope * meanI : first.firstPosition;
-    double residual = 0;
-    std::size_t framesWithErrors = 0;
-    run.bitErrors = 0;
+    figures.start = n >= 2 ? meanP - figures.slope * meanI : first.firstPosition;
     for (std::size_t i = 0; i < n; ++i) {
-        const double r = run.frames[i].firstPosition - (run.startPosition + slope * index[i]);
-        residual += r * r;
-        run.bitErrors += run.frames[i].bitErrors;
-        framesWithErrors += run.frames[i].bitErrors > 0 ? 1 : 0;
+        const double r = frames[i].firstPosition - (figures.start + figures.slope * index[i]);
+        figures.residual += r * r;
     }
-    run.jitter = n >= 3 ? std::sqrt(residual / static_cast<double>(n)) : 0.0;
+    return figures;
+}
+
+}  // namespace
+
+LTCRunBuilder::LTCRunBuilder(std::int64_t sampleRate, std::optional<FrameRateConfig> rate,
+                             std::optional<std::int64_t> timelineSpacing, std::size_t shortestKept)
+    : sampleRate_(std::max<std::int64_t>(sampleRate, 1)),
+      rate_(std::move(rate)),
+      timelineSpacing_(timelineSpacing),
+      shortestKept_(shortestKept) {}
+
+std::vector<FrameRateConfig> LTCRunBuilder::countings(const Chain& chain) const {
+    if (rate_) {
+        return {*rate_};
+    }
+    std::vector<FrameRateConfig> out = {countingRate(chain.nominal, chain.dropFrame)};
+    if (chain.nominal == 30) {
+        out.push_back(countingRate(30, !chain.dropFrame));
+    }
+    return out;
+}
+
+void LTCRunBuilder::assess(const Chain& chain, LTCRun& run) const {
+    const auto rateHz = static_cast<double>(sampleRate_);
+    run.direction = run.firstFrame.reverse ? -1 : 1;
+    const LTCFrame& first = run.firstFrame;
+    const double firstLength = first.endPosition - first.firstPosition;
+
+    // The counting used to number the frames along the run.
+    const double roughFps = firstLength > 0 ? rateHz / firstLength : 25.0;
+    int nominal = nominalForFps(roughFps);
+    const std::size_t n = run.length;
+    bool dropFrame = nominal == 30 && 2 * chain.dropFrameBits > n;
+    const std::optional<FrameRateConfig>& given = rate_;
+    if (given) {
+        nominal = static_cast<int>(
+            TimecodeMath::nominalFramesPerSecond(given->numerator, given->denominator));
+        dropFrame = given->dropFrame;
+    }
+    const FrameRateConfig counting =
+        given ? *given : countingRate(nominal == 24 || nominal == 25 ? nominal : 30, dropFrame);
+
+    // Least squares of frame start against frame index: from the frames
+    // themselves while the run is short, else from the fit at this counting.
+    RunFigures fit;
+    if (!chain.head.empty()) {
+        fit = exactFit(chain.head, counting, run.direction);
+    } else {
+        const std::vector<FrameRateConfig> fitted = countings(chain);
+        const std::size_t k = fitted.size() > 1 && fitted[1] == counting ? 1 : 0;
+        const LTCRunningFit& f = chain.fits.at(k);
+        fit = RunFigures{f.slope(), f.start(), f.residualSquares(), static_cast<double>(f.cII)};
+    }
+    const double slope = fit.slope;
+    const double sii = fit.sii;
+    run.samplesPerFrame = slope;
+    run.startPosition = fit.start;
+    run.jitter = n >= 3 ? std::sqrt(fit.residual / static_cast<double>(n)) : 0.0;
     run.measuredFps = slope > 0 ? rateHz / slope : 0;
-    run.confidence = runConfidence(n, framesWithErrors, run.jitter, slope / kFrameBits);
+    run.confidence = runConfidence(n, chain.framesWithErrors, run.jitter, slope / kFrameBits);
 
     const std::string measured =
         fmt::format("measured {:.3f} fps over {} frames", run.measuredFps, n);
@@ -162,50 +240,50 @@ void assessRun(LTCRun& run, std::int64_t sampleRate, const std::optional<FrameRa
         // 24, 25 and 30 frames a second are 4 % and more apart: a run whose
         // period says another of them is not code at the chosen rate.
         run.rateMismatch = n >= 2 && nominalForFps(run.measuredFps) != nominal;
-        return;
-    }
-    if (nominal == 25) {
+    } else if (nominal == 25) {
         run.rate = candidate(2);
         run.rateEvidence = "frame period: " + measured;
-        return;
-    }
-    // 24 or 30 against their 1000/1001 neighbours: the period differs by
-    // 0.1 %. x is 0 at the integer rate and 1 at the slower one.
-    const double integerPeriod = rateHz / nominal;
-    const double x = (slope / integerPeriod - 1.0) / 0.001;
-    const double spread = sii > 0 ? std::max(run.jitter, 0.3) / std::sqrt(sii) : 1e9;
-    const double sigma = spread / (integerPeriod * 0.001);
-    std::optional<bool> fractional;
-    if (n >= kMinimumRunFrames && 3.0 * sigma < 0.3) {
-        if (std::fabs(x) <= 0.4) {
-            fractional = false;
-        } else if (std::fabs(x - 1.0) <= 0.4) {
-            fractional = true;
+    } else {
+        // 24 or 30 against their 1000/1001 neighbours: the period differs by
+        // 0.1 %. x is 0 at the integer rate and 1 at the slower one.
+        const double integerPeriod = rateHz / nominal;
+        const double x = (slope / integerPeriod - 1.0) / 0.001;
+        const double spread = sii > 0 ? std::max(run.jitter, 0.3) / std::sqrt(sii) : 1e9;
+        const double sigma = spread / (integerPeriod * 0.001);
+        std::optional<bool> fractional;
+        if (n >= kMinimumRunFrames && 3.0 * sigma < 0.3) {
+            if (std::fabs(x) <= 0.4) {
+                fractional = false;
+            } else if (std::fabs(x - 1.0) <= 0.4) {
+                fractional = true;
+            }
+        }
+        const bool dropBit = nominal == 30 && 2 * chain.dropFrameBits > n;
+        if (nominal == 24) {
+            run.rate = fractional.value_or(false) ? candidate(0) : candidate(1);
+        } else if (dropBit) {
+            run.rate = candidate(4);
+        } else {
+            run.rate = fractional.value_or(false) ? candidate(3) : candidate(5);
+        }
+        if (dropBit) {
+            run.rateEvidence = "drop-frame bit; " + measured;
+        } else if (fractional) {
+            run.rateEvidence = "frame period: " + measured;
+        } else {
+            run.rateEvidence = "near tie: " + measured +
+                               " cannot separate the 1000/1001 rate; exact integer rate preferred";
         }
     }
-    const bool dropBit = nominal == 30 && 2 * dropFrameBits > n;
-    if (nominal == 24) {
-        run.rate = fractional.value_or(false) ? candidate(0) : candidate(1);
-    } else if (dropBit) {
-        run.rate = candidate(4);
-    } else {
-        run.rate = fractional.value_or(false) ? candidate(3) : candidate(5);
-    }
-    if (dropBit) {
-        run.rateEvidence = "drop-frame bit; " + measured;
-    } else if (fractional) {
-        run.rateEvidence = "frame period: " + measured;
-    } else {
-        run.rateEvidence = "near tie: " + measured +
-                           " cannot separate the 1000/1001 rate; exact integer rate preferred";
+    // The timeline counts at the rate chosen.
+    for (LTCTimelinePoint& point : run.timeline) {
+        point.timecode.dropFrame = run.rate.dropFrame;
+        point.frameCount = TimecodeMath::frameCount(point.timecode, run.rate);
     }
 }
 
-LTCRunBuilder::LTCRunBuilder(std::int64_t sampleRate, std::optional<FrameRateConfig> rate)
-    : sampleRate_(std::max<std::int64_t>(sampleRate, 1)), rate_(std::move(rate)) {}
-
 bool LTCRunBuilder::extends(const Chain& chain, const LTCFrame& frame, int& direction) const {
-    const LTCFrame& last = chain.frames.back();
+    const LTCFrame& last = chain.run.lastFrame;
     if (frame.reverse != last.reverse) {
         return false;
     }
@@ -235,29 +313,79 @@ bool LTCRunBuilder::extends(const Chain& chain, const LTCFrame& frame, int& dire
     return wrapDay(delta - direction * static_cast<std::int64_t>(steps), day) == 0;
 }
 
-void LTCRunBuilder::add(const LTCFrame& frame) {
-    const double horizon = frame.firstPosition - kOpenSeconds * static_cast<double>(sampleRate_);
+void LTCRunBuilder::append(Chain& chain, const LTCFrame& frame) const {
+    LTCRun& run = chain.run;
+    if (run.length == 0) {
+        run.firstFrame = frame;
+    }
+    run.lastFrame = frame;
+    ++run.length;
+    run.bitErrors += frame.bitErrors;
+    chain.framesWithErrors += frame.bitErrors > 0 ? 1 : 0;
+    chain.dropFrameBits += frame.dropFrameBit ? 1 : 0;
+    if (timelineSpacing_ && (run.timeline.empty() ||
+                             frame.firstSample - run.timeline.back().sample >= *timelineSpacing_)) {
+        run.timeline.push_back(LTCTimelinePoint{frame.firstSample, frame.timecode, 0});
+    }
+    if (run.length <= kExactFitFrames) {
+        chain.head.push_back(frame);
+        return;
+    }
+    const int direction = run.firstFrame.reverse ? -1 : 1;
+    const std::vector<FrameRateConfig> fitted = countings(chain);
+    auto feed = [&](std::size_t k, const LTCFrame& f) {
+        const FrameRateConfig& counting = fitted[k];
+        const std::int64_t index =
+            runIndex(f, TimecodeMath::frameCount(run.firstFrame.timecode, counting), counting,
+                     direction, dayFrames(counting));
+        chain.fits[k].add(static_cast<long double>(index), f.firstPosition);
+    };
+    if (!chain.head.empty()) {
+        // The run has grown long: its running fits start from the line the
+        // frames so far give, and the frames are let go.
+        for (std::size_t k = 0; k < fitted.size(); ++k) {
+            const RunFigures line = exactFit(chain.head, fitted[k], direction);
+            chain.fits[k].origin = line.start;
+            chain.fits[k].step = line.slope;
+            for (const LTCFrame& f : chain.head) {
+                feed(k, f);
+            }
+        }
+        std::vector<LTCFrame>().swap(chain.head);
+    }
+    for (std::size_t k = 0; k < fitted.size(); ++k) {
+        feed(k, frame);
+    }
+}
+
+void LTCRunBuilder::closeOpenBefore(double horizon) {
     for (auto it = open_.begin(); it != open_.end();) {
-        if (it->frames.back().endPosition < horizon) {
-            closed_.push_back(std::move(*it));
+        if (it->run.lastFrame.endPosition < horizon) {
+            if (it->run.length >= shortestKept_) {
+                closed_.push_back(std::move(*it));
+            }
             it = open_.erase(it);
         } else {
             ++it;
         }
     }
+}
+
+void LTCRunBuilder::add(const LTCFrame& frame) {
+    closeOpenBefore(frame.firstPosition - kOpenSeconds * static_cast<double>(sampleRate_));
     // The chain whose last frame is the latest is tried first.
     std::vector<std::size_t> order(open_.size());
     for (std::size_t i = 0; i < order.size(); ++i) {
         order[i] = i;
     }
     std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-        return open_[a].frames.back().endPosition > open_[b].frames.back().endPosition;
+        return open_[a].run.lastFrame.endPosition > open_[b].run.lastFrame.endPosition;
     });
     for (const std::size_t i : order) {
         int direction = 0;
         if (extends(open_[i], frame, direction)) {
             open_[i].direction = direction;
-            open_[i].frames.push_back(frame);
+            append(open_[i], frame);
             return;
         }
     }
@@ -274,16 +402,15 @@ void LTCRunBuilder::add(const LTCFrame& frame) {
     if (!existsAt(frame.timecode, chain.nominal, chain.dropFrame)) {
         return;
     }
-    chain.frames.push_back(frame);
+    append(chain, frame);
     open_.push_back(std::move(chain));
 }
 
 std::vector<LTCRun> LTCRunBuilder::allRuns() const {
     std::vector<LTCRun> runs;
     auto take = [&](const Chain& chain) {
-        LTCRun run;
-        run.frames = chain.frames;
-        assessRun(run, sampleRate_, rate_);
+        LTCRun run = chain.run;
+        assess(chain, run);
         runs.push_back(std::move(run));
     };
     for (const Chain& chain : closed_) {
@@ -293,7 +420,28 @@ std::vector<LTCRun> LTCRunBuilder::allRuns() const {
         take(chain);
     }
     std::stable_sort(runs.begin(), runs.end(), [](const LTCRun& a, const LTCRun& b) {
-        return a.frames.front().firstPosition < b.frames.front().firstPosition;
+        return a.firstFrame.firstPosition < b.firstFrame.firstPosition;
+    });
+    return runs;
+}
+
+std::vector<LTCRun> LTCRunBuilder::takeRuns() {
+    std::vector<LTCRun> runs;
+    auto take = [&](Chain& chain) {
+        LTCRun run = std::move(chain.run);
+        assess(chain, run);
+        runs.push_back(std::move(run));
+    };
+    for (Chain& chain : closed_) {
+        take(chain);
+    }
+    for (Chain& chain : open_) {
+        take(chain);
+    }
+    closed_.clear();
+    open_.clear();
+    std::stable_sort(runs.begin(), runs.end(), [](const LTCRun& a, const LTCRun& b) {
+        return a.firstFrame.firstPosition < b.firstFrame.firstPosition;
     });
     return runs;
 }
@@ -301,10 +449,10 @@ std::vector<LTCRun> LTCRunBuilder::allRuns() const {
 std::vector<LTCRunBuilder::Summary> LTCRunBuilder::summary() const {
     std::vector<Summary> out;
     for (const Chain& chain : closed_) {
-        out.push_back(Summary{chain.frames.front().firstPosition, chain.frames.size(), false});
+        out.push_back(Summary{chain.run.firstFrame.firstPosition, chain.run.length, false});
     }
     for (const Chain& chain : open_) {
-        out.push_back(Summary{chain.frames.front().firstPosition, chain.frames.size(), true});
+        out.push_back(Summary{chain.run.firstFrame.firstPosition, chain.run.length, true});
     }
     std::sort(out.begin(), out.end(),
               [](const Summary& a, const Summary& b) { return a.first < b.first; });
@@ -312,36 +460,34 @@ std::vector<LTCRunBuilder::Summary> LTCRunBuilder::summary() const {
 }
 
 void LTCRunBuilder::closeBefore(double position) {
-    const double horizon = position - kOpenSeconds * static_cast<double>(sampleRate_);
-    for (auto it = open_.begin(); it != open_.end();) {
-        if (it->frames.back().endPosition < horizon) {
-            closed_.push_back(std::move(*it));
-            it = open_.erase(it);
-        } else {
-            ++it;
+    closeOpenBefore(position - kOpenSeconds * static_cast<double>(sampleRate_));
+}
+
+void forEachTimelinePoint(const std::vector<LTCRun>& runs,
+                          const std::function<void(const LTCTimelinePoint&)>& visit) {
+    // A merge of the runs' timelines, each in stream order: the earliest
+    // sample first, the earlier run first on a tie.
+    using Next = std::pair<std::int64_t, std::size_t>;  // sample, run
+    std::priority_queue<Next, std::vector<Next>, std::greater<>> next;
+    std::vector<std::size_t> at(runs.size(), 0);
+    for (std::size_t r = 0; r < runs.size(); ++r) {
+        if (!runs[r].timeline.empty()) {
+            next.emplace(runs[r].timeline.front().sample, r);
+        }
+    }
+    while (!next.empty()) {
+        const std::size_t r = next.top().second;
+        next.pop();
+        visit(runs[r].timeline[at[r]]);
+        if (++at[r] < runs[r].timeline.size()) {
+            next.emplace(runs[r].timeline[at[r]].sample, r);
         }
     }
 }
 
-std::vector<LTCTimelinePoint> timelinePoints(const std::vector<LTCRun>& runs,
-                                             std::int64_t spacing) {
+std::vector<LTCTimelinePoint> timelinePoints(const std::vector<LTCRun>& runs) {
     std::vector<LTCTimelinePoint> points;
-    for (const LTCRun& run : runs) {
-        std::optional<std::int64_t> last;
-        for (const LTCFrame& frame : run.frames) {
-            if (last && frame.firstSample - *last < spacing) {
-                continue;
-            }
-            last = frame.firstSample;
-            Timecode tc = frame.timecode;
-            tc.dropFrame = run.rate.dropFrame;
-            points.push_back(
-                LTCTimelinePoint{frame.firstSample, tc, TimecodeMath::frameCount(tc, run.rate)});
-        }
-    }
-    std::stable_sort(
-        points.begin(), points.end(),
-        [](const LTCTimelinePoint& a, const LTCTimelinePoint& b) { return a.sample < b.sample; });
+    forEachTimelinePoint(runs, [&](const LTCTimelinePoint& p) { points.push_back(p); });
     return points;
 }
 
@@ -384,12 +530,12 @@ bool LTCStartDecoder::certain() const {
 std::optional<LTCRun> LTCStartDecoder::run() const {
     std::vector<LTCRun> runs = builder_.allRuns();
     for (LTCRun& run : runs) {
-        if (run.frames.size() >= kMinimumRunFrames) {
+        if (run.length >= kMinimumRunFrames) {
             return std::move(run);
         }
     }
     for (LTCRun& run : runs) {
-        if (run.frames.size() >= 2) {
+        if (run.length >= 2) {
             return std::move(run);
         }
     }
@@ -410,7 +556,7 @@ LTCDecodeResult LTCStartDecoder::finish() const {
     const double origin = static_cast<double>(origin_.value_or(0));
     LTCDecodeResult result;
     result.frameRate = found->rate;
-    result.timecode = found->frames.front().timecode;
+    result.timecode = found->firstFrame.timecode;
     result.timecode.dropFrame = found->rate.dropFrame;
     result.firstValidPosition = found->startPosition - origin;
     result.firstValidSample = roundHalfAwayFromZero(result.firstValidPosition);
@@ -418,7 +564,7 @@ LTCDecodeResult LTCStartDecoder::finish() const {
                                static_cast<double>(std::max<std::int64_t>(sampleRate_, 1));
     result.confidence = found->confidence;
     result.direction = found->direction;
-    result.runFrames = static_cast<std::int64_t>(found->frames.size());
+    result.runFrames = static_cast<std::int64_t>(found->length);
     result.bitErrors = found->bitErrors;
     result.measuredFps = found->measuredFps;
     result.samplesPerFrame = found->samplesPerFrame;
@@ -429,8 +575,12 @@ LTCDecodeResult LTCStartDecoder::finish() const {
 
 // ---------------------------------------------------------------------------
 
-LTCRunScanner::LTCRunScanner(std::int64_t sampleRate, std::optional<FrameRateConfig> rate)
-    : sampleRate_(sampleRate), rate_(rate), decoder_(sampleRate), builder_(sampleRate, rate) {}
+LTCRunScanner::LTCRunScanner(std::int64_t sampleRate, std::optional<FrameRateConfig> rate,
+                             std::optional<std::int64_t> timelineSpacing)
+    : sampleRate_(sampleRate),
+      rate_(rate),
+      decoder_(sampleRate),
+      builder_(sampleRate, rate, timelineSpacing, kMinimumRunFrames) {}
 
 void LTCRunScanner::push(std::span<const float> block, std::int64_t firstSample) {
     decoder_.push(block, firstSample);
@@ -439,9 +589,9 @@ void LTCRunScanner::push(std::span<const float> block, std::int64_t firstSample)
     }
 }
 
-std::vector<LTCRun> LTCRunScanner::finish() const {
-    std::vector<LTCRun> runs = builder_.allRuns();
-    std::erase_if(runs, [](const LTCRun& r) { return r.frames.size() < kMinimumRunFrames; });
+std::vector<LTCRun> LTCRunScanner::finish() {
+    std::vector<LTCRun> runs = builder_.takeRuns();
+    std::erase_if(runs, [](const LTCRun& r) { return r.length < kMinimumRunFrames; });
     return runs;
 }
 

@@ -30,8 +30,10 @@ LTCRun run(std::int64_t first, int frames, std::int64_t firstCount,
         f.endPosition = f.firstPosition + r.samplesPerFrame;
         f.firstSample = std::llround(f.firstPosition);
         f.endSample = std::llround(f.endPosition);
-        r.frames.push_back(f);
+        r.firstFrame = i == 0 ? f : r.firstFrame;
+        r.lastFrame = f;
     }
+    r.length = static_cast<std::size_t>(frames);
     return r;
 }
 
