@@ -72,6 +72,14 @@ std::int64_t LTCRun::frameCountAt(double position) const {
     return first + direction * steps;
 }
 
+LTCTimelinePoint LTCRun::point(const Mark& mark) const {
+    LTCTimelinePoint p;
+    p.sample = mark.sample;
+    p.timecode = Timecode{mark.hours, mark.minutes, mark.seconds, mark.frames, rate.dropFrame};
+    p.frameCount = TimecodeMath::frameCount(p.timecode, rate);
+    return p;
+}
+
 double runConfidence(std::size_t frames, std::size_t framesWithErrors, double jitter,
                      double samplesPerBit) {
     static constexpr std::array<double, 8> kByLength = {0.0, 0.3, 0.5, 0.7, 0.8, 0.85, 0.9, 0.95};
@@ -275,11 +283,6 @@ void LTCRunBuilder::assess(const Chain& chain, LTCRun& run) const {
                                " cannot separate the 1000/1001 rate; exact integer rate preferred";
         }
     }
-    // The timeline counts at the rate chosen.
-    for (LTCTimelinePoint& point : run.timeline) {
-        point.timecode.dropFrame = run.rate.dropFrame;
-        point.frameCount = TimecodeMath::frameCount(point.timecode, run.rate);
-    }
 }
 
 bool LTCRunBuilder::extends(const Chain& chain, const LTCFrame& frame, int& direction) const {
@@ -325,7 +328,11 @@ void LTCRunBuilder::append(Chain& chain, const LTCFrame& frame) const {
     chain.dropFrameBits += frame.dropFrameBit ? 1 : 0;
     if (timelineSpacing_ && (run.timeline.empty() ||
                              frame.firstSample - run.timeline.back().sample >= *timelineSpacing_)) {
-        run.timeline.push_back(LTCTimelinePoint{frame.firstSample, frame.timecode, 0});
+        const Timecode& tc = frame.timecode;
+        run.timeline.push_back(LTCRun::Mark{frame.firstSample, static_cast<std::uint8_t>(tc.hours),
+                                            static_cast<std::uint8_t>(tc.minutes),
+                                            static_cast<std::uint8_t>(tc.seconds),
+                                            static_cast<std::uint8_t>(tc.frames)});
     }
     if (run.length <= kExactFitFrames) {
         chain.head.push_back(frame);
@@ -478,7 +485,7 @@ void forEachTimelinePoint(const std::vector<LTCRun>& runs,
     while (!next.empty()) {
         const std::size_t r = next.top().second;
         next.pop();
-        visit(runs[r].timeline[at[r]]);
+        visit(runs[r].point(runs[r].timeline[at[r]]));
         if (++at[r] < runs[r].timeline.size()) {
             next.emplace(runs[r].timeline[at[r]].sample, r);
         }

@@ -39,16 +39,27 @@ struct LTCRun {
     int bitErrors = 0;           // clock irregularities inside the run's frames
     double confidence = 0;       // 0..1 from run length, bit errors and clock stability
     bool rateMismatch = false;   // a given rate that the measured period contradicts
-    // The run's first frame, then frames at least the scanner's spacing apart,
-    // counted at `rate`; empty when no timeline was asked for. A deque: hours
-    // of points grow block by block, never copied into a buffer twice as big.
-    std::deque<LTCTimelinePoint> timeline;
+    // A timeline frame as kept: where it starts and what it reads (LTC fields
+    // are two BCD digits at most), 16 bytes where a full point takes 56.
+    struct Mark {
+        std::int64_t sample = 0;
+        std::uint8_t hours = 0;
+        std::uint8_t minutes = 0;
+        std::uint8_t seconds = 0;
+        std::uint8_t frames = 0;
+    };
+    // The run's first frame, then frames at least the scanner's spacing apart;
+    // empty when no timeline was asked for. A deque: hours of marks grow block
+    // by block, never copied into a buffer twice as big.
+    std::deque<Mark> timeline;
 
     std::int64_t firstSample() const { return firstFrame.firstSample; }
     std::int64_t endSample() const { return lastFrame.endSample; }
     // Frame count (at `rate`) of the frame that starts at `position`, projected
     // along the run; rounded half away from zero.
     std::int64_t frameCountAt(double position) const;
+    // A timeline mark as a point counted at `rate`.
+    LTCTimelinePoint point(const Mark& mark) const;
 };
 
 // Least squares of frame start against frame index, updated frame by frame

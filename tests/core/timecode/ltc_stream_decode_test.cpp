@@ -158,7 +158,7 @@ TEST(LTCRunBuilderTest, LongRunsKeepFiguresNotFramesAndFitLikeAFullReference) {
         for (std::size_t i = 0; i < timeline.size(); ++i) {
             EXPECT_EQ(run.timeline[i].sample, timeline[i]);
         }
-        EXPECT_EQ(run.timeline.back().timecode.dropFrame, rate.dropFrame);
+        EXPECT_EQ(run.point(run.timeline.back()).timecode.dropFrame, rate.dropFrame);
     }
 }
 
