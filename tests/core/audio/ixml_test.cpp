@@ -135,29 +135,5 @@ TEST(IXMLTest, DocumentsThatAreNotWellFormedAreRefused) {
     EXPECT_FALSE(IXML::parse(deep));
 }
 
-TEST(IXMLTest, SingleChannelDocumentKeepsItsTrackAndEverythingElse) {
-    const IXMLElement doc = recorderDocument("sd702T_A101_1.WAV");
-    if (doc.name.empty()) {
-        return;
-    }
-    const IXMLElement boom = IXML::forSingleChannel(doc, 2);
-    EXPECT_EQ(IXML::tracks(boom), (std::vector<IXMLTrack>{{1, 1, "Boom"}}));
-    EXPECT_EQ(boom.child("TRACK_LIST")->childText("TRACK_COUNT"), "1");
-    for (const IXMLElement& c : doc.children) {
-        if (c.name != "TRACK_LIST") {
-            EXPECT_EQ(*boom.child(c.name), c) << c.name;
-        }
-    }
-    // Tracks listed without interleave indices are taken in order; a channel
-    // without a track still gets the indices.
-    const auto bare = IXML::parse(
-        "<BWFXML><TRACK_LIST><TRACK><NAME>a</NAME></TRACK><TRACK><NAME>b</NAME></TRACK>"
-        "</TRACK_LIST></BWFXML>");
-    EXPECT_EQ(IXML::tracks(IXML::forSingleChannel(*bare, 2)),
-              (std::vector<IXMLTrack>{{1, 1, "b"}}));
-    EXPECT_EQ(IXML::tracks(IXML::forSingleChannel(*IXML::parse("<BWFXML/>"), 3)),
-              (std::vector<IXMLTrack>{{1, 1, ""}}));
-}
-
 }  // namespace
 }  // namespace norvane

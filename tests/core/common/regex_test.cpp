@@ -21,9 +21,6 @@ TEST(RegexTest, CapturesAndOptionalGroups) {
     EXPECT_EQ((*m)[3], "B");
     EXPECT_EQ(re.allMatches("x_T12_B_T3_A", 1), (std::vector<std::string>{"T12", "T3"}));
     EXPECT_FALSE(re.firstMatch("nothing"));
-}
-
-TEST(RegexTest, CaseInsensitiveOption) {
     EXPECT_FALSE(Regex("take").matches("TAKE 1"));
     EXPECT_TRUE(Regex("take", Regex::Options{true}).matches("TAKE 1"));
 }
