@@ -82,7 +82,10 @@ TEST(PolyWavSplitTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) {
             ASSERT_EQ(chunks.size(), 3u);
             EXPECT_EQ(chunks[1].id, "bext");
             EXPECT_EQ(readLE64(chunks[1].payload, 338), 42u);
-            // libsndfile checks the mono fmt below; the byte rate it ignores.
+            // A plain 16-byte fmt (tag 1 or 3, never extensible); libsndfile
+            // checks the rest below except the byte rate.
+            ASSERT_EQ(chunks[0].payload.size(), 16u);
+            EXPECT_EQ(chunks[0].payload[0], c.sndfileSubtype == SF_FORMAT_FLOAT ? 3 : 1);
             EXPECT_EQ(readLE32(chunks[0].payload, 8), 44100u * bytesPerSample);
             ByteBuffer expected;
             for (std::size_t f = 0; f < 3; ++f) {
