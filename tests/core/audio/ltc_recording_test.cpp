@@ -58,11 +58,10 @@ TEST(LTCRecordingTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
             ASSERT_EQ(ltc[static_cast<std::size_t>(i)], 0.0f) << i;
         }
         // The first frame starts at the lead-in and carries the start code.
-        ASSERT_FALSE(summary.frames.empty());
+        ASSERT_GE(summary.frames.size(), 3u);
         EXPECT_EQ(summary.frames[0].sample, 1000);
         EXPECT_EQ(summary.frames[0].timecode, options.start);
         // 13:08:59;29 is followed by 13:09:00;02 in drop-frame counting.
-        ASSERT_GE(summary.frames.size(), 3u);
         EXPECT_EQ(summary.frames[2].timecode, (Timecode{13, 9, 0, 2, true}));
 
         const LTCDecodeResult result = LTCDecoder::decode(ltc, 44100, options.rate);
@@ -76,14 +75,6 @@ TEST(LTCRecordingTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
             }
         }
         EXPECT_TRUE(matched);
-        // The tone channels are quiet: -30 dBFS.
-        for (int c : {0, 2}) {
-            float peak = 0;
-            for (float s : channel(r, c)) {
-                peak = std::max(peak, std::fabs(s));
-            }
-            EXPECT_NEAR(peak, 0.0316, 0.001);
-        }
     }
 }
 
