@@ -227,39 +227,30 @@ TEST(SourceTimeline, CodedErrors) {
 // typed error, never a crash; the generated-document check never throws.
 TEST(SourceTimelineRobustness, MutatedExportsGiveContextsOrCodedErrors) {
     std::uint32_t state = 12345;
-    auto next = [&] {
-        state = state * 1664525u + 1013904223u;
-        return state >> 8;
-    };
-    const char* alphabet = "<>/\"'&;= s0123456789-";
+    auto next = [&] { return (state = state * 1664525u + 1013904223u) >> 8; };
+    const std::string alphabet = "<>/\"'&;= s0123456789-";
     int read = 0;
     int refused = 0;
     for (const char* name : {"24.fcpxml", "MulticamSample.fcpxml", "29.97d.fcpxml"}) {
         const std::string original = fixture(name);
         for (int round = 0; round < 150; ++round) {
             std::string text = original;
-            int edits = 1 + static_cast<int>(next() % 8);
-            for (int e = 0; e < edits; ++e) {
-                std::size_t at = next() % text.size();
-                switch (next() % 3) {
-                    case 0:
-                        text[at] = alphabet[next() % 21];
-                        break;
-                    case 1:
-                        text.erase(at, 1 + next() % 40);
-                        break;
-                    default:
-                        text.insert(at, text.substr(next() % text.size(), 1 + next() % 60));
-                        break;
+            for (int e = 0, edits = 1 + static_cast<int>(next() % 8); e < edits; ++e) {
+                const std::size_t at = next() % text.size();
+                const auto kind = next() % 3;
+                if (kind == 0) {
+                    text[at] = alphabet[next() % alphabet.size()];
+                } else if (kind == 1) {
+                    text.erase(at, 1 + next() % 40);
+                } else {
+                    text.insert(at, text.substr(next() % text.size(), 1 + next() % 60));
                 }
             }
             try {
-                SourceContext context = readSourceTimeline(text);
+                readSourceTimeline(text);
                 ++read;
             } catch (const SourceTimelineError& e) {
-                EXPECT_GE(e.codeNumber(), 1);
-                EXPECT_LE(e.codeNumber(), 3);
-                EXPECT_FALSE(e.message().empty());
+                EXPECT_TRUE(e.codeNumber() >= 1 && e.codeNumber() <= 3 && !e.message().empty());
                 ++refused;
             } catch (const std::overflow_error&) {
                 ++refused;  // a time too large for 64-bit frames
@@ -267,7 +258,6 @@ TEST(SourceTimelineRobustness, MutatedExportsGiveContextsOrCodedErrors) {
             EXPECT_NO_THROW(validateGeneratedFCPXML(text));
         }
     }
-    EXPECT_EQ(read + refused, 450);
     EXPECT_GT(read, 0);
     EXPECT_GT(refused, 0);
 }
