@@ -97,39 +97,35 @@ TEST(RebuildValidation, FileChecksInOrderWithCounts) {
                     "Info: Track Trk2 missing."));
 }
 
-TEST(RebuildValidation, MissingIndicesListEightThenEllipsis) {
-    auto items = validationItems({row(1, "Trk1"), row(2, "Trk1"), row(12, "Trk1")}, oneLane(),
-                                 TimecodeSourcePriority::bwfIXMLThenFilename);
-    EXPECT_THAT(texts(items), ElementsAre("Error: Broken incremental event sequence. Missing "
-                                          "indices: 3, 4, 5, 6, 7, 8, 9, 10...."));
-    // A huge gap is described without walking it.
-    auto huge = validationItems({row(1, "Trk1"), row(9000000000000000000, "Trk1")}, oneLane(),
-                                TimecodeSourcePriority::bwfIXMLThenFilename);
-    EXPECT_THAT(texts(huge)[0], ::testing::EndsWith("2, 3, 4, 5, 6, 7, 8, 9...."));
-    auto clean = validationItems({row(1, "Trk1"), row(2, "Trk1")}, oneLane(),
-                                 TimecodeSourcePriority::bwfIXMLThenFilename);
-    EXPECT_THAT(texts(clean), ElementsAre("Info: Validation passed with no issues."));
+// The findings over `rows` with one video lane and the analysis' issues.
+std::vector<std::string> findings(const std::vector<TimelineRebuildDetectedAudioInput>& rows,
+                                  const ResolveRebuildAnalysis& analysis = oneLane()) {
+    return texts(validationItems(rows, analysis, TimecodeSourcePriority::bwfIXMLThenFilename));
 }
 
-TEST(RebuildValidation, PassedNeverStandsBesideAnError) {
+TEST(RebuildValidation, MissingIndicesAndWhenValidationPasses) {
+    EXPECT_THAT(findings({row(1, "Trk1"), row(2, "Trk1"), row(12, "Trk1")}),
+                ElementsAre("Error: Broken incremental event sequence. Missing indices: 3, 4, 5, "
+                            "6, 7, 8, 9, 10...."));
+    // A huge gap is described without walking it.
+    EXPECT_THAT(findings({row(1, "Trk1"), row(9000000000000000000, "Trk1")})[0],
+                ::testing::EndsWith("2, 3, 4, 5, 6, 7, 8, 9...."));
+    const auto twoEvents = std::vector{row(1, "Trk1"), row(2, "Trk1")};
+    EXPECT_THAT(findings(twoEvents), ElementsAre("Info: Validation passed with no issues."));
     ResolveRebuildAnalysis analysis = oneLane();
     analysis.issues.push_back({ResolveRebuildIssueSeverity::warning, "Camera gap."});
-    auto clean = validationItems({row(1, "Trk1"), row(2, "Trk1")}, analysis,
-                                 TimecodeSourcePriority::bwfIXMLThenFilename);
-    EXPECT_THAT(texts(clean),
+    EXPECT_THAT(findings(twoEvents, analysis),
                 ElementsAre("Warning: Camera gap.", "Info: Validation passed with no issues."));
-    // An Error of the analysis blocks the build: no pass beside it.
+    // An Error of the analysis blocks the build: no pass beside it; nor
+    // beside one finding over the files.
     analysis.issues.push_back({ResolveRebuildIssueSeverity::error, "Unparseable."});
-    EXPECT_THAT(texts(validationItems({row(1, "Trk1"), row(2, "Trk1")}, analysis,
-                                      TimecodeSourcePriority::bwfIXMLThenFilename)),
+    EXPECT_THAT(findings(twoEvents, analysis),
                 ElementsAre("Warning: Camera gap.", "Error: Unparseable."));
-    // One finding over the files withholds it too.
     auto implicit = std::vector{row(1, "Trk1")};
     implicit[0].trackProvenance = TimelineTrackProvenance::implicit;
-    EXPECT_THAT(
-        texts(validationItems(implicit, analysis, TimecodeSourcePriority::bwfIXMLThenFilename)),
-        ElementsAre("Warning: 1 clips used implicit track mapping from sorted file order.",
-                    "Warning: Camera gap.", "Error: Unparseable."));
+    EXPECT_THAT(findings(implicit, analysis),
+                ElementsAre("Warning: 1 clips used implicit track mapping from sorted file order.",
+                            "Warning: Camera gap.", "Error: Unparseable."));
 }
 
 TEST(RebuildValidation, DurationBoundaryAndTolerance) {

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/audio/mono_wav_writer.h"
 #include "tests/core/audio/sndfile_check.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
@@ -190,17 +188,6 @@ TEST(PolyWavSplitTest, CutOffInputsSplitToTheLastWholeFrame) {
     EXPECT_EQ(testing::openWithSndfile(dir / "cut_CH03.wav").frames, 1000);
     const ByteBuffer mono = testing::readBytes(dir / "cut_CH03.wav");
     EXPECT_TRUE(std::equal(mono.end() - 3, mono.end(), cut.data->begin() + 999 * 12 + 6));
-}
-
-TEST(PolyWavSplitTest, MonoWriterErrorsEndTheRun) {
-    testing::TempDir dir;
-    WavSpec eight;
-    eight.bits = 8;
-    eight.frames = 4;
-    testing::writeBytes(dir / "eight.wav", testing::makeWav(eight));
-    EXPECT_THAT([&] { PolyWavSplitProcessor::split({dir / "eight.wav"}, dir.path(), false); },
-                ::testing::ThrowsMessage<MonoWAVError>(
-                    "Bit depth 8 is not supported for mono export (use 16, 24, or 32)."));
 }
 
 TEST(PolyWavSplitTest, CancellationWhileWriting) {
