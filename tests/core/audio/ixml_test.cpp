@@ -75,21 +75,6 @@ TEST(IXMLTest, RecorderDocumentsSurviveSerializeAndMerge) {
     }
 }
 
-TEST(IXMLTest, RecorderRatesTracksAndTimestamps) {
-    const IXMLElement sd = recorderDocument("sd702T_A101_1.WAV");
-    const IXMLElement f8 = recorderDocument("zoomF8_TrL_R.WAV");
-    if (sd.name.empty() || f8.name.empty()) {
-        return;
-    }
-    EXPECT_EQ(IXML::timecodeRate(sd), k23976);
-    EXPECT_EQ(IXML::timecodeRate(f8), frameRateConfig(FrameRatePreset::fps25));
-    EXPECT_EQ(IXML::samplesSinceMidnight(sd), 2190940753ull);
-    EXPECT_EQ(IXML::samplesSinceMidnight(f8), 3917280000ull);
-    EXPECT_EQ(IXML::tracks(sd), (std::vector<IXMLTrack>{{1, 1, "MKH516 A"}, {2, 2, "Boom"}}));
-    EXPECT_EQ(IXML::trackName(f8, 2), "Mix-R");
-    EXPECT_EQ(IXML::trackName(f8, 3), "");
-}
-
 TEST(IXMLTest, MergeCreatesSpeedAndSplitsTheTimeReferenceAt32Bits) {
     IXMLElement doc = *IXML::parse("<BWFXML><SCENE>12</SCENE></BWFXML>");
     IXML::mergeStamp(doc, {k2997DF, {1, 0, 0, 2, true}, (1ull << 32) + 5, 96000});
