@@ -63,14 +63,6 @@ std::string attrs(const XMLNode& node) {
     return out;
 }
 
-std::vector<std::string> issueTexts(const ResolveRebuildAnalysis& analysis) {
-    std::vector<std::string> out;
-    for (const auto& issue : analysis.issues) {
-        out.push_back(label(issue.severity) + ": " + issue.message);
-    }
-    return out;
-}
-
 // Both checks every generated document must pass.
 void expectValid(const std::string& xml) {
     EXPECT_EQ(testing::dtdProblems(xml), "");
@@ -142,7 +134,7 @@ TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
     EXPECT_EQ(attrs(*gaps[1]->children[1]->children[0]),
               "gap name=Gap start=91512/25s offset=0/1s duration=5/1s");
 
-    EXPECT_THAT(issueTexts(output.analysis),
+    EXPECT_THAT(testing::texts(output.analysis.issues),
                 ElementsAre("Warning: Missing camera clip for lane V2 at event 2 (01:01:00:12); "
                             "emitting lane gap.",
                             "Info: Track Trk2 missing at event 2; emitting lane gap."));
@@ -162,7 +154,7 @@ TEST(FCPXMLGenerator, SkipClipAndFailExportWriteNoLaneGap) {
         auto output = generateFCPXML(context, twoEvents(), mix(48000 * 15), options);
         expectValid(output.xml);
         EXPECT_EQ(all(*parseXMLTree(output.xml), "spine").size(), 2u);  // the main and Trk2's
-        EXPECT_EQ(issueTexts(output.analysis).front(),
+        EXPECT_EQ(testing::texts(output.analysis.issues).front(),
                   behaviour == MissingCameraBehavior::skipClip
                       ? "Warning: Missing camera clip for lane V2 at event 2 (01:01:00:12); "
                         "skipping clip."
@@ -185,7 +177,7 @@ TEST(FCPXMLGenerator, MulticamSourcesAndRange) {
     expectValid(output.xml);
     EXPECT_TRUE(output.analysis.hasMulticam);
     EXPECT_EQ(output.analysis.multicamName, "Demo Multicam");
-    EXPECT_THAT(issueTexts(output.analysis),
+    EXPECT_THAT(testing::texts(output.analysis.issues),
                 ElementsAre("Warning: Event 2 (01:02:00:00) outside multicam range for lane V1; "
                             "emitting lane gap."));
 
@@ -212,7 +204,7 @@ TEST(FCPXMLGenerator, DuplicatesEscapingAndAssetIDs) {
     StereoMixInfo stereo{"/takes/Mix & \"Final\".wav", 48000, 48000, 2};
     auto output = generateFCPXML(context, inputs, stereo, {});
     expectValid(output.xml);
-    EXPECT_THAT(issueTexts(output.analysis),
+    EXPECT_THAT(testing::texts(output.analysis.issues),
                 ElementsAre("Warning: Duplicate track Trk1 at event 1; keeping " + odd +
                             ".wav, ignoring evt1_copy.wav."));
     EXPECT_THAT(output.xml, HasSubstr("name=\"evt1 &quot;A&amp;B&quot; &lt;x&gt; Trk1.wav\""));
@@ -265,7 +257,7 @@ TEST(FCPXMLGenerator, DefaultsForBareSourcesAndBadTimecodes) {
     EXPECT_THAT(output.xml,
                 HasSubstr("\n    <format id=\"r0\" name=\"FFVideoFormat1080p24\" "
                           "frameDuration=\"1/24s\" width=\"1920\" height=\"1080\"/>\n"));
-    EXPECT_THAT(issueTexts(output.analysis),
+    EXPECT_THAT(testing::texts(output.analysis.issues),
                 ElementsAre("Error: Could not parse event timecode for order 4: UNRESOLVED",
                             "Warning: Event 4 had zero duration clips; defaulting to 1s."));
     auto root = parseXMLTree(output.xml);
@@ -313,7 +305,7 @@ TEST(FCPXMLGenerator, DoubleLTCCountsTimecodeAtHalfTheSequenceRate) {
     recipe.rateNumerator = 25;
     context = readSourceTimeline(makeDemoSourceTimeline(recipe));
     output = generateFCPXML(context, inputs, mix(48000), options);
-    EXPECT_THAT(issueTexts(output.analysis),
+    EXPECT_THAT(testing::texts(output.analysis.issues),
                 ElementsAre("Error: Double LTC needs a 47.952, 48, 50, 59.94 or 60 fps sequence; "
                             "this sequence runs at 25 fps."));
     EXPECT_EQ(output.plan.events.at(0).time, RationalTime(90024, 25));
@@ -349,7 +341,7 @@ TEST(FCPXMLGenerator, CameraClipsStopWhereTheirMediaEnds) {
         audio(1, "Trk1", "e1", 480000, "01:00:05:00", RationalTime(3605, 1))};
     auto output = generateFCPXML(context, inputs, mix(480000), {});
     expectValid(output.xml);
-    EXPECT_THAT(issueTexts(output.analysis),
+    EXPECT_THAT(testing::texts(output.analysis.issues),
                 ElementsAre("Warning: Lane V1 at event 1: camera clip CamA trimmed by 5.000s "
                             "where its media does not cover the event; emitting lane gap."));
     auto root = parseXMLTree(output.xml);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/core/rebuild/rebuild_fixtures.h"
+
 namespace norvane {
 namespace {
 
@@ -13,11 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 std::vector<std::string> messages(const ResolveGeneratedFCPXMLValidation& v) {
-    std::vector<std::string> out;
-    for (const auto& issue : v.issues) {
-        out.push_back(label(issue.severity) + ": " + issue.message);
-    }
-    return out;
+    return testing::texts(v.issues);
 }
 
 std::string document(const std::string& resources, const std::string& spine) {

@@ -20,11 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readText(const fs::path& path) {
-    ByteBuffer bytes = readWholeFile(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 std::vector<fs::path> exports() {
     std::vector<fs::path> files;
     fs::path dir = testing::sharedFixturesDir() / "fcpxml";
@@ -123,7 +118,7 @@ TEST(RealExports, EveryVideoClipOfTheProjectIsReadOnItsLane) {
     int clipsSeen = 0;
     for (const fs::path& file : files) {
         SCOPED_TRACE(file.filename().string());
-        std::string text = readText(file);
+        std::string text = testing::readText(file);
         SourceContext context = readSourceTimeline(text);
         Census census(*parseXMLTree(text));
 
@@ -178,7 +173,7 @@ TEST(RealExports, RebuiltTimelinesPassTheDTDTheFrameGridAndStayInsideTheMedia) {
     int built = 0;
     for (const fs::path& file : files) {
         SCOPED_TRACE(file.filename().string());
-        SourceContext context = readSourceTimeline(readText(file));
+        SourceContext context = readSourceTimeline(testing::readText(file));
         if (context.videoSources.empty()) {
             continue;
         }

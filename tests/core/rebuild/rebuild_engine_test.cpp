@@ -16,6 +16,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::TempDir;
+using testing::texts;
 
 TimelineRebuildDetectedAudioInput row(std::int64_t event, const std::string& key,
                                       const std::string& timecode = "01:00:00:00") {
@@ -28,14 +29,6 @@ TimelineRebuildDetectedAudioInput row(std::int64_t event, const std::string& key
     r.timecodeProvenance = TimelineTimecodeProvenance::bwf;
     r.durationSeconds = 1;
     return r;
-}
-
-std::vector<std::string> texts(const std::vector<TimelineRebuildValidationItem>& items) {
-    std::vector<std::string> out;
-    for (const auto& item : items) {
-        out.push_back(label(item.severity) + ": " + item.message);
-    }
-    return out;
 }
 
 ResolveRebuildAnalysis oneLane() {

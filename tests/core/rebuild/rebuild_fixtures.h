@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/common/bytes.h"
 #include "tests/support/test_support.h"
@@ -34,6 +35,21 @@ inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpe
         wav.beforeData.emplace_back("iXML", ByteBuffer(recipe.ixml->begin(), recipe.ixml->end()));
     }
     writeBytes(path, makeWav(wav));
+}
+
+// "Severity: message" of each issue, finding or check result, in order.
+template <typename Items>
+std::vector<std::string> texts(const Items& items) {
+    std::vector<std::string> out;
+    for (const auto& item : items) {
+        out.push_back(label(item.severity) + ": " + item.message);
+    }
+    return out;
+}
+
+inline std::string readText(const std::filesystem::path& path) {
+    const ByteBuffer bytes = readBytes(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 inline void writeText(const std::filesystem::path& path, const std::string& text) {

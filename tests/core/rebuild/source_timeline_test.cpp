@@ -7,14 +7,13 @@
 
 #include "core/common/file_output.h"
 #include "core/rebuild/fcpxml_validator.h"
-#include "tests/support/test_support.h"
+#include "tests/core/rebuild/rebuild_fixtures.h"
 
 namespace norvane {
 namespace {
 
 std::string fixture(const std::string& name) {
-    ByteBuffer bytes = readWholeFile(testing::dataDir() / "fcpxml" / name);
-    return std::string(bytes.begin(), bytes.end());
+    return testing::readText(testing::dataDir() / "fcpxml" / name);
 }
 
 SourceTimelineError readError(const std::string& text) {
