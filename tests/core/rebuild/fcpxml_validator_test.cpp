@@ -41,17 +41,6 @@ TEST(GeneratedFCPXMLValidation, DuplicateIdsThenUnresolvedRefsAtMostEightSorted)
                             "x12, x2, x3, x4, x5...."));
 }
 
-TEST(GeneratedFCPXMLValidation, DurationsMustBePositiveNarrowRationals) {
-    auto v = validateGeneratedFCPXML(
-        document("",
-                 "<gap duration=\"0/1s\"/><gap duration=\"3600s\"/><clip duration=\"1/0s\"/>"
-                 "<gap duration=\"1001/30000s\"/><gap duration=\"-1/2s\"/>"));
-    EXPECT_THAT(messages(v),
-                ElementsAre("Error: Generated FCPXML contains invalid durations: gap "
-                            "duration=0/1s, gap duration=3600s, clip duration=1/0s, gap "
-                            "duration=-1/2s."));
-}
-
 TEST(GeneratedFCPXMLValidation, UnreadableOrIncompleteDocumentsStopEarly) {
     // A file name that is not UTF-8 must never reach the document.
     EXPECT_THAT(messages(validateGeneratedFCPXML("<fcpxml>\xFF</fcpxml>")),

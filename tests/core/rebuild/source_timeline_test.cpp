@@ -103,28 +103,23 @@ TEST(SourceTimelineExports, MulticamAnglesWithWholeSecondAndMissingStarts) {
 // --- Rules on small documents ---------------------------------------------------
 
 TEST(SourceTimeline, SequenceFormatAndRateDefaults) {
-    // No format attribute: the format with id r0; none: 24 fps.
-    SourceContext r0 = readSourceTimeline(
-        wrap("<format id=\"r0\" frameDuration=\"1/50s\"/>", "tcFormat=\"df\"", ""));
-    EXPECT_EQ(r0.frameRate.numerator, 50);
-    EXPECT_EQ(r0.sequenceTCFormat, "DF");  // lower-case df is drop-frame
-    EXPECT_TRUE(r0.frameRate.dropFrame);
-
-    SourceContext none = readSourceTimeline(wrap("", "", ""));
-    EXPECT_EQ(none.frameRate.numerator, 24);
-
-    SourceContext noS = readSourceTimeline(
-        wrap("<format id=\"r1\" frameDuration=\"1/25\"/>", "format=\"r1\" tcFormat=\"DFX\"", ""));
-    EXPECT_EQ(noS.frameRate.numerator, 25);  // no trailing s is still a time
-    EXPECT_EQ(noS.sequenceTCFormat, "NDF");
-    SourceContext unparsed =
-        readSourceTimeline(wrap("<format id=\"r1\" frameDuration=\"1/0s\"/>", "format=\"r1\"", ""));
-    EXPECT_EQ(unparsed.frameRate.numerator, 24);  // unusable: 1/24 s
-
-    SourceContext ntsc = readSourceTimeline(
-        wrap("<format id=\"r9\" frameDuration=\"2002/60000s\"/>", "format=\"r9\"", ""));
-    EXPECT_EQ(ntsc.frameRate.numerator, 30000);  // normalised before inverting
-    EXPECT_EQ(ntsc.frameRate.denominator, 1001);
+    // No format attribute: the format with id r0; none or an unusable one:
+    // 24 fps; a time without its trailing s is still a time; 2002/60000 is
+    // normalised before inverting; lower-case df is drop-frame.
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"<format id=\"r0\" frameDuration=\"1/50s\"/>", "tcFormat=\"df\"", "50/1 DF"},
+        {"", "", "24/1 NDF"},
+        {"<format id=\"r1\" frameDuration=\"1/25\"/>", "format=\"r1\" tcFormat=\"DFX\"",
+         "25/1 NDF"},
+        {"<format id=\"r1\" frameDuration=\"1/0s\"/>", "format=\"r1\"", "24/1 NDF"},
+        {"<format id=\"r9\" frameDuration=\"2002/60000s\"/>", "format=\"r9\"", "30000/1001 NDF"}};
+    for (const auto& [format, sequence, expected] : cases) {
+        const SourceContext c = readSourceTimeline(wrap(format, sequence, ""));
+        EXPECT_EQ(std::to_string(c.frameRate.numerator) + "/" +
+                      std::to_string(c.frameRate.denominator) + " " + c.sequenceTCFormat,
+                  expected);
+        EXPECT_EQ(c.frameRate.dropFrame, c.sequenceTCFormat == "DF");
+    }
 }
 
 TEST(SourceTimeline, CameraClipRules) {
