@@ -286,23 +286,16 @@ TEST_F(AppSettingsStoreTest, UnreadableOrUnwritableLocationsWarnInsteadOfFailing
     }
 }
 
-TEST_F(AppSettingsStoreTest, TextAccessParsesPerTypeAndRefusesWithWhatIsAccepted) {
+// The command line's settings test shows the accepted values and messages;
+// here the edges of the text parsing.
+TEST_F(AppSettingsStoreTest, TextAccessParsesPerTypeAndRefusesBadText) {
     AppSettingsStore settings(file);
-    settings.setValueFromText("settings.defaultFrameRatePreset", "29.97 ndf");
-    EXPECT_EQ(settings.valueText("defaultFrameRatePreset"), "29.97 NDF");
     settings.setValueFromText("defaultGroupedLTCChannel", " 8 ");
-    EXPECT_EQ(settings.valueText("settings.defaultGroupedLTCChannel"), "8");
-    EXPECT_EQ(settings.value("defaultGroupedLTCChannel"), Json(8));
+    EXPECT_EQ(settings.value("settings.defaultGroupedLTCChannel"), Json(8));
     settings.setValueFromText("timelineRebuildDefaultVideoFrameRateMode",
                               "Double LTC (50/60 fps video)");
     EXPECT_EQ(settings.timelineRebuildDefaultVideoFrameRateMode(), VideoFrameRateMode::doubleLTC);
-
     using Kind = SettingsError::Kind;
-    EXPECT_EQ(
-        settingsErrorMessage([&] { settings.setValueFromText("defaultGroupedLTCChannel", "0"); },
-                             Kind::invalidValue),
-        "Invalid value \"0\" for settings.defaultGroupedLTCChannel; accepted: an integer "
-        ">= 1.");
     for (const auto& [key, bad] : std::vector<std::pair<std::string, std::string>>{
              {"defaultGroupedLTCChannel", ""},
              {"defaultGroupedLTCChannel", "2.5"},
@@ -311,20 +304,9 @@ TEST_F(AppSettingsStoreTest, TextAccessParsesPerTypeAndRefusesWithWhatIsAccepted
              {"timelineRebuildRecentStereoMixPath", "\xff.wav"}}) {
         settingsErrorMessage([&] { settings.setValueFromText(key, bad); }, Kind::invalidValue);
     }
-    // Refused values change nothing.
-    EXPECT_EQ(settings.defaultGroupedLTCChannel(), 8);
-    EXPECT_TRUE(settings.defaultSaveCSVReport());
-
-    const std::string unknown = settingsErrorMessage(
-        [&] { settings.setValueFromText("settings.bogus", "1"); }, Kind::unknownKey);
-    EXPECT_THAT(unknown,
-                ::testing::StartsWith("Unknown setting \"settings.bogus\". Known settings: "
-                                      "defaultFrameRatePreset, defaultGroupedLTCChannel"));
+    EXPECT_EQ(settings.defaultGroupedLTCChannel(), 8);  // refused values change nothing
     settingsErrorMessage([&] { (void)settings.valueText("settings."); }, Kind::unknownKey);
     settingsErrorMessage([&] { (void)AppSettingsStore::acceptedValues("x"); }, Kind::unknownKey);
-
-    EXPECT_THAT(AppSettingsStore::acceptedValues("defaultFrameRatePreset"),
-                ElementsAre("Auto", "23.976", "24", "25", "29.97 NDF", "29.97 DF", "30"));
     EXPECT_EQ(AppSettingsStore::canonicalKey("SETTINGS.outputfilenamesuffix"),
               "settings.outputFilenameSuffix");
 }
