@@ -39,6 +39,23 @@ std::string cli(const testing::TempDir& dir) {
     return "NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " " + quoted(testing::cliPath());
 }
 
+// `seconds` of 25 fps LTC from 10:00:00:00, written by the command line itself.
+void genLTC(const testing::TempDir& dir, const fs::path& path, int seconds = 1) {
+    const auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(path) +
+                              " --start 10:00:00:00 --fps 25 --seconds " + std::to_string(seconds));
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+}
+
+// "stamp FILES... LTC --ltc LTC --fps 25 ARGS".
+std::string stampCommand(const testing::TempDir& dir, const std::vector<fs::path>& files,
+                         const fs::path& ltc, const std::string& args) {
+    std::string command = cli(dir) + " stamp";
+    for (const fs::path& file : files) {
+        command += " " + quoted(file);
+    }
+    return command + " " + quoted(ltc) + " --ltc " + quoted(ltc) + " --fps 25 " + args;
+}
+
 // Every file under `root` (hidden ones too) with its bytes.
 std::map<std::string, ByteBuffer> snapshot(const fs::path& root) {
     std::map<std::string, ByteBuffer> files;
@@ -90,15 +107,12 @@ ByteBuffer smallPoly(int channels, std::int64_t frames = 480) {
 testing::CommandResult stampTwoBooms(const testing::TempDir& dir, const std::string& collision) {
     fs::create_directories(dir / "s1");
     fs::create_directories(dir / "s2");
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "s1/ltc.wav") +
-                        " --start 10:00:00:00 --fps 25 --seconds 1");
-    EXPECT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, dir / "s1/ltc.wav");
     testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
     testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
-    return runCommand(cli(dir) + " stamp --json " + quoted(dir / "s1/boom.wav") + " " +
-                      quoted(dir / "s2/boom.wav") + " " + quoted(dir / "s1/ltc.wav") + " --ltc " +
-                      quoted(dir / "s1/ltc.wav") + " --fps 25 --collision " + collision + " -o " +
-                      quoted(dir / "st"));
+    return runCommand(
+        stampCommand(dir, {dir / "s1/boom.wav", dir / "s2/boom.wav"}, dir / "s1/ltc.wav",
+                     "--json --collision " + collision + " -o " + quoted(dir / "st")));
 }
 
 // Starts `command` in the background, waits until a hidden temporary file
@@ -120,9 +134,7 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
     testing::TempDir dir;
     const fs::path in = dir / "in";
     fs::create_directories(in);
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "ltc.wav") +
-                        " --start 10:00:00:00 --fps 25 --seconds 2");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, in / "ltc.wav", 2);
     for (const char* name : {"A.wav", "B.wav", "C.wav"}) {
         writeSparseWav(in / name, 2, 48000 * 40);  // 11.5 MB each
     }
@@ -158,9 +170,8 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
     fs::create_directories(stampOut);
     fs::create_directories(genOut);
     const std::vector<Case> cases = {
-        {cli(dir) + " stamp " + quoted(in / "A.wav") + " " + quoted(in / "B.wav") + " " +
-             quoted(in / "C.wav") + " " + quoted(in / "ltc.wav") + " --ltc " +
-             quoted(in / "ltc.wav") + " --fps 25 -o " + quoted(stampOut),
+        {stampCommand(dir, {in / "A.wav", in / "B.wav", in / "C.wav"}, in / "ltc.wav",
+                      "-o " + quoted(stampOut)),
          stampOut, "INT", 130, "error: Stamp was cancelled."},
         {cli(dir) + " split " + quoted(in / "poly.wav") + " -o " + quoted(splitOut), splitOut,
          "TERM", 143, "error: Split was cancelled."},
@@ -169,7 +180,7 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
          genOut, "HUP", 129, "error: LTC generation was cancelled."},
     };
     for (const Case& c : cases) {
-        r = runCommand(interruptScript(c.command, c.out, c.signal));
+        const auto r = runCommand(interruptScript(c.command, c.out, c.signal));
         EXPECT_THAT(r.out, HasSubstr("exit=" + std::to_string(c.exitCode))) << c.command;
         EXPECT_THAT(r.err, HasSubstr(c.message)) << c.command;
         EXPECT_TRUE(names(c.out).empty())
@@ -208,18 +219,15 @@ TEST(HostileEnvironmentTest, NoRunReplacesItsOwnInput) {
 
     const fs::path takes = dir / "takes";
     fs::create_directories(takes);
-    r = runCommand(cli(dir) + " gen-ltc -o " + quoted(takes / "ltc.wav") +
-                   " --start 10:00:00:00 --fps 25 --seconds 1");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, takes / "ltc.wav");
     testing::writeBytes(takes / "boom.wav", smallPoly(1, 48000));
     fs::create_symlink(takes / "boom.wav", dir / "boom_tc.wav");  // an output name, linked
     before = snapshot(takes);
     for (const std::string& args : {std::string(" --suffix '' -o ") + quoted(takes),
                                     std::string(" -o ") + quoted(dir.path())}) {
         for (const char* collision : {"overwrite", "keep-both", "ask"}) {
-            r = runCommand(cli(dir) + " stamp " + quoted(takes / "boom.wav") + " " +
-                           quoted(takes / "ltc.wav") + " --ltc " + quoted(takes / "ltc.wav") +
-                           " --fps 25 --collision " + collision + args);
+            r = runCommand(stampCommand(dir, {takes / "boom.wav"}, takes / "ltc.wav",
+                                        std::string("--collision ") + collision + args));
             EXPECT_NE(r.exitCode, 0) << collision << args;
             if (std::string(collision) != "ask") {  // ask stops earlier, on the existing name
                 EXPECT_THAT(r.err, HasSubstr("Output would replace an input file: boom"))
@@ -285,16 +293,14 @@ TEST(HostileEnvironmentTest, AFailedJobLeavesNoOutputs) {
 // split losers stop with the split's own message, and what is left is whole.
 TEST(HostileEnvironmentTest, ConcurrentRunsClaimNamesAtomically) {
     testing::TempDir dir;
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / "ltc.wav") +
-                        " --start 10:00:00:00 --fps 25 --seconds 1");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, dir / "ltc.wav");
     writeSparseWav(dir / "big.wav", 4, 48000 * 20);
-    const std::string stamp = cli(dir) + " stamp " + quoted(dir / "big.wav") + " " +
-                              quoted(dir / "ltc.wav") + " --ltc " + quoted(dir / "ltc.wav") +
-                              " --fps 25 --collision keep-both -o " + quoted(dir / "st");
+    const std::string stamp = stampCommand(dir, {dir / "big.wav"}, dir / "ltc.wav",
+                                           "--collision keep-both -o " + quoted(dir / "st"));
     const std::string split =
         cli(dir) + " split " + quoted(dir / "big.wav") + " -o " + quoted(dir / "sp");
-    r = runCommand("( for i in 1 2 3; do (" + stamp + " >/dev/null 2>&1; echo stamp=$?) & (" +
+    const auto r =
+        runCommand("( for i in 1 2 3; do (" + stamp + " >/dev/null 2>&1; echo stamp=$?) & (" +
                    split + " 2>&1 | grep -v Wrote; echo split=$?) & done; wait )");
     EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '='), 6) << r.out;
     EXPECT_THAT(r.out, ::testing::Not(HasSubstr("stamp=2"))) << r.out;
@@ -356,13 +362,10 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
     EXPECT_THAT(r.out + r.err, ::testing::Not(HasSubstr("9223372036854775807")));
 
     // the CSV log of a stamp whose source name is not UTF-8
-    r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "ltc\xff.wav") +
-                   " --start 10:00:00:00 --fps 25 --seconds 1");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, in / "ltc\xff.wav");
     testing::writeBytes(in / "boom\xfe.wav", smallPoly(1, 4800));
-    r = runCommand(cli(dir) + " stamp --json " + quoted(in / "boom\xfe.wav") + " " +
-                   quoted(in / "ltc\xff.wav") + " --ltc " + quoted(in / "ltc\xff.wav") +
-                   " --fps 25 -o " + quoted(dir / "st"));
+    r = runCommand(stampCommand(dir, {in / "boom\xfe.wav"}, in / "ltc\xff.wav",
+                                "--json -o " + quoted(dir / "st")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     for (const std::string& name : names(dir / "st")) {
         if (name.rfind("ltc_stamp_log_", 0) == 0) {
@@ -384,9 +387,7 @@ TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
     testing::TempDir dir;
     const fs::path in = dir / "in";
     fs::create_directories(in);
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(in / "crash.wav") +
-                        " --start 10:00:00:00 --fps 25 --seconds 2");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, in / "crash.wav", 2);
     testing::writeBytes(in / "poly.wav", smallPoly(2, 4800));
     for (const char* name : {"crash.wav", "poly.wav"}) {
         ByteBuffer crashed = readWholeFile(in / name);
@@ -399,8 +400,8 @@ TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
     const auto before = snapshot(in);
     const std::string warning = "crash.wav: the data chunk size does not match the file";
 
-    r = runCommand(cli(dir) + " stamp --json " + quoted(in / "crash.wav") + " --fps 25 -o " +
-                   quoted(dir / "st"));
+    auto r = runCommand(cli(dir) + " stamp --json " + quoted(in / "crash.wav") + " --fps 25 -o " +
+                        quoted(dir / "st"));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_THAT(nlohmann::json::parse(r.out)["warnings"].dump(), HasSubstr(warning));
     EXPECT_EQ(testing::sndfileFrames(dir / "st" / "crash_tc.wav"), 96000);
@@ -434,19 +435,17 @@ TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
 TEST(HostileEnvironmentTest, AFailedLogWriteKeepsTheReport) {
     testing::TempDir dir;
     const std::string stem(240, 'n');  // long names make the log longer than the output
-    auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(dir / (stem + "_ltc.wav")) +
-                        " --start 10:00:00:00 --fps 25 --seconds 1");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    genLTC(dir, dir / (stem + "_ltc.wav"));
     testing::writeBytes(dir / (stem + ".wav"), smallPoly(1, 2));
     testing::writeBytes(dir / (stem + "2.wav"), smallPoly(1, 2));
     // sh's ulimit -f counts 512-byte blocks (POSIX); with SIGXFSZ ignored a
     // write past the limit fails with EFBIG. Each output is about 1.2 kB, the
     // log of their two rows about 1.8 kB.
     // The limit holds for the stamp alone; its report goes through a pipe.
-    r = runCommand("( ( trap '' XFSZ; ulimit -f 3; " + cli(dir) + " stamp --json " +
-                   quoted(dir / (stem + ".wav")) + " " + quoted(dir / (stem + "2.wav")) + " " +
-                   quoted(dir / (stem + "_ltc.wav")) + " --ltc " +
-                   quoted(dir / (stem + "_ltc.wav")) + " --fps 25 -o " + quoted(dir / "st") +
+    const auto r =
+        runCommand("( ( trap '' XFSZ; ulimit -f 3; " +
+                   stampCommand(dir, {dir / (stem + ".wav"), dir / (stem + "2.wav")},
+                                dir / (stem + "_ltc.wav"), "--json -o " + quoted(dir / "st")) +
                    "; echo $? >&2 ) | cat )");
     ASSERT_EQ(r.err, "0\n");  // the stamp's exit status
     const auto report = nlohmann::json::parse(r.out);

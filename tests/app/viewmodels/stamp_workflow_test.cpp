@@ -99,11 +99,9 @@ QVariantMap rowNamed(const StampWorkflow& stamp, const QString& name) {
 
 TEST(StampWorkflowTest, StartsFromTheSettingsAndIngestsWhatItCanUse) {
     Fixture f(R"({"settings.defaultFrameRatePreset": "31.5",
-                  "settings.defaultGroupedLTCChannel": 0,
                   "settings.defaultGroupingMethod": "Token"})");
     StampWorkflow stamp(*f.store, f.token);
     EXPECT_EQ(stamp.frameRatePreset(), "Auto");
-    EXPECT_EQ(stamp.designatedLTCChannel(), 1);
     EXPECT_EQ(stamp.groupingMethod(), "Token");
     EXPECT_EQ(stamp.outputFolder(), q(f.output));
 
@@ -312,7 +310,8 @@ TEST(StampWorkflowTest, CutAnalysisAndCutRunsReadThePickedLTCChannel) {
     ingested(stamp, {q(f.in)});
     stamp.setMode("LTC Cut Detect");
     stamp.setFrameRatePreset("25");
-
+    EXPECT_EQ(stamp.selectedLTCChannelCount(), 2);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);  // the engine's pick unless the user chooses
     stamp.setLTCChannelChoice(1);
     stamp.analyzeCuts();
     EXPECT_TRUE(stamp.isAnalyzingCuts());
@@ -342,6 +341,13 @@ TEST(StampWorkflowTest, CutAnalysisAndCutRunsReadThePickedLTCChannel) {
     EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
     EXPECT_EQ(timeReference(f.output / "roll_mix_seg001_tc.wav"), kOneHour);
     EXPECT_FALSE(fs::exists(f.output / "roll_mix_seg002_tc.wav"));
+    // A channel the file does not have, or clearing the list, means Auto again.
+    stamp.setLTCChannelChoice(3);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
+    stamp.setLTCChannelChoice(2);
+    stamp.clearFiles();
+    EXPECT_EQ(stamp.selectedLTCChannelCount(), 0);
+    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
 }
 
 // Cancel at the first scan report, of the analysis and of a cut run: the
@@ -369,38 +375,6 @@ TEST(StampWorkflowTest, CancelStopsARunningAnalysisAndARunningProcess) {
     EXPECT_EQ(stamp.statusMessage(), "Stopped by user");
     EXPECT_FALSE(stamp.isProcessing());
     EXPECT_EQ(f.outputCount(), 0u);
-}
-
-// Two channels of equally clean LTC: 03:00:00:00 on channel 1, 01:00:00:00 on
-// channel 2. Only the picked channel may decide a single run's stamp.
-TEST(StampWorkflowTest, SingleRunsReadThePickedLTCChannel) {
-    Fixture f;
-    StampWorkflow stamp(*f.store, f.token);
-    writeTwoLTCChannels(f.in / "E_ltc.wav", 3 * 48000, {{0, {3, 0, 0, 0, false}}},
-                        {{0, {1, 0, 0, 0, false}}});
-    writeStem(f.in / "E_stem.wav", 3);
-    ingested(stamp, {q(f.in)});
-    stamp.setFrameRatePreset("25");
-    ASSERT_EQ(stamp.selectedLTCFile(), q(f.in / "E_ltc.wav"));
-    EXPECT_EQ(stamp.selectedLTCChannelCount(), 2);
-    EXPECT_EQ(stamp.ltcChannelChoice(), 0);  // the engine's pick unless the user chooses
-    for (const int channel : {2, 1}) {
-        const fs::path folder = f.dir / ("ch" + std::to_string(channel));
-        fs::create_directories(folder);
-        stamp.setLTCChannelChoice(channel);
-        stamp.setOutputFolder(q(folder));
-        stamp.process();
-        ASSERT_TRUE(finished(stamp));
-        EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
-        EXPECT_EQ(timeReference(folder / "E_stem_tc.wav"), (channel == 1 ? 3 : 1) * kOneHour);
-    }
-    // A channel the file does not have, or clearing the list, means Auto again.
-    stamp.setLTCChannelChoice(3);
-    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
-    stamp.setLTCChannelChoice(2);
-    stamp.clearFiles();
-    EXPECT_EQ(stamp.selectedLTCChannelCount(), 0);
-    EXPECT_EQ(stamp.ltcChannelChoice(), 0);
 }
 
 // A two-track recording with LTC on its second track and nothing in its name
@@ -453,33 +427,6 @@ TEST(StampWorkflowTest, TheSignalNotTheNameChoosesTheLTCAndTheTableShowsTheResul
     EXPECT_EQ(stamp.progressPercent(), 0.0);
     EXPECT_EQ(stamp.progressMessage(), "");
     EXPECT_TRUE(stamp.dayRuler().isEmpty());
-}
-
-TEST(StampWorkflowTest, AMissingOutputFolderIsCreatedOnlyWhenAsked) {
-    Fixture f;
-    StampWorkflow stamp(*f.store, f.token);
-    f.writeTake("A");
-    ingested(stamp, {q(f.in)});
-    stamp.setFrameRatePreset("25");
-    const fs::path typed = f.dir / "typed" / "deeper";
-    stamp.setOutputFolder(q(typed));
-    EXPECT_FALSE(stamp.outputFolderExists());
-    // Nothing starts and nothing claims progress.
-    stamp.process();
-    EXPECT_FALSE(stamp.isProcessing());
-    EXPECT_EQ(stamp.statusMessage(), "The output folder does not exist: " + q(typed));
-    EXPECT_EQ(stamp.progressPercent(), 0.0);
-    EXPECT_FALSE(fs::exists(typed));
-
-    ASSERT_TRUE(stamp.createOutputFolder());
-    stamp.process();
-    ASSERT_TRUE(finished(stamp));
-    EXPECT_EQ(stamp.statusMessage(), "Success") << stamp.reportText().toStdString();
-    EXPECT_TRUE(fs::exists(typed / "A_stem_tc.wav"));
-    // Taking the stem off the list leaves the LTC file.
-    stamp.removeFiles({q(f.in / "A_stem.wav")});
-    ASSERT_EQ(stamp.files().size(), 1);
-    EXPECT_EQ(stamp.files().front().toMap().value("fileName"), "A_ltc.wav");
 }
 
 // With the home folder as the default, outputs go beside the sources; the

@@ -7,12 +7,8 @@
 namespace norvane::gui {
 namespace {
 
-class CoverageGridTest : public ::testing::Test {
-  protected:
-    void SetUp() override { testing::ensureGuiApp(); }
-};
-
-TEST_F(CoverageGridTest, CellsShowWhichLaneCoversWhichEvent) {
+TEST(CoverageGridTest, CellsShowWhichLaneCoversWhichEvent) {
+    testing::ensureGuiApp();
     CoverageGrid grid;
     // The last row is short: its missing entry counts as not covered.
     grid.setData({"01 10:00:00:00", "02 10:05:00:00", "03 10:09:30:00"}, {"V1", "V2", "V3"},
@@ -41,18 +37,14 @@ TEST_F(CoverageGridTest, CellsShowWhichLaneCoversWhichEvent) {
     EXPECT_EQ(grid.describeCell(0, 1), "01 10:00:00:00 · V2: camera clip found");
     EXPECT_EQ(grid.cellAt(QPoint(1, 1)), QPoint(-1, -1));
     EXPECT_EQ(grid.describeCell(3, 0), "");
-}
 
-TEST_F(CoverageGridTest, LongLabelsKeepCellsInsideTheWidgetAndEmptyGridsPaint) {
-    CoverageGrid grid;
-    EXPECT_EQ(grid.coveredCount(), 0);
-    grid.resize(grid.sizeHint());
-    testing::renderWidget(grid);
+    // Long labels keep the cells inside the widget; an empty grid paints.
     grid.setData({QString(300, 'E')}, {QString(200, 'L'), "V2"}, {{true, false}});
-    const QSize hint = grid.sizeHint();
-    EXPECT_LE(hint.width(), 800);
-    grid.resize(hint);
+    EXPECT_LE(grid.sizeHint().width(), 800);
+    grid.resize(grid.sizeHint());
     EXPECT_TRUE(grid.rect().contains(grid.cellRect(0, 1)));
+    grid.setData({}, {}, {});
+    EXPECT_EQ(grid.coveredCount(), 0);
     testing::renderWidget(grid);
 }
 

@@ -31,9 +31,11 @@ class CutTimelineStripTest : public ::testing::Test {
     }
 };
 
+// Cuts sit at the start of every later segment; the jump is not drawn as a
+// slope; the pointer's position is described.
 TEST_F(CutTimelineStripTest, CutsSitAtTheStartOfEveryLaterSegment) {
     CutTimelineStrip strip;
-    strip.resize(508, 120);
+    strip.resize(508, 160);
     fill(strip);
     ASSERT_EQ(strip.cutSamples(), QVector<std::int64_t>({192000}));
     const QRectF plot = strip.plotRect();
@@ -50,13 +52,6 @@ TEST_F(CutTimelineStripTest, CutsSitAtTheStartOfEveryLaterSegment) {
                                        CutTimelineStrip::cutColor()));
     EXPECT_FALSE(
         testing::containsColor(image, QRect(20, 20, 60, 60), CutTimelineStrip::cutColor()));
-}
-
-TEST_F(CutTimelineStripTest, TheJumpIsNotDrawnAsASlope) {
-    CutTimelineStrip strip;
-    strip.resize(508, 160);
-    fill(strip);
-    const QImage image = testing::renderWidget(strip);
     // Within a segment the line is there ...
     const double x1 = strip.xForSample(48000), x2 = strip.xForSample(96000);
     const double y1 = strip.yForFrameCount(900025), y2 = strip.yForFrameCount(900050);
@@ -69,12 +64,7 @@ TEST_F(CutTimelineStripTest, TheJumpIsNotDrawnAsASlope) {
     const QPoint across(static_cast<int>(xa + (xb - xa) / 4), static_cast<int>(ya + (yb - ya) / 4));
     EXPECT_FALSE(testing::containsColor(image, QRect(across - QPoint(1, 1), QSize(3, 3)),
                                         CutTimelineStrip::lineColor(), 40));
-}
-
-TEST_F(CutTimelineStripTest, DescribesThePositionUnderThePointer) {
-    CutTimelineStrip strip;
-    strip.resize(508, 120);
-    fill(strip);
+    // The position under the pointer.
     const QString text = strip.describePosition(strip.xForSample(5 * 48000 + 100));
     EXPECT_EQ(text, "Position 0:05\nLTC 9:00:01:00\nSegment 2");
     EXPECT_TRUE(strip.describePosition(strip.xForSample(0)).endsWith("Segment 1"));

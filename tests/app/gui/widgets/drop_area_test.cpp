@@ -34,50 +34,40 @@ class DropAreaTest : public ::testing::Test {
     }
 };
 
-TEST_F(DropAreaTest, HighlightsWhileLocalFilesHoverAndDeliversThemInOrder) {
+// Local files highlight the area while they hover and arrive in order without
+// the remote ones; drags without local files are refused; leaving clears the
+// highlight; the browse button asks for the picker.
+TEST_F(DropAreaTest, TakesLocalFilesOnlyAndHighlightsWhileTheyHover) {
     DropArea area("Drag files here", "WAV only");
     area.resize(320, 120);
     QSignalSpy dropped(&area, &DropArea::pathsDropped);
+    QSignalSpy targeted(&area, &DropArea::dropTargetedChanged);
+    QSignalSpy browse(&area, &DropArea::browseRequested);
     std::unique_ptr<QMimeData> mime(
         urls({QUrl::fromLocalFile("/media/day1"), QUrl("https://example.com/a.wav"),
               QUrl::fromLocalFile("/media/b.wav")}));
+    QMimeData text;
+    text.setText("/media/a.wav");
+    std::unique_ptr<QMimeData> remote(urls({QUrl("https://example.com/a.wav")}));
+    EXPECT_FALSE(enter(area, &text));
+    EXPECT_FALSE(enter(area, remote.get()));
+    EXPECT_FALSE(drop(area, remote.get()));
+    EXPECT_FALSE(area.isDropTargeted());
 
     EXPECT_TRUE(enter(area, mime.get()));
     EXPECT_TRUE(area.isDropTargeted());
     // The highlight is visible: the border turns to the accent colour.
     EXPECT_TRUE(testing::containsColor(testing::renderWidget(area), QRect(0, 0, 320, 4),
                                        QColor(0x1F, 0x5F, 0xBF), 12));
-
-    EXPECT_TRUE(drop(area, mime.get()));
-    EXPECT_FALSE(area.isDropTargeted());
-    ASSERT_EQ(dropped.count(), 1);
-    EXPECT_EQ(dropped.at(0).at(0).toStringList(), QStringList({"/media/day1", "/media/b.wav"}));
-}
-
-TEST_F(DropAreaTest, RefusesDragsWithoutLocalFiles) {
-    DropArea area("Drag files here");
-    QSignalSpy dropped(&area, &DropArea::pathsDropped);
-    QMimeData text;
-    text.setText("/media/a.wav");
-    std::unique_ptr<QMimeData> remote(urls({QUrl("https://example.com/a.wav")}));
-
-    EXPECT_FALSE(enter(area, &text));
-    EXPECT_FALSE(enter(area, remote.get()));
-    EXPECT_FALSE(area.isDropTargeted());
-    EXPECT_FALSE(drop(area, remote.get()));
-    EXPECT_EQ(dropped.count(), 0);
-}
-
-TEST_F(DropAreaTest, LeavingClearsTheHighlightAndTheBrowseButtonAsksForThePicker) {
-    DropArea area("Drag files here", "sub");
-    QSignalSpy targeted(&area, &DropArea::dropTargetedChanged);
-    QSignalSpy browse(&area, &DropArea::browseRequested);
-    std::unique_ptr<QMimeData> mime(urls({QUrl::fromLocalFile("/a.wav")}));
-    enter(area, mime.get());
     QDragLeaveEvent leave;
     QCoreApplication::sendEvent(&area, &leave);
     EXPECT_FALSE(area.isDropTargeted());
     EXPECT_EQ(targeted.count(), 2);
+    enter(area, mime.get());
+    EXPECT_TRUE(drop(area, mime.get()));
+    EXPECT_FALSE(area.isDropTargeted());
+    ASSERT_EQ(dropped.count(), 1);
+    EXPECT_EQ(dropped.at(0).at(0).toStringList(), QStringList({"/media/day1", "/media/b.wav"}));
 
     area.addBrowseButton("Add files…")->click();
     EXPECT_EQ(browse.count(), 1);

@@ -51,7 +51,8 @@ class PathFieldTest : public ::testing::Test {
     testing::TempDir dir;
 };
 
-TEST_F(PathFieldTest, FileFieldsTakeOnlyTheirExtensionsAndFolderFieldsOnlyFolders) {
+// File fields take only their extensions by drop, folder fields only folders.
+TEST_F(PathFieldTest, DropsPickingAndTyping) {
     PathField mix(PathField::Kind::file, "Stereo mix WAV");
     mix.setExtensions({"wav"});
     QSignalSpy chosen(&mix, &PathField::pathChosen);
@@ -65,27 +66,26 @@ TEST_F(PathFieldTest, FileFieldsTakeOnlyTheirExtensionsAndFolderFieldsOnlyFolder
     EXPECT_FALSE(drop(folder, q("Mix.WAV")));
     EXPECT_TRUE(drop(folder, q("folder")));
     EXPECT_EQ(folder.path(), q("folder"));
-}
 
-TEST_F(PathFieldTest, PickingTypingAndSettingBehaveAsTheUserExpects) {
-    PathField field(PathField::Kind::folder, "Output folder");
-    QSignalSpy chosen(&field, &PathField::pathChosen);
+    // The picker starts in the field's folder; neither setPath nor a
+    // cancelled picker announce a choice, typing does.
+    QSignalSpy picked(&folder, &PathField::pathChosen);
     QString startedIn;
     uiHooks().chooseFolder = [&](QWidget*, const QString& title, const QString& start) {
         EXPECT_EQ(title, "Output folder");
         startedIn = start;
         return QString();  // cancelled
     };
-    field.setPath(q("folder"));
-    field.chooseButton()->click();
+    folder.setPath(q("folder"));
+    folder.chooseButton()->click();
     EXPECT_EQ(startedIn, q("folder"));
-    EXPECT_EQ(chosen.count(), 0);  // neither setPath nor a cancelled picker announce
+    EXPECT_EQ(picked.count(), 0);
 
-    field.lineEdit()->clear();
-    QTest::keyClicks(field.lineEdit(), "/somewhere/else");
-    emit field.lineEdit()->editingFinished();
-    ASSERT_EQ(chosen.count(), 1);
-    EXPECT_EQ(chosen.at(0).at(0).toString(), "/somewhere/else");
+    folder.lineEdit()->clear();
+    QTest::keyClicks(folder.lineEdit(), "/somewhere/else");
+    emit folder.lineEdit()->editingFinished();
+    ASSERT_EQ(picked.count(), 1);
+    EXPECT_EQ(picked.at(0).at(0).toString(), "/somewhere/else");
 }
 
 }  // namespace
