@@ -122,7 +122,7 @@ TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
         second.push_back(attrs(*child));
     }
     // CamB's clip ends at 01:00:30:00: lane 2 holds a gap; Trk2 is missing too.
-    EXPECT_THAT(second,
+    ASSERT_THAT(second,
                 ElementsAre("asset-clip lane=1 ref=cam1 name=CamA start=91512/25s "
                             "offset=91512/25s duration=5/1s tcFormat=NDF",
                             "spine lane=2 offset=91512/25s",
