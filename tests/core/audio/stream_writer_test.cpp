@@ -24,6 +24,11 @@ std::vector<std::filesystem::path> sampleFiles() {
         std::error_code ec;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, ec)) {
             const auto ext = entry.path().extension().string();
+            // The four console LTC files share one layout: one of them will do.
+            const auto name = entry.path().filename().string();
+            if (name.starts_with("atem_") && name != "atem_25fps.wav") {
+                continue;
+            }
             if (entry.is_regular_file() && (ext == ".wav" || ext == ".WAV")) {
                 files.push_back(entry.path());
             }
@@ -93,8 +98,8 @@ TEST(StreamWriterTest, StreamedOutputsEqualTheWholeFileWriters) {
         }
         ++split;
     }
-    EXPECT_GE(stamped, 12);
-    EXPECT_GE(split, 8);
+    EXPECT_GE(stamped, 9);
+    EXPECT_GE(split, 5);
 }
 
 // Past 4 GiB the layout is RF64. Its header is checked by writing it in front
