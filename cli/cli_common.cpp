@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "core/common/file_output.h"
 #include "core/common/text.h"
 #include "core/timecode/ltc_decoder.h"
 
@@ -69,6 +70,13 @@ bool verbose() {
 
 void routeDiagnostics() {
     setFrameRateDiagnosticsStream(verboseFlag ? &std::cerr : nullptr);
+}
+
+void addNoSyncFlag(CLI::App& app) {
+    app.add_flag_callback(
+        "--no-sync", [] { setFlushOutputs(false); },
+        "Do not wait for outputs to reach the disk before naming them (faster; a power cut "
+        "soon after the run can leave a damaged output)");
 }
 
 bool stderrIsTerminal() {

@@ -122,7 +122,7 @@ class WavReader {
         forEachChannelBlock(channel, 0, frameCount(), sink);
     }
 
-    // The file descriptor, for copies the kernel can do (copy_file_range).
+    // The file descriptor, for copying the audio into an output as it stands.
     int fd() const { return fd_; }
 
     static constexpr std::uint64_t kMetadataChunkLimit = 1u << 20;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <vector>
 
 #include "core/common/bytes.h"
 
@@ -41,9 +42,8 @@ class OutputFile {
     OutputFile& operator=(const OutputFile&) = delete;
 
     void write(ByteView bytes);
-    // Appends `length` bytes of the open file `fromFd` starting at `offset`,
-    // copied by the kernel (copy_file_range) where it can, else through a
-    // buffer. A source shorter than announced fails with EIO.
+    // Appends `length` bytes of the open file `fromFd` starting at `offset`.
+    // A source shorter than announced fails with EIO.
     void copyFrom(int fromFd, std::uint64_t offset, std::uint64_t length);
     void commit();
 
@@ -69,7 +69,15 @@ class OutputFile {
     std::uint64_t written_ = 0;  // bytes appended so far
     std::uint64_t started_ = 0;  // bytes whose writeback was started
     std::uint64_t settled_ = 0;  // bytes known to be written out
+    std::vector<std::uint8_t> copyBuffer_;
 };
+
+// Whether commit() waits for an output's data to reach the disk before it
+// takes its final name (the default). Without the wait a run is as fast as a
+// plain copy, but a power cut soon after it can leave a final name holding
+// only part of its data. Process-wide; set once before the work starts.
+void setFlushOutputs(bool flush);
+bool flushOutputs();
 
 // The whole of `bytes` written to `destination` through an OutputFile.
 void writeFile(const std::filesystem::path& destination, ByteView bytes, WriteMode mode);

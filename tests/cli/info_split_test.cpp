@@ -198,7 +198,7 @@ TEST(SplitCommandTest, SplitsFoldersAndReports) {
               "error: Output file already exists: Take1_CH01.wav. Enable overwrite or choose "
               "another folder.\n");
 
-    r = runCommand(cli() + " split --overwrite --json " + quoted(dir / "in" / "Take1.wav") + " " +
+    r = runCommand(cli() + " split --overwrite --no-sync --json " + quoted(dir / "in" / "Take1.wav") + " " +
                    quoted(dir / "in" / "mono.wav") + " -o " + quoted(dir / "out"));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const auto j = nlohmann::json::parse(r.out);

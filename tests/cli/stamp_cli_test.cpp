@@ -88,7 +88,7 @@ TEST_F(StampCommandTest, SingleRunReportsAndStamps) {
 
     auto kept = norvane(
         "stamp in -o out --ltc 'in/Take 1 LTC.wav' --fps 25 --collision keep-both --json "
-        "--include-ltc");
+        "--include-ltc --no-sync");
     ASSERT_EQ(kept.exitCode, 0) << kept.err;
     const auto json = nlohmann::json::parse(kept.out);
     EXPECT_EQ(json["outputFiles"],
