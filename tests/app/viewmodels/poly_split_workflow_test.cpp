@@ -12,6 +12,7 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::q;
 using testing::TempDir;
 
 // Zero audio of `channels` x `frames`.
@@ -21,10 +22,6 @@ void writeWav(const fs::path& path, int channels, int frames = 480) {
     recipe.frames = frames;
     fs::create_directories(path.parent_path());
     testing::writeBytes(path, testing::makeWav(recipe));
-}
-
-QString q(const fs::path& path) {
-    return QString::fromStdString(path.string());
 }
 
 bool finished(const PolySplitWorkflow& split) {

@@ -14,11 +14,8 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::q;
 using testing::TempDir;
-
-QString q(const fs::path& path) {
-    return QString::fromStdString(path.string());
-}
 
 // 25 fps LTC from `start` on one channel (of `channels`).
 fs::path writeLTC(const fs::path& path, double seconds, const Timecode& start = {1, 0, 0, 0, false},

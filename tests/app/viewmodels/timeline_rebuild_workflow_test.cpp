@@ -15,11 +15,8 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::q;
 using testing::TempDir;
-
-QString q(const fs::path& path) {
-    return QString::fromStdString(path.string());
-}
 
 // A synced take whose iXML carries its event timecode.
 void writeTake(const fs::path& path, const std::string& timecode, double seconds) {

@@ -5,9 +5,14 @@
 #include <functional>
 #include <string>
 
+#include <QString>
 #include <QStringList>
 
 namespace norvane::testing {
+
+inline QString q(const std::filesystem::path& path) {
+    return QString::fromStdString(path.string());
+}
 
 // Runs the Qt event loop until `done` holds or `timeout` passes; returns `done()`.
 bool waitUntil(const std::function<bool()>& done,
