@@ -114,10 +114,9 @@ TEST_F(MainWindowTest, AfterValidateTheFocusStaysOnTheRebuild) {
     EXPECT_TRUE(screen->isAncestorOf(focus)) << focus->objectName().toStdString();
 }
 
-TEST_F(MainWindowTest, MenusAddFilesRunTheScreensActionAndExplainTheApp) {
+TEST_F(MainWindowTest, MenusFollowTheScreenAndTheWindowSizeIsKept) {
     // File > Add files… goes to the screen on show.
-    testing::TempDir inputs;
-    const fs::path take = inputs.path() / "T01.wav";
+    const fs::path take = dir / "T01.wav";
     testing::writeBytes(take, testing::makePcm16(48000, {{0.1f, 0.2f}, {0.3f, 0.4f}}));
     uiHooks().chooseFiles = [&](QWidget*, const QString&, const QString&, const QString&) {
         return QStringList{QString::fromStdString(take.string())};
@@ -139,9 +138,8 @@ TEST_F(MainWindowTest, MenusAddFilesRunTheScreensActionAndExplainTheApp) {
     EXPECT_TRUE(window.processAction()->isEnabled());
     window.processAction()->trigger();
     EXPECT_NE(viewModel.stamp()->statusMessage(), "");
-}
 
-TEST_F(MainWindowTest, WindowGeometryIsKeptForTheNextSession) {
+    // The window's size is kept for the next session.
     window.resize(900, 640);
     window.close();
     AppViewModel otherModel{dir.path() / "settings.json"};
