@@ -44,7 +44,7 @@ class MainWindowTest : public ::testing::Test {
 
 // Each home card names its tool and opens it; Back returns; the view model
 // can move the window too.
-TEST_F(MainWindowTest, HomeCardsOpenTheToolsAndTheBackButtonReturns) {
+TEST_F(MainWindowTest, HomeCardsAndShortcutsOpenTheToolsAndBackReturns) {
     EXPECT_EQ(window.currentPage(), "home");
     EXPECT_FALSE(window.backButton()->isVisible());
     const QStringList cards[] = {{"ltcStamp", "LTC stamp", "Stamp synced WAV metadata from LTC."},
@@ -66,11 +66,9 @@ TEST_F(MainWindowTest, HomeCardsOpenTheToolsAndTheBackButtonReturns) {
     }
     viewModel.setFeatureArea("polyWavSplit");
     EXPECT_EQ(window.currentPage(), "polyWavSplit");
-}
 
-// Ctrl+1..3 and Ctrl+, switch screens, Settings goes back where it came from,
-// and a screen's own shortcuts reach it once shown.
-TEST_F(MainWindowTest, KeyboardShortcutsSwitchScreensAndReachTheScreenOnShow) {
+    // Ctrl+1..3 and Ctrl+, switch screens, Settings goes back where it came
+    // from, and a screen's own shortcuts reach it once shown.
     window.activateWindow();
     QTest::keyClick(&window, Qt::Key_3, Qt::ControlModifier);
     EXPECT_EQ(window.currentPage(), "timelineRebuild");
