@@ -6,12 +6,10 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 
 #include <gtest/gtest.h>
 
 #include "core/common/file_output.h"
-#include "core/common/interrupt.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
@@ -122,21 +120,6 @@ TEST(OutputGuardTest, StaleTemporariesAreRemovedButLiveOnesAndOthersStay) {
     setTime(other / ".B.wav.norvane-000000");
     writeFile(other / "B.wav", kOutput, WriteMode::createNew);
     EXPECT_EQ(entries(other.path()), 1u);
-}
-
-TEST(OutputGuardTest, AnInterruptStopsAWriteAndLeavesNothing) {
-    testing::TempDir dir;
-    {
-        OutputFile out(dir / "long.wav", WriteMode::createNew);
-        out.write(kOutput);
-        requestInterrupt(SIGTERM);
-        EXPECT_THROW(out.write(kOutput), InterruptedError);
-        EXPECT_EQ(interruptSignal(), SIGTERM);
-        requestInterrupt(SIGINT);  // the first signal is the one reported
-        EXPECT_EQ(interruptSignal(), SIGTERM);
-        clearInterrupt();
-    }
-    EXPECT_EQ(entries(dir.path()), 0u);
 }
 
 }  // namespace

@@ -292,14 +292,6 @@ TEST(FCPXMLGenerator, DoubleLTCCountsTimecodeAtHalfTheSequenceRate) {
     EXPECT_EQ(output.plan.events.at(0).time, RationalTime(90024, 25));  // frame 24 of 25
     EXPECT_TRUE(output.analysis.issues.empty());
 
-    FrameRateConfig df = *frameRateConfig(FrameRatePreset::fps29_97DF);
-    df.numerator = 60000;
-    FrameRateConfig half = timecodeRate(df, VideoFrameRateMode::doubleLTC);
-    EXPECT_EQ(half.numerator, 30000);
-    EXPECT_EQ(half.denominator, 1001);
-    EXPECT_TRUE(half.dropFrame);
-    EXPECT_EQ(half.label, "LTC 29.97 DF");
-
     // 25p: half would be 12.5, no LTC rate. The events still stand where the
     // 25 fps timecode puts them.
     recipe.rateNumerator = 25;

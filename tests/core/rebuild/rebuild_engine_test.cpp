@@ -46,24 +46,6 @@ TEST(RebuildInputs, FileNameRule) {
     }
 }
 
-TEST(RebuildInputs, ChecksInOrder) {
-    TempDir dir;
-    RebuildInputs inputs;
-    EXPECT_EQ(checkRebuildInputs(inputs), "Source timeline must be XML/FCPXML.");
-    inputs.sourceXML = dir / "Timeline.XML";  // any case passes
-    EXPECT_EQ(checkRebuildInputs(inputs), "Stereo mix must be a WAV file.");
-    inputs.stereoMix = dir / "mix.Wav";
-    EXPECT_EQ(checkRebuildInputs(inputs), "Choose a synced audio folder.");
-    inputs.syncedFolder = dir.path();
-    EXPECT_EQ(checkRebuildInputs(inputs), "Choose an output folder.");
-    inputs.outputFolder = dir.path();
-    inputs.outputFilename = "../escape";
-    EXPECT_EQ(checkRebuildInputs(inputs),
-              "Set a simple FCPXML filename without folders or path traversal.");
-    inputs.outputFilename = "timeline_rebuild.fcpxml";
-    EXPECT_EQ(checkRebuildInputs(inputs), std::nullopt);
-}
-
 TEST(RebuildValidation, FileChecksInOrderWithCounts) {
     std::vector<TimelineRebuildDetectedAudioInput> rows = {
         row(1, "Trk1"), row(2, "Trk1", "UNRESOLVED"), row(12, "Trk1", "1:00:00:00"), row(3, "Trk1"),
@@ -137,12 +119,9 @@ TEST(RebuildValidation, DurationBoundaryAndTolerance) {
     EXPECT_EQ(durationBoundary(121.0, rows, pal).message,
               "Duration boundary: stereo 121.000s, rebuilt 120.060s, delta +0.940s (tolerance "
               "0.050s).");
-    FrameRateConfig slow = pal;
+    FrameRateConfig slow = pal;  // one frame is longer than 50 ms
     slow.numerator = 10;
     EXPECT_DOUBLE_EQ(durationBoundary(0, {}, slow).toleranceSeconds, 0.1);
-    slow.numerator = 1;
-    slow.denominator = 2;
-    EXPECT_DOUBLE_EQ(durationBoundary(0, {}, slow).toleranceSeconds, 1.0);
 }
 
 // A whole rebuild from files on disk: a two-camera source, a stereo mix and

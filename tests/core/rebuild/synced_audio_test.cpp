@@ -144,15 +144,6 @@ TEST(SyncedAudioNames, RecorderRulesNeedTheirIXML) {
     EXPECT_EQ(identifyFile("Scene_1_2.wav", take2).rule, kGenericNamingRule);
 }
 
-TEST(SyncedAudioNames, NamesThatAreNotUTF8KeepTheirNumbers) {
-    EXPECT_EQ(eventIndex("caf\xe9_take_12.wav"), 12);
-    EXPECT_EQ(eventIndex("\xff\xfe"
-                         "evt3.wav"),
-              3);
-    EXPECT_EQ(explicitTrackKey("sc\xe8ne_5_ch2.wav"), "Trk2");
-    EXPECT_EQ(identifyFile("Sc\xe8ne-T004_Tr2.WAV").eventOrder, 4);
-}
-
 // Recorders' own files, linked into a folder under the names their file
 // sets use.
 class RecorderFileSets : public ::testing::Test {
