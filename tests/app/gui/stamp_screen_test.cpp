@@ -25,7 +25,6 @@
 #include "tests/app/gui/gui_test_support.h"
 #include "tests/core/stamp/stamp_fixtures.h"
 #include "tests/support/test_support.h"
-#include "tests/support/wav_builder.h"
 
 namespace norvane::gui {
 namespace {
@@ -96,10 +95,6 @@ class StampScreenTest : public ::testing::Test {
 };
 
 TEST_F(StampScreenTest, StampsFromTheChosenLTCFileAndAsksBeforeReplacingOutputs) {
-    testing::writeBytes(dir / "notes.txt", ByteBuffer{'x'});
-    emit screen.dropArea()->pathsDropped({q(dir / "notes.txt")});
-    ASSERT_TRUE(ingested());
-    EXPECT_EQ(screen.statusLabel()->text(), "No WAV files found in dropped items.");
     addStampTakeAndChooseOutput();
     QTableWidget* table = screen.fileTable();
     ASSERT_EQ(table->rowCount(), 3);
