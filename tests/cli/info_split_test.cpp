@@ -1,182 +1,116 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-
+// `norvane info` and `norvane split`: arguments, exit codes, text and JSON.
 #include "core/audio/wav_file.h"
-#include "tests/support/test_support.h"
-#include "tests/support/wav_builder.h"
+#include "tests/cli/cli_fixture.h"
 
-namespace norvane {
+namespace norvane::testing {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::HasSubstr;
-using testing::runCommand;
 
-std::string cli() {
-    return "'" + testing::cliPath().string() + "'";
-}
-std::string quoted(const fs::path& p) {
-    return "'" + p.string() + "'";
-}
-
-// A stereo 24-bit file stamped at 01:00:00:00 (25 fps, 48 kHz) with iXML.
-ByteBuffer stampedFile() {
-    testing::WavSpec recipe;
+// A stereo 24-bit file of 480 frames stamped at 01:00:00:00 (25 fps, 48 kHz),
+// with an iXML TIMECODE of `ixmlTimecode`.
+ByteBuffer stampedFile(const std::string& ixmlTimecode = "01:00:00:00") {
+    WavSpec recipe;
     recipe.bits = 24;
     recipe.frames = 480;
-    const std::string ixml = "<BWFXML>\n  <TIMECODE>01:00:00:00</TIMECODE>\n</BWFXML>";
-    recipe.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
+    const std::string ixml = "<BWFXML>\n  <TIMECODE>" + ixmlTimecode + "</TIMECODE>\n</BWFXML>";
+    recipe.beforeData = {{"bext", makeBextPayload(172'800'000)},
                          {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
-    return testing::makeWav(recipe);
+    return makeWav(recipe);
 }
 
-TEST(InfoCommandTest, TextAndJson) {
-    testing::TempDir dir;
-    testing::writeBytes(dir / "a.wav", stampedFile());
-    auto r = runCommand(cli() + " info " + quoted(dir / "a.wav"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_THAT(r.out, HasSubstr("2 channel(s), 48000 Hz, 24-bit, block align 6"));
-    EXPECT_THAT(r.out, HasSubstr("frames: 480"));
-    EXPECT_THAT(r.out, HasSubstr("fmt  (16), bext (602), iXML (53), data (2880)"));
-    EXPECT_THAT(r.out, HasSubstr("172800000 samples, timecode at 25: 01:00:00:00"));
-    EXPECT_THAT(r.out, HasSubstr("iXML TIMECODE: 01:00:00:00"));
+using InfoCommandTest = CommandTest;
 
-    r = runCommand(cli() + " info --json --fps 24 " + quoted(dir / "a.wav"));
+TEST_F(InfoCommandTest, TextAndJSONAtEveryRate) {
+    write("a.wav", stampedFile());
+    auto r = norvane("info a.wav");
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto j = nlohmann::json::parse(r.out);
-    EXPECT_EQ(j[0]["chunks"][3]["size"], 2880);
-    // 172,800,000 samples at 48 kHz are 3600 s: 86,400 frames at 24 fps.
-    EXPECT_EQ(j[0]["timecode"], "01:00:00:00");
+    for (const char* line :
+         {"2 channel(s), 48000 Hz, 24-bit, block align 6", "frames: 480",
+          "fmt  (16), bext (602), iXML (53), data (2880)",
+          "172800000 samples, timecode at 25: 01:00:00:00", "iXML TIMECODE: 01:00:00:00"}) {
+        EXPECT_THAT(r.out, HasSubstr(line));
+    }
+    EXPECT_EQ(json::parse(norvane("info --json a.wav").out)[0]["chunks"][3]["size"], 2880);
+    // 3600 s are 86,400 frames at 24 fps; 107,892 frames at 30000/1001, which
+    // drop frame labels 01:00:00;00 and non-drop counting 3.6 s behind.
+    for (const auto& [fps, timecode] :
+         {std::pair{"24", "01:00:00:00"}, std::pair{"29.97df", "01:00:00;00"},
+          std::pair{"29.97", "00:59:56:12"}}) {
+        r = norvane(std::string("info --json a.wav --fps ") + fps);
+        ASSERT_EQ(r.exitCode, 0) << r.err;
+        EXPECT_EQ(json::parse(r.out)[0]["timecode"], timecode) << fps;
+    }
 
-    // One hour is 107,892 frames at 30000/1001: drop frame labels it 01:00:00;00,
-    // non-drop counting falls 3.6 s behind.
-    r = runCommand(cli() + " info --json --fps 29.97df " + quoted(dir / "a.wav"));
-    EXPECT_EQ(nlohmann::json::parse(r.out)[0]["timecode"], "01:00:00;00");
-    r = runCommand(cli() + " info --json --fps 29.97 " + quoted(dir / "a.wav"));
-    EXPECT_EQ(nlohmann::json::parse(r.out)[0]["timecode"], "00:59:56:12");
+    // JSON is UTF-8 whatever the bytes of the name and the iXML.
+    write("take\xFE.wav", stampedFile("01:00\xFF"));
+    const auto j = json::parse(norvane("info --json 'take\xFE.wav'").out)[0];
+    EXPECT_EQ(j["path"], "take\uFFFD.wav");
+    EXPECT_EQ(j["ixmlTimecode"], "01:00\uFFFD");
 }
 
-// A recording cut off before its header was finished (data size 0 with the
-// audio after it) shows the audio present and a warning naming the file.
-TEST(InfoCommandTest, CutOffRecordingIsShownWithAWarning) {
-    testing::TempDir dir;
-    testing::WavSpec recipe;
-    recipe.bits = 24;
+// Unreadable files are reported and the others shown; a recording cut off
+// before its header was finished (data size 0 with the audio after it) shows
+// the audio present and a warning naming the file.
+TEST_F(InfoCommandTest, UnreadableAndCutOffFiles) {
+    write("good.wav", makePcm16(48000, {{0.0f}}));
+    write("bad.wav", ByteBuffer(20, 'x'));
+    WavSpec recipe;
     recipe.frames = 480;
     recipe.dataDeclaredSize = 0;
-    testing::writeBytes(dir / "crash.wav", testing::makeWav(recipe));
-    auto r = runCommand(cli() + " info " + quoted(dir / "crash.wav"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_THAT(r.out, HasSubstr("frames: 480"));
-    EXPECT_THAT(r.out, HasSubstr("warning: crash.wav: the data chunk size does not match"));
-}
-
-TEST(InfoCommandTest, UnreadableFilesAreReportedAndTheOthersShown) {
-    testing::TempDir dir;
-    testing::writeBytes(dir / "good.wav", testing::makePcm16(48000, {{0.0f}}));
-    testing::writeBytes(dir / "bad.wav", ByteBuffer(20, 'x'));
-    auto r =
-        runCommand(cli() + " info " + quoted(dir / "bad.wav") + " " + quoted(dir / "good.wav"));
+    write("crash.wav", makeWav(recipe));
+    auto r = norvane("info bad.wav good.wav crash.wav");
     EXPECT_EQ(r.exitCode, 2);
-    EXPECT_THAT(r.err,
-                HasSubstr("error: " + (dir / "bad.wav").string() + ": File is not RIFF/WAV."));
+    EXPECT_THAT(r.err, HasSubstr("error: bad.wav: File is not RIFF/WAV."));
     EXPECT_THAT(r.out, HasSubstr("good.wav"));
     EXPECT_THAT(r.out, HasSubstr("bext TimeReference: none"));
+    EXPECT_THAT(r.out, HasSubstr("frames: 480"));
+    EXPECT_THAT(r.out, HasSubstr("warning: crash.wav: the data chunk size does not match"));
 
-    r = runCommand(cli() + " info --json " + quoted(dir / "missing.wav") + " " +
-                   quoted(dir / "good.wav"));
+    r = norvane("info --json missing.wav good.wav");
     EXPECT_EQ(r.exitCode, 2);
-    const auto j = nlohmann::json::parse(r.out);
+    const auto j = json::parse(r.out);
     ASSERT_EQ(j.size(), 2u);
     EXPECT_THAT(j[0]["error"].get<std::string>(), HasSubstr("No such file or directory"));
-    EXPECT_EQ(runCommand(cli() + " info --fps 12 " + quoted(dir / "good.wav")).exitCode, 64);
-}
-
-// A recorder file counts its timecode at its own iXML rate, not at --fps.
-TEST(InfoCommandTest, RecorderFilesShowTheirOwnRateTracksAndTake) {
-    const fs::path take = testing::sharedFixture("field/sd702T_A101_1.WAV");
-    if (take.empty()) {
-        return;
-    }
-    testing::TempDir dir;
-    fs::create_directories(dir / "day" / "sub");
-    fs::copy_file(take, dir / "day" / "sub" / "A101_1.WAV");
-    testing::writeBytes(dir / "day" / "notes.txt", {});
-    auto r = runCommand(cli() + " info --fps 25 " + quoted(dir / "day"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_THAT(r.out, HasSubstr("A101_1.WAV\n"));
-    EXPECT_THAT(r.out, HasSubstr("2190940753 samples, timecode at 23.976 (the file's iXML rate): "
-                                 "12:39:59:00"));
-    EXPECT_THAT(r.out, HasSubstr("iXML rate: 24000/1001 NDF (23.976)"));
-    EXPECT_THAT(r.out, HasSubstr("project BMH, scene A101, take 1, tape 18Y12M31"));
-    EXPECT_THAT(r.out, HasSubstr("tracks: 1 \"MKH516 A\", 2 \"Boom\""));
-    EXPECT_THAT(r.out, ::testing::Not(HasSubstr("notes.txt")));
-
-    r = runCommand(cli() + " info --json " + quoted(dir / "day" / "sub" / "A101_1.WAV"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto j = nlohmann::json::parse(r.out)[0];
-    EXPECT_EQ(j["frameRateSource"], "iXML");
-    EXPECT_EQ(j["tracks"][1]["name"], "Boom");
+    EXPECT_EQ(norvane("info --fps 12 good.wav").exitCode, 64);
     fs::create_directories(dir / "empty");
-    r = runCommand(cli() + " info " + quoted(dir / "empty"));
+    r = norvane("info empty");
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, "error: No WAV files in selection.\n");
 }
 
-TEST(InfoCommandTest, JSONSurvivesBytesThatAreNotUTF8) {
-    testing::TempDir dir;
-    testing::WavSpec recipe;
-    recipe.frames = 4;
-    const std::string ixml = "<BWFXML><TIMECODE>01:00\xFF</TIMECODE></BWFXML>";
-    recipe.beforeData = {{"bext", testing::makeBextPayload(172'800'000)},
-                         {"iXML", ByteBuffer(ixml.begin(), ixml.end())}};
-    const fs::path path = dir / "take\xFE.wav";
-    testing::writeBytes(path, testing::makeWav(recipe));
-    const auto r = runCommand(cli() + " info --json " + quoted(path));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto j = nlohmann::json::parse(r.out)[0];
-    EXPECT_EQ(j["path"], (dir / "take\uFFFD.wav").string());
-    EXPECT_EQ(j["ixmlTimecode"], "01:00\uFFFD");
-    EXPECT_EQ(j["timecode"], "01:00:00:00");
-}
-
-TEST(SplitCommandTest, TrackNamesFromTheFlagOrTheSavedSetting) {
-    const fs::path take = testing::sharedFixture("field/sd702T_A101_1.WAV");
+// A recorder file counts its timecode at its own iXML rate, not at --fps.
+TEST_F(InfoCommandTest, RecorderFilesShowTheirOwnRateTracksAndTake) {
+    const fs::path take = sharedFixture("field/sd702T_A101_1.WAV");
     if (take.empty()) {
         return;
     }
-    testing::TempDir dir;
-    fs::copy_file(take, dir / "A101_1.WAV");
-    auto r = runCommand(cli() + " split --track-names " + quoted(dir / "A101_1.WAV") + " -o " +
-                        quoted(dir / "named"));
+    fs::create_directories(dir / "day" / "sub");
+    fs::copy_file(take, dir / "day" / "sub" / "A101_1.WAV");
+    write("day/notes.txt", "");
+    auto r = norvane("info --fps 25 day");
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(fs::exists(dir / "named" / "A101_1_CH02_Boom.wav"));
-
-    const std::string settings = R"({"settings.polySplitAppendTrackNames": true})";
-    testing::writeBytes(dir / "settings.json", ByteBuffer(settings.begin(), settings.end()));
-    const std::string env = "NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " ";
-    r = runCommand(env + cli() + " split " + quoted(dir / "A101_1.WAV") + " -o " +
-                   quoted(dir / "saved"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(fs::exists(dir / "saved" / "A101_1_CH02_Boom.wav"));
-    r = runCommand(env + cli() + " split --no-track-names " + quoted(dir / "A101_1.WAV") + " -o " +
-                   quoted(dir / "plain"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(fs::exists(dir / "plain" / "A101_1_CH02.wav"));
+    for (const char* line :
+         {"A101_1.WAV\n",
+          "2190940753 samples, timecode at 23.976 (the file's iXML rate): 12:39:59:00",
+          "iXML rate: 24000/1001 NDF (23.976)", "project BMH, scene A101, take 1, tape 18Y12M31",
+          "tracks: 1 \"MKH516 A\", 2 \"Boom\""}) {
+        EXPECT_THAT(r.out, HasSubstr(line));
+    }
+    EXPECT_THAT(r.out, Not(HasSubstr("notes.txt")));
+    const auto j = json::parse(norvane("info --json day/sub/A101_1.WAV").out)[0];
+    EXPECT_EQ(j["frameRateSource"], "iXML");
+    EXPECT_EQ(j["tracks"][1]["name"], "Boom");
 }
 
-TEST(SplitCommandTest, SplitsFoldersAndReports) {
-    testing::TempDir dir;
-    fs::create_directories(dir / "in" / "day2");
-    testing::writeBytes(dir / "in" / "Take1.wav",
-                        testing::makePcm16(48000, {{0.5f, 0.25f}, {-0.5f, -0.25f}}));
-    testing::writeBytes(dir / "in" / "day2" / "Take1.WAV",
-                        testing::makeFloat32(48000, {{0.5f}, {0.1f}, {0.2f}}));
-    testing::writeBytes(dir / "in" / "mono.wav", testing::makePcm16(48000, {{0.5f}}));
-    testing::writeBytes(dir / "in" / "notes.txt", {});
-    auto r = runCommand(cli() + " split " + quoted(dir / "in") + " -o " + quoted(dir / "out"));
+using SplitCommandTest = CommandTest;
+
+TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
+    write("in/Take1.wav", makePcm16(48000, {{0.5f, 0.25f}, {-0.5f, -0.25f}}));
+    write("in/day2/Take1.WAV", makeFloat32(48000, {{0.5f}, {0.1f}, {0.2f}}));
+    write("in/mono.wav", makePcm16(48000, {{0.5f}}));
+    write("in/notes.txt", "");
+    auto r = norvane("split in -o out");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out,
               "Wrote 2 channel file(s) for Take1.wav.\n"
@@ -185,53 +119,51 @@ TEST(SplitCommandTest, SplitsFoldersAndReports) {
               "Done. 5 file(s) written.\n"
               "Output folder: " +
                   (dir / "out").string() + "\n");
-    WAVFile second(dir / "out" / "Take1 (2)_CH03.wav");
-    EXPECT_EQ(second.fmt().audioFormat, 3);
-    EXPECT_EQ(second.samples(0), std::vector<float>{0.2f});
+    EXPECT_EQ(WAVFile(dir / "out" / "Take1 (2)_CH03.wav").samples(0), std::vector<float>{0.2f});
     EXPECT_TRUE(r.err.empty()) << r.err;  // no progress bar when not on a terminal
 
     // Again without --overwrite: the first output exists.
-    r = runCommand(cli() + " split " + quoted(dir / "in" / "Take1.wav") + " -o " +
-                   quoted(dir / "out"));
+    r = norvane("split in/Take1.wav -o out");
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err,
               "error: Output file already exists: Take1_CH01.wav. Enable overwrite or choose "
               "another folder.\n");
-
-    r = runCommand(cli() + " split --overwrite --no-sync --json " + quoted(dir / "in" / "Take1.wav") + " " +
-                   quoted(dir / "in" / "mono.wav") + " -o " + quoted(dir / "out"));
+    r = norvane("split --overwrite --no-sync --json in/Take1.wav in/mono.wav -o out");
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto j = nlohmann::json::parse(r.out);
+    const auto j = json::parse(r.out);
     EXPECT_EQ(j["fileResults"][0]["outputURLs"][1], (dir / "out" / "Take1_CH02.wav").string());
     EXPECT_EQ(j["fileResults"][1]["skipReason"], "File has one channel; nothing to split.");
-}
 
-TEST(SplitCommandTest, OutputFolderDefaultsToTheSavedSetting) {
-    testing::TempDir dir;
-    testing::writeBytes(dir / "t.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}}));
-    const std::string settings =
-        R"({"settings.polySplitDefaultOutputFolderPath": ")" + (dir / "saved").string() + "\"}";
-    testing::writeBytes(dir / "settings.json", ByteBuffer(settings.begin(), settings.end()));
-    auto r = runCommand("NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " " + cli() +
-                        " split " + quoted(dir / "t.wav"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(fs::exists(dir / "saved" / "t_CH02.wav"));
-}
-
-TEST(SplitCommandTest, FailuresAndUsage) {
-    testing::TempDir dir;
-    testing::WavSpec eight;
+    WavSpec eight;
     eight.bits = 8;
     eight.frames = 2;
-    testing::writeBytes(dir / "eight.wav", testing::makeWav(eight));
-    auto r =
-        runCommand(cli() + " split " + quoted(dir / "eight.wav") + " -o " + quoted(dir / "out"));
+    write("eight.wav", makeWav(eight));
+    r = norvane("split eight.wav -o none");
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, "error: Bit depth 8 is not supported for mono export (use 16, 24, or 32).\n");
-    EXPECT_TRUE(fs::is_empty(dir / "out"));
+    EXPECT_TRUE(fs::is_empty(dir / "none"));
+    EXPECT_EQ(norvane("split -o out").exitCode, 64);
+}
 
-    EXPECT_EQ(runCommand(cli() + " split -o " + quoted(dir.path())).exitCode, 64);
+// Track names come from the flag or the saved setting; the output folder
+// defaults to the saved one.
+TEST_F(SplitCommandTest, SavedSettingsAreTheDefaultsOfTheFlags) {
+    const fs::path take = sharedFixture("field/sd702T_A101_1.WAV");
+    if (take.empty()) {
+        return;
+    }
+    fs::copy_file(take, dir / "A101_1.WAV");
+    ASSERT_EQ(norvane("split --track-names A101_1.WAV -o named").exitCode, 0);
+    EXPECT_TRUE(exists("named/A101_1_CH02_Boom.wav"));
+
+    write("settings.json", R"({"settings.polySplitAppendTrackNames": true,
+                               "settings.polySplitDefaultOutputFolderPath": ")" +
+                               (dir / "saved").string() + "\"}");
+    ASSERT_EQ(norvane("split A101_1.WAV").exitCode, 0);
+    EXPECT_TRUE(exists("saved/A101_1_CH02_Boom.wav"));
+    ASSERT_EQ(norvane("split --no-track-names A101_1.WAV -o plain").exitCode, 0);
+    EXPECT_TRUE(exists("plain/A101_1_CH02.wav"));
 }
 
 }  // namespace
-}  // namespace norvane
+}  // namespace norvane::testing

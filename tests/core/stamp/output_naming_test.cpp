@@ -18,14 +18,21 @@ void touch(const fs::path& path) {
     std::ofstream(path) << "x";
 }
 
-std::string unsafeMessage(std::string_view name) {
+// The message of the ProcessingError `f` throws, or "accepted".
+template <typename F>
+std::string refusal(F&& f, ProcessingError::Kind kind) {
     try {
-        OutputNaming::safeName(name);
+        f();
     } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.kind(), ProcessingError::Kind::unsafeOutputFilename);
+        EXPECT_EQ(e.kind(), kind);
         return e.message();
     }
     return "accepted";
+}
+
+std::string unsafeMessage(std::string_view name) {
+    return refusal([&] { OutputNaming::safeName(name); },
+                   ProcessingError::Kind::unsafeOutputFilename);
 }
 
 TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
@@ -37,43 +44,29 @@ TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
 
 TEST(OutputNamingTest, SafeNameTrimsAndRefusesPathLikeNames) {
     EXPECT_EQ(OutputNaming::safeName(" Take 1_tc.wav\n"), "Take 1_tc.wav");
-    EXPECT_EQ(unsafeMessage("A/x.wav"), "Unsafe output filename: A/x.wav");
-    for (const char* bad : {"a\\b.wav", "  ", "", ".", " .. ", "/"}) {
+    for (const char* bad : {"A/x.wav", "a\\b.wav", "  ", "", ".", " .. ", "/"}) {
         EXPECT_EQ(unsafeMessage(bad), std::string("Unsafe output filename: ") + bad);
     }
-    // A suffix with a slash makes every name unsafe.
-    EXPECT_EQ(unsafeMessage(OutputNaming::outputName("/in/A.wav", std::nullopt, "/x")),
-              "Unsafe output filename: A/x.wav");
 }
 
 TEST(OutputNamingTest, CollisionBehaviours) {
     TempDir dir;
     const fs::path folder = dir.path();
-    EXPECT_EQ(OutputNaming::resolveDestination(folder, " A_tc.wav", OutputCollisionBehavior::ask),
-              folder / "A_tc.wav");
+    const auto resolve = [&](const char* name, OutputCollisionBehavior behavior) {
+        return OutputNaming::resolveDestination(folder, name, behavior);
+    };
+    EXPECT_EQ(resolve(" A_tc.wav", OutputCollisionBehavior::ask), folder / "A_tc.wav");
     touch(folder / "A_tc.wav");
-    try {
-        OutputNaming::resolveDestination(folder, "A_tc.wav", OutputCollisionBehavior::ask);
-        ADD_FAILURE() << "expected outputFileAlreadyExists";
-    } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.kind(), ProcessingError::Kind::outputFileAlreadyExists);
-        EXPECT_EQ(e.message(), "Output file already exists: A_tc.wav");
-    }
-    EXPECT_EQ(
-        OutputNaming::resolveDestination(folder, "A_tc.wav", OutputCollisionBehavior::overwrite),
-        folder / "A_tc.wav");
-    EXPECT_EQ(
-        OutputNaming::resolveDestination(folder, "A_tc.wav", OutputCollisionBehavior::keepBoth),
-        folder / "A_tc_2.wav");
+    EXPECT_EQ(refusal([&] { resolve("A_tc.wav", OutputCollisionBehavior::ask); },
+                      ProcessingError::Kind::outputFileAlreadyExists),
+              "Output file already exists: A_tc.wav");
+    EXPECT_EQ(resolve("A_tc.wav", OutputCollisionBehavior::overwrite), folder / "A_tc.wav");
+    EXPECT_EQ(resolve("A_tc.wav", OutputCollisionBehavior::keepBoth), folder / "A_tc_2.wav");
     touch(folder / "A_tc_2.wav");
-    EXPECT_EQ(
-        OutputNaming::resolveDestination(folder, "A_tc.wav", OutputCollisionBehavior::keepBoth),
-        folder / "A_tc_3.wav");
+    EXPECT_EQ(resolve("A_tc.wav", OutputCollisionBehavior::keepBoth), folder / "A_tc_3.wav");
     // A dangling link still takes the name.
     fs::create_symlink(folder / "missing", folder / "L_tc.wav");
-    EXPECT_EQ(
-        OutputNaming::resolveDestination(folder, "L_tc.wav", OutputCollisionBehavior::keepBoth),
-        folder / "L_tc_2.wav");
+    EXPECT_EQ(resolve("L_tc.wav", OutputCollisionBehavior::keepBoth), folder / "L_tc_2.wav");
 }
 
 // Within a run: a name that is (a link to) one of the inputs is refused under
@@ -90,14 +83,14 @@ TEST(OutputNamingTest, RunsNeverNameAnOutputAfterAnInputOrAnEarlierOutput) {
         EXPECT_THROW(OutputNaming::resolveDestination(dir.path(), "A_tc.wav", behavior),
                      OutputConflictError);
     }
-    const auto writeBytes = [](const fs::path& path, bool replace) {
+    const auto write = [](const fs::path& path, bool replace) {
         writeFile(path, ByteBuffer{'x'},
                   replace ? WriteMode::replaceAtomically : WriteMode::createNew);
     };
     const auto overwrite = OutputCollisionBehavior::overwrite;
-    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "B_tc.wav", overwrite, writeBytes),
+    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "B_tc.wav", overwrite, write),
               dir / "B_tc.wav");
-    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "B_tc.wav", overwrite, writeBytes),
+    EXPECT_EQ(OutputNaming::writeResolved(dir.path(), "B_tc.wav", overwrite, write),
               dir / "B_tc_2.wav");
 }
 
@@ -116,12 +109,13 @@ TEST(OutputNamingTest, NamesTakenWhileWritingAreNotReplaced) {
                                           racing),
               dir / "C_tc_2.wav");
     fs::remove(dir / "C_tc.wav");
-    try {
-        OutputNaming::writeResolved(dir.path(), "C_tc.wav", OutputCollisionBehavior::ask, racing);
-        FAIL();
-    } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.message(), "Output file already exists: C_tc.wav");
-    }
+    EXPECT_EQ(refusal(
+                  [&] {
+                      OutputNaming::writeResolved(dir.path(), "C_tc.wav",
+                                                  OutputCollisionBehavior::ask, racing);
+                  },
+                  ProcessingError::Kind::outputFileAlreadyExists),
+              "Output file already exists: C_tc.wav");
 }
 
 }  // namespace
