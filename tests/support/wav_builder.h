@@ -61,10 +61,6 @@ struct WavSpec {
 
 // The 16-byte (plain) or 40-byte (extensible, cbSize 22) fmt payload of a WavSpec.
 ByteBuffer makeFmtPayload(const WavSpec& recipe);
-// id, size, payload and pad byte.
-ByteBuffer makeChunk(const WavChunkSpec& chunk);
-// "RIFF", size (4 + body), "WAVE", body.
-ByteBuffer makeRiff(const ByteBuffer& body);
 ByteBuffer makeWav(const WavSpec& recipe);
 
 // Interleaves integer samples (one vector per channel, equal lengths) as

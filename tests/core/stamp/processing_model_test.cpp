@@ -8,18 +8,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-TEST(ProcessingModelTest, LabelsDecodeOnlyTheirExactCase) {
-    for (auto m : allProcessingModes()) {
-        EXPECT_EQ(processingModeFromLabel(label(m)), m);
-    }
-    for (auto m : allOutputCollisionBehaviors()) {
-        EXPECT_EQ(outputCollisionBehaviorFromLabel(label(m)), m);
-    }
-    EXPECT_FALSE(processingModeFromLabel("ltc cut detect"));
-    EXPECT_FALSE(groupingMethodFromLabel("token"));
-    EXPECT_FALSE(outputCollisionBehaviorFromLabel("keepBoth"));
-}
-
 TEST(ProcessingModelTest, ToleranceIsClampedWhereverAConfigIsMade) {
     EXPECT_EQ(GroupingConfig(GroupingMethod::durationExact, "_", 0, "", -20).durationToleranceMs,
               1);

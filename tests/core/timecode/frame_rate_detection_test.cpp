@@ -49,62 +49,43 @@ class DiagnosticsCapture {
     std::ostringstream stream_;
 };
 
-//                         23.976  24    25    29.97  DF    30
-TEST(FrameRateSelectionTest, HighestConfidenceAndTies) {
+TEST(FrameRateSelectionTest, HighestConfidenceTiesAndIntegerNeighbours) {
     EXPECT_FALSE(FrameRateDetection::select(evaluations({})).has_value());
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0, 0, 0.8})), 2u);
-    // The earlier candidate wins an exact tie; a higher one wins outright.
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0, 0.9, 0.9})), 1u);
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0, 0.9, 0.91})), 2u);
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0.5, 0.9, 0.95})), 2u);
-}
-
-TEST(FrameRateSelectionTest, IntegerRateWinsANearTieAgainstItsNeighbour) {
-    // 30 at 0.94 beats 29.97 NDF at 0.95 (and DF, which always equals NDF).
-    auto e = evaluations({0, 0, 0, 0.95, 0.95, 0.94});
-    ASSERT_EQ(FrameRateDetection::select(e), 5u);
-    EXPECT_THAT(FrameRateDetection::candidateDiagnostics(e, 5),
-                EndsWith("Selected: 30 (near-tie preference for exact integer rate)\n"));
-    // The same between 24 and 23.976.
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0.96, 0.945})), 1u);
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0.97, 0.945})), 0u);
-    // Beyond the tolerance the fractional rate keeps it.
-    e = evaluations({0, 0, 0, 0.97, 0.97, 0.94});
-    EXPECT_EQ(FrameRateDetection::select(e), 3u);
-    EXPECT_THAT(FrameRateDetection::candidateDiagnostics(e, 3), EndsWith("Selected: 29.97 NDF\n"));
-    // 25 has no integer neighbour: the higher confidence wins.
-    EXPECT_EQ(FrameRateDetection::select(evaluations({0, 0.94, 0.95})), 2u);
-    // Drop-frame never takes part, and never wins on its own equal confidence.
-    e = evaluations({0, 0, 0, 0, 0.95, 0.94});
-    EXPECT_EQ(FrameRateDetection::select(e), 4u);
-}
-
-TEST(FrameRateSelectionTest, FractionalRatesAreMeasuredAndDropFrameIsRead) {
-    DiagnosticsCapture capture;
-    // One second of code tells 1000/1001 from the integer rate; bit 10 tells
-    // drop-frame counting.
-    for (FrameRatePreset preset :
-         {FrameRatePreset::fps23_976, FrameRatePreset::fps24, FrameRatePreset::fps29_97NDF,
-          FrameRatePreset::fps29_97DF, FrameRatePreset::fps30}) {
-        LTCEncoderOptions options;
-        options.rate = rate(preset);
-        const Timecode start{1, 0, 0, 2, options.rate.dropFrame};
-        const std::vector<float> code = encodeLTC(start, 30, options);
-        const LTCDecodeResult result = LTCDecoder::decode(code, 48000);
-        EXPECT_EQ(result.frameRate, rate(preset)) << result.rateEvidence;
-        EXPECT_EQ(result.timecode, start);
+    const std::pair<std::vector<double>, std::size_t> cases[] = {
+        //  23.976  24    25    29.97  DF    30
+        {{0, 0, 0.8}, 2},
+        // The earlier candidate wins an exact tie; a higher one wins outright.
+        {{0, 0.9, 0.9}, 1},
+        {{0, 0.9, 0.91}, 2},
+        {{0.5, 0.9, 0.95}, 2},
+        // An integer rate wins a near tie against its 1000/1001 neighbour
+        // (and DF, which always equals NDF); beyond the tolerance it does not.
+        {{0, 0, 0, 0.95, 0.95, 0.94}, 5},
+        {{0.96, 0.945}, 1},
+        {{0.97, 0.945}, 0},
+        {{0, 0, 0, 0.97, 0.97, 0.94}, 3},
+        // 25 has no integer neighbour: the higher confidence wins.
+        {{0, 0.94, 0.95}, 2},
+        // Drop-frame never takes part, and never wins on its own equal confidence.
+        {{0, 0, 0, 0, 0.95, 0.94}, 4},
+    };
+    for (const auto& [confidences, chosen] : cases) {
+        EXPECT_EQ(FrameRateDetection::select(evaluations(confidences)), chosen) << chosen;
     }
-    EXPECT_THAT(capture.text(), HasSubstr("Selected: 23.976 (frame period: measured 23.976 fps"));
-    EXPECT_THAT(capture.text(),
-                HasSubstr("Selected: 29.97 DF (drop-frame bit; measured 29.970 fps"));
+    EXPECT_THAT(FrameRateDetection::candidateDiagnostics(evaluations(cases[4].first), 5),
+                EndsWith("Selected: 30 (near-tie preference for exact integer rate)\n"));
+    EXPECT_THAT(FrameRateDetection::candidateDiagnostics(evaluations(cases[7].first), 3),
+                EndsWith("Selected: 29.97 NDF\n"));
+}
 
-    // Too short to measure 0.1 %: the exact integer rate is preferred, and
-    // the diagnostic says so.
+// Four frames are too short to measure 0.1 %: the exact integer rate is
+// preferred, and the diagnostic says so.
+TEST(FrameRateSelectionTest, CodeTooShortToMeasureIsReadAtTheIntegerRate) {
+    DiagnosticsCapture capture;
     LTCEncoderOptions options;
     options.rate = rate(FrameRatePreset::fps29_97NDF);
     const std::vector<float> code = encodeLTC(Timecode{1, 0, 0, 0}, 4, options);
-    const LTCDecodeResult result = LTCDecoder::decode(code, 48000);
-    EXPECT_EQ(result.frameRate, rate(FrameRatePreset::fps30));
+    EXPECT_EQ(LTCDecoder::decode(code, 48000).frameRate, rate(FrameRatePreset::fps30));
     EXPECT_THAT(capture.text(), HasSubstr("Selected: 30 (near tie: measured"));
 }
 
@@ -136,8 +117,10 @@ TEST(FrameRateBatchVoteTest, AveragesAreComparedBeforeCounts) {
     EXPECT_FALSE(chooseVoteWinner({}).has_value());
 }
 
+using Samples = std::optional<std::pair<std::vector<float>, std::int64_t>>;
+
 FrameRateDetection::VoteSource source(FrameRatePreset p, std::int64_t frames = 20) {
-    return {[p, frames]() -> std::optional<std::pair<std::vector<float>, std::int64_t>> {
+    return {[p, frames]() -> Samples {
         LTCEncoderOptions options;
         options.rate = rate(p);
         return std::pair{encodeLTC(Timecode{2, 0, 0, 0}, frames, options), 48000};
@@ -147,13 +130,9 @@ FrameRateDetection::VoteSource source(FrameRatePreset p, std::int64_t frames = 2
 TEST(FrameRateBatchVoteTest, UnreadableAndUndecodableSourcesAreSkipped) {
     DiagnosticsCapture capture;
     std::vector<FrameRateDetection::VoteSource> sources = {
-        {[]() -> std::optional<std::pair<std::vector<float>, std::int64_t>> {
-            return std::nullopt;
-        }},
-        {[]() -> std::optional<std::pair<std::vector<float>, std::int64_t>> {
-            throw std::runtime_error("unreadable");
-        }},
-        {[]() -> std::optional<std::pair<std::vector<float>, std::int64_t>> {
+        {[]() -> Samples { return std::nullopt; }},
+        {[]() -> Samples { throw std::runtime_error("unreadable"); }},
+        {[]() -> Samples {
             return std::pair{std::vector<float>(48000, 0.0f), 48000};
         }},
         {},

@@ -9,6 +9,9 @@
 #include <random>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "core/timecode/ltc_decoder.h"
 #include "core/timecode/timecode.h"
 
 namespace norvane::testing {
@@ -80,6 +83,28 @@ inline void addNoise(std::vector<float>& samples, double levelDBFS, unsigned see
                                           static_cast<float>(std::pow(10.0, levelDBFS / 20.0)));
     for (float& s : samples) {
         s += noise(random);
+    }
+}
+
+// `n` samples of a sine of `hz` peaking at `amplitude`.
+inline std::vector<float> sine(std::size_t n, double hz, float amplitude, std::int64_t sampleRate) {
+    std::vector<float> out(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        out[i] = amplitude * static_cast<float>(std::sin(2 * M_PI * hz * static_cast<double>(i) /
+                                                         static_cast<double>(sampleRate)));
+    }
+    return out;
+}
+
+// Expects `f` to throw the LTCDecodeError of `kind` with `message`.
+template <typename F>
+void expectDecodeError(F&& f, LTCDecodeError::Kind kind, const std::string& message) {
+    try {
+        f();
+        ADD_FAILURE() << "expected LTCDecodeError: " << message;
+    } catch (const LTCDecodeError& e) {
+        EXPECT_EQ(e.kind(), kind);
+        EXPECT_EQ(std::string(e.what()), message);
     }
 }
 

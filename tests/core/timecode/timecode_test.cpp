@@ -13,21 +13,6 @@ Timecode tc(int h, int m, int s, int f, bool df = false) {
     return Timecode{h, m, s, f, df};
 }
 
-TEST(FrameRatePresetTest, LabelsRoundTripInDeclarationOrder) {
-    const char* expected[] = {"Auto", "23.976", "24", "25", "29.97 NDF", "29.97 DF", "30"};
-    ASSERT_EQ(allFrameRatePresets().size(), 7u);
-    for (std::size_t i = 0; i < 7; ++i) {
-        FrameRatePreset p = allFrameRatePresets()[i];
-        EXPECT_EQ(label(p), expected[i]);
-        EXPECT_EQ(frameRatePresetFromLabel(expected[i]), p);
-    }
-    EXPECT_FALSE(frameRatePresetFromLabel("29.97").has_value());
-    EXPECT_FALSE(frameRatePresetFromLabel("auto").has_value());
-    EXPECT_FALSE(frameRateConfig(FrameRatePreset::auto_).has_value());
-    ASSERT_EQ(candidateFrameRates().size(), 6u);
-    EXPECT_EQ(candidateFrameRates()[4], (FrameRateConfig{30000, 1001, true, "29.97 DF"}));
-}
-
 TEST(TimecodeMathTest, DropFrameKnownValues) {
     const FrameRateConfig df = rate(FrameRatePreset::fps29_97DF);
     EXPECT_EQ(TimecodeMath::frameCount(tc(0, 1, 0, 2, true), df), 1800);
