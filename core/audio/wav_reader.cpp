@@ -502,10 +502,25 @@ bool WavReader::canReadSamples(int channel) const {
 void WavReader::forEachChannelBlock(
     int channel, std::int64_t begin, std::int64_t end,
     const std::function<bool(std::span<const float>, std::int64_t)>& sink) const {
-    if (!canReadSamples(channel)) {
+    forEachChannelsBlock(std::span<const int>(&channel, 1), begin, end,
+                         [&sink](std::size_t, std::span<const float> block, std::int64_t first) {
+                             return sink(block, first);
+                         });
+}
+
+void WavReader::forEachChannelsBlock(
+    std::span<const int> channels, std::int64_t begin, std::int64_t end,
+    const std::function<bool(std::size_t, std::span<const float>, std::int64_t)>& sink) const {
+    // A channel whose layout cannot be read gets nothing.
+    std::vector<char> wanted;
+    std::size_t left = 0;
+    for (const int channel : channels) {
+        wanted.push_back(canReadSamples(channel) ? 1 : 0);
+        left += static_cast<std::size_t>(wanted.back());
+    }
+    if (left == 0) {
         return;
     }
-    const int c = std::clamp(channel, 0, static_cast<int>(index_.fmt.channelCount) - 1);
     begin = std::max<std::int64_t>(begin, 0);
     end = std::min(end, frameCount());
     const std::size_t block = index_.fmt.blockAlign;
@@ -514,13 +529,20 @@ void WavReader::forEachChannelBlock(
         static_cast<std::size_t>(std::min(perBlock, std::max<std::int64_t>(end - begin, 0))) *
         block);
     std::vector<float> floats(bytes.size() / block);
-    for (std::int64_t at = begin; at < end; at += perBlock) {
+    for (std::int64_t at = begin; at < end && left > 0; at += perBlock) {
         const std::int64_t n = std::min(perBlock, end - at);
         readBytes(dataChunk().offset + static_cast<std::uint64_t>(at) * block,
                   std::span<std::uint8_t>(bytes.data(), static_cast<std::size_t>(n) * block));
-        convertChannel(index_.fmt, c, bytes.data(), static_cast<std::size_t>(n), floats.data());
-        if (!sink(std::span<const float>(floats.data(), static_cast<std::size_t>(n)), at)) {
-            return;
+        for (std::size_t k = 0; k < channels.size(); ++k) {
+            if (!wanted[k]) {
+                continue;
+            }
+            const int c = std::clamp(channels[k], 0, static_cast<int>(index_.fmt.channelCount) - 1);
+            convertChannel(index_.fmt, c, bytes.data(), static_cast<std::size_t>(n), floats.data());
+            if (!sink(k, std::span<const float>(floats.data(), static_cast<std::size_t>(n)), at)) {
+                wanted[k] = 0;
+                --left;
+            }
         }
     }
 }

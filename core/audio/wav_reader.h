@@ -116,6 +116,13 @@ class WavReader {
     void forEachChannelBlock(
         int channel, std::int64_t begin, std::int64_t end,
         const std::function<bool(std::span<const float>, std::int64_t)>& sink) const;
+    // Channels `channels` of frames [begin, end) in one pass over the audio:
+    // each block is read once and every channel still wanted gets its floats,
+    // `sink(k, block, first)` for channels[k]; it returns false when that
+    // channel needs no more. Reading stops when no channel is wanted.
+    void forEachChannelsBlock(
+        std::span<const int> channels, std::int64_t begin, std::int64_t end,
+        const std::function<bool(std::size_t, std::span<const float>, std::int64_t)>& sink) const;
     // The same for every frame of the file.
     void forEachChannelBlock(
         int channel, const std::function<bool(std::span<const float>, std::int64_t)>& sink) const {

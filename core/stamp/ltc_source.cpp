@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <span>
+#include <variant>
 
 #include "core/timecode/frame_rate_detection.h"
 #include "core/timecode/ltc_stream_decode.h"
@@ -60,6 +61,52 @@ class LTCAudio {
         return decoder.finish();
     }
 
+    // The start decodes of channels [0, channels) on frames [0, maxSamples),
+    // each its result or its error. Streamed, the audio is read once for all
+    // of them, and each channel stops being decoded when its answer is certain.
+    std::vector<std::variant<LTCDecodeResult, LTCDecodeError>> decodeEach(
+        int channels, const std::optional<FrameRateConfig>& rate,
+        std::optional<std::size_t> maxSamples) const {
+        std::vector<std::variant<LTCDecodeResult, LTCDecodeError>> results;
+        const auto attempt = [&results](auto&& decode) {
+            try {
+                results.emplace_back(decode());
+            } catch (const LTCDecodeError& e) {
+                results.emplace_back(e);
+            }
+        };
+        if (file_ || fmt_.sampleRate < 1) {
+            for (int channel = 0; channel < channels; ++channel) {
+                attempt([&] { return decode(channel, rate, maxSamples); });
+            }
+            return results;
+        }
+        std::vector<int> all;
+        std::vector<LTCStartDecoder> decoders;
+        decoders.reserve(static_cast<std::size_t>(std::max(channels, 0)));
+        for (int channel = 0; channel < channels; ++channel) {
+            all.push_back(channel);
+            decoders.emplace_back(fmt_.sampleRate, rate);
+        }
+        const std::int64_t end =
+            maxSamples ? std::min<std::int64_t>(frames_, static_cast<std::int64_t>(*maxSamples))
+                       : frames_;
+        reader_->forEachChannelsBlock(
+            all, 0, end,
+            [&decoders](std::size_t k, std::span<const float> block, std::int64_t first) {
+                decoders[k].push(block, first);
+                return !decoders[k].certain();
+            });
+        for (int channel = 0; channel < channels; ++channel) {
+            if (!reader_->canReadSamples(channel)) {
+                results.emplace_back(LTCDecodeError::noSignal());
+            } else {
+                attempt([&] { return decoders[static_cast<std::size_t>(channel)].finish(); });
+            }
+        }
+        return results;
+    }
+
   private:
     WAVFmtChunk fmt_;
     std::int64_t frames_ = 0;
@@ -79,22 +126,30 @@ struct Attempt {
 // The decoder's own decode, except that an automatic choice keeps its
 // evaluations instead of writing the diagnostic, so that only the chosen
 // channel's is written.
-Attempt decodeChannel(const LTCAudio& file, std::int64_t channel,
-                      const std::optional<FrameRateConfig>& rate,
-                      std::optional<std::size_t> maxSamples = std::nullopt) {
+Attempt attemptOf(const std::variant<LTCDecodeResult, LTCDecodeError>& outcome) {
     Attempt attempt;
+    if (const auto* result = std::get_if<LTCDecodeResult>(&outcome)) {
+        attempt.result = *result;
+        attempt.hadSignal = true;
+        return attempt;
+    }
+    const auto& error = std::get<LTCDecodeError>(outcome);
+    attempt.hadSignal = error.kind() != LTCDecodeError::Kind::noSignal;
+    if (error.kind() == LTCDecodeError::Kind::rateMismatch) {
+        attempt.mismatch = error;
+    }
+    return attempt;
+}
+
+Attempt decodeChannel(const LTCAudio& file, std::int64_t channel,
+                      const std::optional<FrameRateConfig>& rate) {
     // Under Auto the rate is measured from the run; the diagnostic waits
     // until the channel is chosen.
     try {
-        attempt.result = file.decode(static_cast<int>(channel), rate, maxSamples);
-        attempt.hadSignal = true;
+        return attemptOf(file.decode(static_cast<int>(channel), rate, std::nullopt));
     } catch (const LTCDecodeError& e) {
-        attempt.hadSignal = e.kind() != LTCDecodeError::Kind::noSignal;
-        if (e.kind() == LTCDecodeError::Kind::rateMismatch) {
-            attempt.mismatch = e;
-        }
+        return attemptOf(e);
     }
-    return attempt;
 }
 
 std::int64_t clampChannel(const LTCAudio& file, std::int64_t channel) {
@@ -125,8 +180,9 @@ Best bestChannel(const LTCAudio& file, std::optional<std::int64_t> channelIndex,
     const std::int64_t channels = std::max<std::int64_t>(file.fmt().channelCount, 1);
     const auto compareChannels = [&](std::optional<std::size_t> maxSamples) {
         Best best;
+        const auto outcomes = file.decodeEach(static_cast<int>(channels), rate, maxSamples);
         for (std::int64_t channel = 0; channel < channels; ++channel) {
-            Attempt attempt = decodeChannel(file, channel, rate, maxSamples);
+            Attempt attempt = attemptOf(outcomes[static_cast<std::size_t>(channel)]);
             best.anySignal = best.anySignal || attempt.hadSignal;
             if (!best.mismatch) {
                 best.mismatch = attempt.mismatch;
