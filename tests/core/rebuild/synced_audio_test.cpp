@@ -132,18 +132,6 @@ TEST(SyncedAudioScan, UnreadableFilesAndFoldersAreReported) {
                                  [&] { return ++polls > 0; }));
 }
 
-// The recorders' own file sets are the RecorderFileSets tests below; here
-// what they leave to the generic rules.
-TEST(SyncedAudioNames, RecorderRulesNeedTheirIXML) {
-    RecorderFileInfo split;
-    split.channelIndices = {2};  // one track, channel 2 of the set: take 1
-    EXPECT_EQ(identifyFile("A101_1_2.WAV", split).eventOrder, 1);
-    EXPECT_EQ(identifyFile("A101_1_2.WAV").eventOrder, 2);
-    RecorderFileInfo take2;
-    take2.take = 2;  // the take is the last number
-    EXPECT_EQ(identifyFile("Scene_1_2.wav", take2).rule, kGenericNamingRule);
-}
-
 // Recorders' own files, linked into a folder under the names their file
 // sets use.
 class RecorderFileSets : public ::testing::Test {

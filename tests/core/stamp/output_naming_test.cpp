@@ -49,24 +49,14 @@ TEST(OutputNamingTest, SafeNameTrimsAndRefusesPathLikeNames) {
     }
 }
 
-TEST(OutputNamingTest, CollisionBehaviours) {
+// The stamp run checks ask, keep both and overwrite on real outputs; here
+// the one case it cannot make: a dangling link still takes the name.
+TEST(OutputNamingTest, DanglingLinkTakesTheName) {
     TempDir dir;
-    const fs::path folder = dir.path();
-    const auto resolve = [&](const char* name, OutputCollisionBehavior behavior) {
-        return OutputNaming::resolveDestination(folder, name, behavior);
-    };
-    EXPECT_EQ(resolve(" A_tc.wav", OutputCollisionBehavior::ask), folder / "A_tc.wav");
-    touch(folder / "A_tc.wav");
-    EXPECT_EQ(refusal([&] { resolve("A_tc.wav", OutputCollisionBehavior::ask); },
-                      ProcessingError::Kind::outputFileAlreadyExists),
-              "Output file already exists: A_tc.wav");
-    EXPECT_EQ(resolve("A_tc.wav", OutputCollisionBehavior::overwrite), folder / "A_tc.wav");
-    EXPECT_EQ(resolve("A_tc.wav", OutputCollisionBehavior::keepBoth), folder / "A_tc_2.wav");
-    touch(folder / "A_tc_2.wav");
-    EXPECT_EQ(resolve("A_tc.wav", OutputCollisionBehavior::keepBoth), folder / "A_tc_3.wav");
-    // A dangling link still takes the name.
-    fs::create_symlink(folder / "missing", folder / "L_tc.wav");
-    EXPECT_EQ(resolve("L_tc.wav", OutputCollisionBehavior::keepBoth), folder / "L_tc_2.wav");
+    fs::create_symlink(dir / "missing", dir / "L_tc.wav");
+    EXPECT_EQ(
+        OutputNaming::resolveDestination(dir.path(), "L_tc.wav", OutputCollisionBehavior::keepBoth),
+        dir / "L_tc_2.wav");
 }
 
 // Within a run: a name that is (a link to) one of the inputs is refused under
