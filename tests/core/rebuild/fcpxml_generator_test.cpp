@@ -188,13 +188,9 @@ TEST(FCPXMLGenerator, DuplicatesEscapingAndAssetIDs) {
 
 TEST(FCPXMLGenerator, DefaultsForBareSourcesAndBadTimecodes) {
     // No format element: 24 fps and the fixed format line.
-    std::string source =
-        "<fcpxml version=\"1.9\"><resources><asset id=\"v\" hasVideo=\"1\" name=\"V\" "
-        "src=\"file:///"
-        "v.mov\"/></resources><library><event><project><sequence><spine><asset-clip ref=\"v\" "
-        "lane=\"3\" name=\"V\" start=\"0/1s\" duration=\"86400/1s\"/></spine></sequence></project>"
-        "</event></library></fcpxml>";
-    SourceContext context = readSourceTimeline(source);
+    SourceContext context = readSourceTimeline(testing::sourceDocument(
+        "<asset id=\"v\" hasVideo=\"1\" name=\"V\" src=\"file:///v.mov\"/>", "",
+        "<asset-clip ref=\"v\" lane=\"3\" name=\"V\" start=\"0/1s\" duration=\"86400/1s\"/>"));
     auto inputs = std::vector<ResolveRebuildAudioInput>{
         audio(4, "Trk1", "empty", 0, "UNRESOLVED", RationalTime::zero())};
     auto output = generateFCPXML(context, inputs, mix(0), {});
@@ -214,10 +210,9 @@ TEST(FCPXMLGenerator, DefaultsForBareSourcesAndBadTimecodes) {
     EXPECT_EQ(attrs(*gap->children[1]),
               "asset-clip lane=-2 name=empty.wav start=0/1s enabled=1 ref=rA_1_empty "
               "duration=1/1s offset=0/1s");
+    // The empty mix's zero-length asset passes the DTD; the build's own check
+    // refuses it (the engine's test).
     EXPECT_EQ(testing::dtdProblems(output.xml), "");
-    // The empty mix asset has a zero duration: our own check refuses the document.
-    auto own = validateGeneratedFCPXML(output.xml);
-    EXPECT_THAT(own.issues.at(0).message, HasSubstr("asset duration=0/1s"));
 }
 
 TEST(FCPXMLGenerator, DoubleLTCCountsTimecodeAtHalfTheSequenceRate) {

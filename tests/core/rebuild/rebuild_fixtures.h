@@ -47,6 +47,14 @@ std::vector<std::string> texts(const Items& items) {
     return out;
 }
 
+// A source timeline: `resources`, then one sequence with `sequenceAttrs` and `spine`.
+inline std::string sourceDocument(const std::string& resources, const std::string& sequenceAttrs,
+                                  const std::string& spine) {
+    return "<fcpxml version=\"1.9\"><resources>" + resources +
+           "</resources><library><event><project><sequence " + sequenceAttrs + "><spine>" + spine +
+           "</spine></sequence></project></event></library></fcpxml>";
+}
+
 inline std::string readText(const std::filesystem::path& path) {
     const ByteBuffer bytes = readBytes(path);
     return std::string(bytes.begin(), bytes.end());

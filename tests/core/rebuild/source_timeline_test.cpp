@@ -26,13 +26,6 @@ SourceTimelineError readError(const std::string& text) {
     return SourceTimelineError::missingStructure();
 }
 
-std::string wrap(const std::string& resources, const std::string& sequenceAttrs,
-                 const std::string& spine) {
-    return "<fcpxml version=\"1.9\"><resources>" + resources +
-           "</resources><library><event><project><sequence " + sequenceAttrs + "><spine>" + spine +
-           "</spine></sequence></project></event></library></fcpxml>";
-}
-
 const std::string kCamera =
     "<format id=\"r1\" frameDuration=\"1/25s\"/>"
     "<asset id=\"a1\" name=\"CamA\" hasVideo=\"1\" format=\"r1\"><media-rep src=\"file:///a.mov\" "
@@ -114,7 +107,7 @@ TEST(SourceTimeline, SequenceFormatAndRateDefaults) {
         {"<format id=\"r1\" frameDuration=\"1/0s\"/>", "format=\"r1\"", "24/1 NDF"},
         {"<format id=\"r9\" frameDuration=\"2002/60000s\"/>", "format=\"r9\"", "30000/1001 NDF"}};
     for (const auto& [format, sequence, expected] : cases) {
-        const SourceContext c = readSourceTimeline(wrap(format, sequence, ""));
+        const SourceContext c = readSourceTimeline(testing::sourceDocument(format, sequence, ""));
         EXPECT_EQ(std::to_string(c.frameRate.numerator) + "/" +
                       std::to_string(c.frameRate.denominator) + " " + c.sequenceTCFormat,
                   expected);
@@ -146,7 +139,7 @@ TEST(SourceTimeline, CameraClipRules) {
         "<sync-clip name=\"Y\" start=\"2s\" duration=\"4s\"><asset-clip ref=\"snd\" lane=\"-1\" "
         "duration=\"9s\"/><asset-clip ref=\"a1\" offset=\"0s\" start=\"3600s\" duration=\"9s\"/>"
         "</sync-clip>";
-    SourceContext c = readSourceTimeline(wrap(kCamera, "format=\"r1\"", spine));
+    SourceContext c = readSourceTimeline(testing::sourceDocument(kCamera, "format=\"r1\"", spine));
     std::vector<std::string> names;
     for (const CameraCandidate& k : c.candidates) {
         names.push_back(k.clipName + "@" + std::to_string(k.laneRaw));
@@ -186,7 +179,8 @@ TEST(SourceTimeline, MulticamMediaAndClips) {
         "<mc-source angleID=\"angB\" srcEnable=\"video\"/></mc-clip>"
         "<mc-clip ref=\"cmp\" lane=\"1\" name=\"not multicam\" start=\"0/1s\" duration=\"1/1s\"/>"
         "<mc-clip ref=\"m1\" lane=\"1\" name=\"MC2\" start=\"3600/1s\" duration=\"1/1s\"/>";
-    SourceContext c = readSourceTimeline(wrap(resources, "format=\"r1\"", spine));
+    SourceContext c =
+        readSourceTimeline(testing::sourceDocument(resources, "format=\"r1\"", spine));
     ASSERT_EQ(c.multicamMediaByID.size(), 1u);
     const MulticamMedia& media = c.multicamMediaByID.at("m1");
     EXPECT_EQ(media.angles[0].clips.size(), 2u);
