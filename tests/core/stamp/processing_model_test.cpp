@@ -11,13 +11,9 @@ using json = nlohmann::ordered_json;
 TEST(ProcessingModelTest, ToleranceIsClampedWhereverAConfigIsMade) {
     EXPECT_EQ(GroupingConfig(GroupingMethod::durationExact, "_", 0, "", -20).durationToleranceMs,
               1);
-    auto decoded = json{
-        {"method", "Regex"},
-        {"delimiter", "_"},
-        {"tokenIndex", 2},
-        {"regexPattern", "^(\\w+)_"},
-        {"durationToleranceMs",
-         0}}.get<GroupingConfig>();
+    const auto decoded = json::parse(R"({"method": "Regex", "delimiter": "_", "tokenIndex": 2,
+        "regexPattern": "^(\\w+)_", "durationToleranceMs": 0})")
+                             .get<GroupingConfig>();
     EXPECT_EQ(decoded, GroupingConfig(GroupingMethod::regex, "_", 2, "^(\\w+)_", 1));
 }
 
