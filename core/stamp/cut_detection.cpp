@@ -167,8 +167,13 @@ CutAnalysis analyze(const fs::path& ltcFile, std::optional<std::int64_t> channel
     if (progress) {
         progress(ProcessingProgress{"Analyzing", "Scanning LTC timeline...", 0, 1});
     }
-    const auto spacing =
-        static_cast<std::int64_t>(static_cast<double>(analysis.sampleRate) * kHopSeconds / 2);
+    // The preview draws the points across the file's width: a few thousand
+    // are all it can show, and a day-long roll at the hop would hold millions.
+    // Every run's first frame is kept whatever the spacing, so no jump is lost.
+    constexpr std::int64_t kMostPreviewPoints = 4000;
+    const auto spacing = std::max(
+        static_cast<std::int64_t>(static_cast<double>(analysis.sampleRate) * kHopSeconds / 2),
+        analysis.frameCount / kMostPreviewPoints);
     const std::vector<LTCRun> runs = scanRuns(
         wav, analysis.ltcChannelIndex, rate, isCancelled,
         [&](std::int64_t done, std::int64_t total) {
