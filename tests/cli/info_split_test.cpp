@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 // A stereo 24-bit file of 480 frames stamped at 01:00:00:00 (25 fps, 48 kHz),
 // with an iXML TIMECODE of `ixmlTimecode`.
 ByteBuffer stampedFile(const std::string& ixmlTimecode = "01:00:00:00") {
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.bits = 24;
     recipe.frames = 480;
     const std::string ixml = "<BWFXML>\n  <TIMECODE>" + ixmlTimecode + "</TIMECODE>\n</BWFXML>";
@@ -55,7 +55,7 @@ TEST_F(InfoCommandTest, TextAndJSONAtEveryRate) {
 TEST_F(InfoCommandTest, UnreadableAndCutOffFiles) {
     write("good.wav", makePcm16(48000, {{0.0f}}));
     write("bad.wav", ByteBuffer(20, 'x'));
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.frames = 480;
     recipe.dataDeclaredSize = 0;
     write("crash.wav", makeWav(recipe));
@@ -134,7 +134,7 @@ TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
     EXPECT_EQ(j["fileResults"][0]["outputURLs"][1], (dir / "out" / "Take1_CH02.wav").string());
     EXPECT_EQ(j["fileResults"][1]["skipReason"], "File has one channel; nothing to split.");
 
-    WavSpec eight;
+    WavRecipe eight;
     eight.bits = 8;
     eight.frames = 2;
     write("eight.wav", makeWav(eight));

@@ -78,7 +78,7 @@ std::set<std::string> names(const fs::path& folder) {
 // A 24-bit zero-audio WAV of `channels` x `frames`, written sparse: only the
 // header takes disk space, the data reads back as zeros.
 void writeSparseWav(const fs::path& path, int channels, std::int64_t frames) {
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.channels = static_cast<std::uint16_t>(channels);
     recipe.bits = 24;
     recipe.frames = 0;
@@ -96,7 +96,7 @@ void writeSparseWav(const fs::path& path, int channels, std::int64_t frames) {
 }
 
 ByteBuffer smallPoly(int channels, std::int64_t frames = 480) {
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.channels = static_cast<std::uint16_t>(channels);
     recipe.frames = frames;
     return testing::makeWav(recipe);

@@ -23,7 +23,7 @@ std::uint32_t get32(ByteView b, std::size_t at) {
            (static_cast<std::uint32_t>(b[at + 3]) << 24);
 }
 
-std::uint16_t blockAlignOf(const WavSpec& recipe) {
+std::uint16_t blockAlignOf(const WavRecipe& recipe) {
     return recipe.blockAlign.value_or(
         static_cast<std::uint16_t>(recipe.channels * recipe.bits / 8));
 }
@@ -38,7 +38,7 @@ ByteBuffer riffOf(const ByteBuffer& body) {
 
 }  // namespace
 
-ByteBuffer makeFmtPayload(const WavSpec& recipe) {
+ByteBuffer makeFmtPayload(const WavRecipe& recipe) {
     if (recipe.fmtPayload) {
         return *recipe.fmtPayload;
     }
@@ -61,7 +61,7 @@ ByteBuffer makeFmtPayload(const WavSpec& recipe) {
     return p;
 }
 
-ByteBuffer makeWav(const WavSpec& recipe) {
+ByteBuffer makeWav(const WavRecipe& recipe) {
     ByteBuffer body;
     auto add = [&](const WavChunkSpec& chunk) {
         if (chunk.id.size() != 4) {
@@ -125,7 +125,7 @@ ByteBuffer makePcm(int bits, std::uint32_t sampleRate,
                 static_cast<std::int32_t>(std::round(std::fmax(-1.0, std::fmin(1.0, x)) * full)));
         }
     }
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.channels = static_cast<std::uint16_t>(channels.size());
     recipe.sampleRate = sampleRate;
     recipe.bits = static_cast<std::uint16_t>(bits);
@@ -138,7 +138,7 @@ ByteBuffer makePcm16(std::uint32_t sampleRate, const std::vector<std::vector<flo
 }
 
 ByteBuffer makeFloat32(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels) {
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.format = kWavFloat;
     recipe.channels = static_cast<std::uint16_t>(channels.size());
     recipe.sampleRate = sampleRate;

@@ -36,7 +36,7 @@ struct WavChunkSpec {
     bool pad = true;
 };
 
-struct WavSpec {
+struct WavRecipe {
     std::uint16_t format = kWavPCM;     // 1, 3, 0xFFFE or anything else
     std::uint16_t subFormat = kWavPCM;  // for 0xFFFE: 1 (PCM) or 3 (float) GUID
     std::uint16_t channels = 2;
@@ -59,9 +59,9 @@ struct WavSpec {
     ByteBuffer trailing;
 };
 
-// The 16-byte (plain) or 40-byte (extensible, cbSize 22) fmt payload of a WavSpec.
-ByteBuffer makeFmtPayload(const WavSpec& recipe);
-ByteBuffer makeWav(const WavSpec& recipe);
+// The 16-byte (plain) or 40-byte (extensible, cbSize 22) fmt payload of a WavRecipe.
+ByteBuffer makeFmtPayload(const WavRecipe& recipe);
+ByteBuffer makeWav(const WavRecipe& recipe);
 
 // Interleaves integer samples (one vector per channel, equal lengths) as
 // little-endian PCM of 16, 24 or 32 bits (8 bits: unsigned, offset 128).

@@ -83,14 +83,14 @@ void writeRebuildInputs(const std::filesystem::path& folder) {
     const std::string xml = makeDemoSourceTimeline(recipe);
     writeFile(folder / "source.fcpxml", ByteBuffer(xml.begin(), xml.end()),
               WriteMode::replaceAtomically);
-    WavSpec mix;
+    WavRecipe mix;
     mix.frames = 3 * 48000;
     writeBytes(folder / "stereo_mix.wav", makeWav(mix));
     const char* timecodes[] = {"01:00:00:00", "01:00:20:00", "01:00:40:00"};
     const int tracks[] = {3, 2, 3};
     for (int event = 0; event < 3; ++event) {
         for (int track = 1; track <= tracks[event]; ++track) {
-            WavSpec take;
+            WavRecipe take;
             take.channels = 1;
             take.frames = 48000;
             const std::string ixml =

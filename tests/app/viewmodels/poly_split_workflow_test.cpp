@@ -17,7 +17,7 @@ using testing::TempDir;
 
 // Zero audio of `channels` x `frames`.
 void writeWav(const fs::path& path, int channels, int frames = 480) {
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.channels = static_cast<std::uint16_t>(channels);
     recipe.frames = frames;
     fs::create_directories(path.parent_path());

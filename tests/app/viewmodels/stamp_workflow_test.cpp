@@ -107,7 +107,7 @@ TEST(StampWorkflowTest, StartsFromTheSettingsAndIngestsWhatItCanUse) {
     EXPECT_EQ(stamp.statusMessage(), "No WAV files found in dropped items.");
     // A file without its format chunk, and junk. (A header that promises more
     // audio than the file holds is a cut-off recording and is read.)
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.frames = 100;
     recipe.includeFmt = false;
     fs::create_directories(f.dir / "bad");

@@ -20,7 +20,7 @@ using testing::TempDir;
 
 // A synced take whose iXML carries its event timecode.
 void writeTake(const fs::path& path, const std::string& timecode, double seconds) {
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.channels = 1;
     recipe.frames = static_cast<std::int64_t>(seconds * 48000);
     const std::string ixml = "<BWFXML><TIMECODE>" + timecode + "</TIMECODE></BWFXML>";
@@ -45,7 +45,7 @@ struct Fixture {
         writeTake(synced / "evt1_trk1.wav", "01:00:00:00", 2);
         writeTake(synced / "evt1_trk2.wav", "01:00:00:00", 2);
         writeTake(synced / "evt2_trk1.wav", "01:00:20:00", 3);
-        testing::WavSpec stereo;
+        testing::WavRecipe stereo;
         stereo.frames = 5 * 48000;
         testing::writeBytes(mix, testing::makeWav(stereo));
         fs::create_directories(output);
@@ -168,7 +168,7 @@ TEST(TimelineRebuildWorkflowTest, ScanValidateAndBuild) {
 
 TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     Fixture f;
-    testing::WavSpec bare;
+    testing::WavRecipe bare;
     bare.channels = 1;
     bare.frames = 48000;
     testing::writeBytes(f.synced / "evt3_trk1.wav", testing::makeWav(bare));
@@ -227,7 +227,7 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
 
 TEST(TimelineRebuildWorkflowTest, AGeneratedDocumentThatFailsItsCheckShowsWhy) {
     Fixture f;
-    testing::WavSpec empty;
+    testing::WavRecipe empty;
     empty.frames = 0;
     testing::writeBytes(f.mix, testing::makeWav(empty));
     TimelineRebuildWorkflow rebuild(f.store);

@@ -68,7 +68,7 @@ TEST(BextTest, EveryFieldRoundTripsAndLibsndfileAgrees) {
     testing::TempDir dir;
     StampChunks chunks;
     chunks.bext = payload;
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.frames = 4;
     BWFWriter::write(WAVFile::fromBytes(testing::makeWav(recipe)), chunks, dir / "b.wav", false);
     SF_INFO info{};

@@ -8,10 +8,10 @@ namespace norvane {
 namespace {
 
 using testing::WavChunkSpec;
-using testing::WavSpec;
+using testing::WavRecipe;
 
 WAVFile fileWith(std::vector<WavChunkSpec> extra, std::uint32_t rate = 48000) {
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.sampleRate = rate;
     recipe.frames = 1;
     recipe.beforeData = std::move(extra);

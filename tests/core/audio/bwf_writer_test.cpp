@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::WavChunkSpec;
-using testing::WavSpec;
+using testing::WavRecipe;
 
 ByteBuffer bytesOf(const std::string& s) {
     return ByteBuffer(s.begin(), s.end());
@@ -68,7 +68,7 @@ TEST(BWFWriterTest, BextLayout) {
 }
 
 TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.bits = 24;
     recipe.data = testing::interleavePcm(24, {{1, 2, 3}, {-4, -5, -6}});
     recipe.beforeData = {{"bext", testing::makeBextPayload(77)}};
@@ -87,7 +87,7 @@ TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {
     EXPECT_EQ(BWFReader::info(back), (BWFInfo{172'800'000, 48000}));
     EXPECT_EQ(BWFReader::ixmlText(back), "odd");
 
-    WavSpec junkFirst;
+    WavRecipe junkFirst;
     junkFirst.frames = 2;
     junkFirst.beforeFmt = {{"JUNK", ByteBuffer(28, 0)}};
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(junkFirst)), sampleStamp());
@@ -97,8 +97,8 @@ TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {
     // a second fmt chunk gets nothing.
     BWFStampInfo noIxml = sampleStamp();
     noIxml.ixml.reset();
-    WavSpec twoFmt = recipe;
-    twoFmt.beforeData.push_back({"fmt ", testing::makeFmtPayload(WavSpec{})});
+    WavRecipe twoFmt = recipe;
+    twoFmt.beforeData.push_back({"fmt ", testing::makeFmtPayload(WavRecipe{})});
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(twoFmt)), noIxml);
     EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
 }
@@ -110,7 +110,7 @@ TEST(BWFWriterTest, WrittenFilesOpenInLibsndfile) {
         int subtype;
     };
     const std::vector<std::vector<float>> two = {{0.5f, -0.5f, 0.25f, 0}, {0.1f, 0.2f, 0.3f, 0.4f}};
-    WavSpec ext;
+    WavRecipe ext;
     ext.format = testing::kWavExtensible;
     ext.bits = 24;
     ext.channels = 3;

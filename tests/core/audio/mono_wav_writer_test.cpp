@@ -8,7 +8,7 @@
 namespace norvane {
 namespace {
 
-using testing::WavSpec;
+using testing::WavRecipe;
 
 std::string buildError(const ByteBuffer& source, int channel) {
     try {
@@ -20,7 +20,7 @@ std::string buildError(const ByteBuffer& source, int channel) {
 }
 
 TEST(MonoWAVWriterTest, ExtractsOneChannelWithAPlainHeader) {
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.sampleRate = 44100;
     recipe.data = testing::interleavePcm(16, {{0x0A0A, 0x0B0B, 0x0C0C}, {0x1A1A, 0x1B1B, 0x1C1C}});
     recipe.data->insert(recipe.data->end(), {9, 9});  // a trailing partial frame is dropped
@@ -38,7 +38,7 @@ TEST(MonoWAVWriterTest, ExtractsOneChannelWithAPlainHeader) {
 }
 
 TEST(MonoWAVWriterTest, RefusedSourcesHaveTheirMessages) {
-    WavSpec eight;
+    WavRecipe eight;
     eight.bits = 8;
     eight.frames = 2;
     EXPECT_EQ(buildError(testing::makeWav(eight), 0),
@@ -47,16 +47,16 @@ TEST(MonoWAVWriterTest, RefusedSourcesHaveTheirMessages) {
     EXPECT_EQ(buildError(testing::makeWav(eight), 5),
               "Channel index 5 is out of range (file has 2 channel(s)).");
 
-    WavSpec stereo;
+    WavRecipe stereo;
     stereo.frames = 2;
     EXPECT_EQ(buildError(testing::makeWav(stereo), 2),
               "Channel index 2 is out of range (file has 2 channel(s)).");
 
-    WavSpec badBlock = stereo;
+    WavRecipe badBlock = stereo;
     badBlock.blockAlign = 6;
     EXPECT_EQ(buildError(testing::makeWav(badBlock), 0),
               "WAV block alignment does not match channel count and bit depth.");
-    WavSpec badFloatBlock;
+    WavRecipe badFloatBlock;
     badFloatBlock.format = testing::kWavFloat;
     badFloatBlock.bits = 32;
     badFloatBlock.blockAlign = 4;

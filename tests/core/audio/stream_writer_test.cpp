@@ -15,7 +15,7 @@ namespace norvane {
 namespace {
 
 using testing::makeWav;
-using testing::WavSpec;
+using testing::WavRecipe;
 
 // Every WAV the tests have: the recorders' own files and the repository's.
 std::vector<std::filesystem::path> sampleFiles() {

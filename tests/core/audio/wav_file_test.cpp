@@ -12,7 +12,7 @@ namespace {
 
 using testing::makeWav;
 using testing::WavChunkSpec;
-using testing::WavSpec;
+using testing::WavRecipe;
 
 // Parses `bytes` and returns the WAVError message, or "" when it parses.
 std::string parseError(ByteBuffer bytes) {
@@ -32,13 +32,13 @@ ByteBuffer text(const char (&s)[N]) {
 
 TEST(WAVFileTest, HeaderFaultsHaveTheirMessages) {
     const std::string truncated = "Invalid or truncated WAV chunk.";
-    const ByteBuffer good = makeWav(WavSpec{});
+    const ByteBuffer good = makeWav(WavRecipe{});
     const auto with = [&good](std::size_t at, const char* four) {
         ByteBuffer b = good;
         std::copy_n(four, 4, b.begin() + static_cast<std::ptrdiff_t>(at));
         return b;
     };
-    WavSpec shortFmt, onlyData, onlyFmt, early;
+    WavRecipe shortFmt, onlyData, onlyFmt, early;
     shortFmt.fmtPayload = ByteBuffer(14, 0);
     onlyData.includeFmt = false;
     onlyData.frames = 2;
@@ -65,7 +65,7 @@ TEST(WAVFileTest, HeaderFaultsHaveTheirMessages) {
 }
 
 TEST(WAVFileTest, ChunkWalkPadBytesAndTruncatedTails) {
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.frames = 3;
     recipe.beforeFmt = {{"junk", {1, 2, 3}, std::nullopt, true}};
     recipe.afterData = {{"LIST", text("INFOabcde"), std::nullopt, true}};
@@ -78,7 +78,7 @@ TEST(WAVFileTest, ChunkWalkPadBytesAndTruncatedTails) {
 
     // A trailing chunk cut off, or with a bogus 4 GiB size, after fmt and
     // data: the file opens without it.
-    WavSpec tail;
+    WavRecipe tail;
     tail.frames = 2;
     const ByteBuffer tails[] = {text("LIST\x40\0\0\0INFO"), text("JUNK\xFF\xFF\xFF\xFFzz")};
     for (const ByteBuffer& trailing : tails) {
@@ -86,48 +86,50 @@ TEST(WAVFileTest, ChunkWalkPadBytesAndTruncatedTails) {
         EXPECT_EQ(WAVFile::fromBytes(makeWav(tail)).chunks().size(), 2u);
     }
     // A second data chunk cut off: the first one already made the file usable.
-    WavSpec twoData;
+    WavRecipe twoData;
     twoData.frames = 1;
     twoData.afterData = {{"data", ByteBuffer(8, 7), 100, true}};
     EXPECT_EQ(WAVFile::fromBytes(makeWav(twoData)).dataChunk().size(), 4u);
 }
 
 TEST(WAVFileTest, FormatSelection) {
-    const auto spec = [](std::uint16_t format, std::uint16_t bits, std::uint16_t subFormat = 1) {
-        WavSpec recipe;
+    const auto recipeOf = [](std::uint16_t format, std::uint16_t bits,
+                             std::uint16_t subFormat = 1) {
+        WavRecipe recipe;
         recipe.format = format;
         recipe.subFormat = subFormat;
         recipe.bits = bits;
         return recipe;
     };
-    const WavSpec float64 = spec(testing::kWavFloat, 64);
-    WavSpec badExt = spec(testing::kWavExtensible, 24);
+    const WavRecipe float64 = recipeOf(testing::kWavFloat, 64);
+    WavRecipe badExt = recipeOf(testing::kWavExtensible, 24);
     ByteBuffer shortExtension = testing::makeFmtPayload(badExt);
     shortExtension[16] = 20;  // cbSize below 22: not extensible PCM
     badExt.fmtPayload = shortExtension;
-    for (const WavSpec& bad :
-         {float64, spec(2, 16), spec(testing::kWavExtensible, 16, testing::kWavFloat), badExt}) {
+    for (const WavRecipe& bad :
+         {float64, recipeOf(2, 16), recipeOf(testing::kWavExtensible, 16, testing::kWavFloat),
+          badExt}) {
         EXPECT_EQ(parseError(makeWav(bad)),
                   "Unsupported WAV format: Only linear PCM and 32-bit float WAV are supported")
             << bad.format << "/" << bad.bits;
     }
-    WavSpec ext24 = spec(testing::kWavExtensible, 24);
+    WavRecipe ext24 = recipeOf(testing::kWavExtensible, 24);
     ext24.data = testing::interleavePcm(24, {{-8388608, 8388607}, {4194304, -1}});
     WAVFile e = WAVFile::fromBytes(makeWav(ext24));
     EXPECT_EQ(e.fmt(), (WAVFmtChunk{1, 2, 48000, 288000, 6, 24}));
     EXPECT_EQ(e.samples(1), (std::vector<float>{4194304.0f / 8388607.0f, -1.0f / 8388607.0f}));
-    EXPECT_EQ(WAVFile::fromBytes(makeWav(spec(testing::kWavExtensible, 32, testing::kWavFloat)))
+    EXPECT_EQ(WAVFile::fromBytes(makeWav(recipeOf(testing::kWavExtensible, 32, testing::kWavFloat)))
                   .fmt()
                   .audioFormat,
               3);
     // 8-bit files open (for their metadata) but give no samples.
-    WavSpec eight = spec(testing::kWavPCM, 8);
+    WavRecipe eight = recipeOf(testing::kWavPCM, 8);
     eight.frames = 4;
     EXPECT_TRUE(WAVFile::fromBytes(makeWav(eight)).samples(0).empty());
     // Plain PCM wins over an earlier candidate of another kind.
-    WavSpec two;
+    WavRecipe two;
     two.fmtPayload = testing::makeFmtPayload(float64);
-    two.beforeData = {{"fmt ", testing::makeFmtPayload(WavSpec{}), std::nullopt, true}};
+    two.beforeData = {{"fmt ", testing::makeFmtPayload(WavRecipe{}), std::nullopt, true}};
     EXPECT_EQ(WAVFile::fromBytes(makeWav(two)).fmt().bitsPerSample, 16);
 }
 

@@ -14,7 +14,7 @@ namespace norvane {
 namespace {
 
 using testing::makeWav;
-using testing::WavSpec;
+using testing::WavRecipe;
 
 // A channel read through the reader's blocks, concatenated.
 std::vector<float> blocksOf(const WavReader& reader, int channel, std::int64_t begin = 0,
@@ -83,7 +83,7 @@ TEST(WavReaderTest, BlocksSpanTheRangeAndStopWhenAsked) {
         channels[1][f] = (f % 2) ? 8388607 : -8388608;
         channels[2][f] = static_cast<std::int32_t>((f * 7919) % 4096) - 2048;
     }
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.channels = 3;
     recipe.bits = 24;
     recipe.data = testing::interleavePcm(24, channels);
@@ -121,7 +121,7 @@ TEST(WavReaderTest, CutOffDataChunksAreReadToTheLastWholeFrame) {
     for (const Case& c : {Case{"unknown.wav", 0xFFFFFFFF, 0}, Case{"past-end.wav", 1000, 2},
                           Case{"zero.wav", 0, 1}}) {
         SCOPED_TRACE(c.name);
-        WavSpec recipe;
+        WavRecipe recipe;
         recipe.data = audio;
         recipe.data->insert(recipe.data->end(), c.extraBytes, 0x55);
         recipe.dataDeclaredSize = c.declared;
@@ -142,7 +142,7 @@ TEST(WavReaderTest, CutOffDataChunksAreReadToTheLastWholeFrame) {
         EXPECT_TRUE(sameFloats(blocksOf(reader, 1), whole.samples(1)));
     }
     // An empty data chunk followed by a real chunk is just empty.
-    WavSpec empty;
+    WavRecipe empty;
     empty.afterData = {{"LIST", ByteBuffer(12, 'a')}};
     EXPECT_TRUE(WAVFile::fromBytes(makeWav(empty)).warnings().empty());
 }
@@ -231,7 +231,7 @@ TEST(WavReaderTest, ReadsFilesBeyond4GiBWithoutLoadingThem) {
 
     // The same audio in a plain RIFF file whose header was never finished
     // (0xFFFFFFFF) is a cut-off recording read to its end.
-    WavSpec recipe;
+    WavRecipe recipe;
     recipe.channels = 8;
     recipe.bits = 24;
     recipe.dataDeclaredSize = 0xFFFFFFFF;

@@ -23,7 +23,7 @@ struct SyncedWavSpec {
 };
 
 inline void writeSyncedWav(const std::filesystem::path& path, const SyncedWavSpec& recipe) {
-    WavSpec wav;
+    WavRecipe wav;
     wav.channels = recipe.channels;
     wav.sampleRate = recipe.sampleRate;
     wav.bits = 16;

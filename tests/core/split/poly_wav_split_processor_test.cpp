@@ -12,7 +12,7 @@ namespace norvane {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::WavSpec;
+using testing::WavRecipe;
 
 // Distinct bytes everywhere: byte k of the data is k * 7 + 3 (mod 256), so a
 // wrong offset or stride shows up as a mismatch.
@@ -53,7 +53,7 @@ TEST(PolyWavSplitTest, EveryOutputHoldsItsChannelBytesWithAPlainHeader) {
         testing::TempDir dir;
         const std::size_t bytesPerSample = c.bits / 8u;
         const std::size_t block = bytesPerSample * static_cast<std::size_t>(c.channels);
-        WavSpec recipe;
+        WavRecipe recipe;
         recipe.format = c.format;
         recipe.subFormat = c.subFormat;
         recipe.bits = c.bits;
@@ -175,7 +175,7 @@ TEST(PolyWavSplitTest, StopsOnAnExistingOutputTakingBackTheFilesChannels) {
 // to its last whole frame, with a warning.
 TEST(PolyWavSplitTest, CutOffInputsSplitToTheLastWholeFrame) {
     testing::TempDir dir;
-    WavSpec cut;
+    WavRecipe cut;
     cut.channels = 4;
     cut.bits = 24;
     cut.data = patternedData(12 * 1000 + 5);  // 1000 frames and a partial one

@@ -96,7 +96,7 @@ TEST(SplitMetadataTest, EveryMonoFileOfARecorderTakeKeepsItsMetadata) {
 }
 
 TEST(SplitMetadataTest, ATakeWithoutMetadataOrWithBrokenIXML) {
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.frames = 4;
     const WAVFile bare = WAVFile::fromBytes(testing::makeWav(recipe));
     EXPECT_TRUE(SplitMetadata::monoChunks(SplitMetadata::read(bare), 0).empty());

@@ -126,7 +126,7 @@ TEST(StampMetadataTest, DAWChunksStayByteForByte) {
 }
 
 TEST(StampMetadataTest, EmptyFieldsAreFilledAndASourceWithoutMetadataGetsThePlainStamp) {
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.frames = 10;
     const WAVFile plain = WAVFile::fromBytes(testing::makeWav(recipe));
     StampMetadata m = StampMetadataComposer::compose(plain, kStamp);
@@ -152,7 +152,7 @@ TEST(StampMetadataTest, EmptyFieldsAreFilledAndASourceWithoutMetadataGetsThePlai
 
 TEST(StampMetadataTest, AnIXMLThatDoesNotParseIsKeptBesideTheNewOne) {
     const std::string broken = "<BWFXML><SCENE>5 & 6</SCENE></BWFXML>";
-    testing::WavSpec recipe;
+    testing::WavRecipe recipe;
     recipe.frames = 10;
     recipe.beforeData = {{"iXML", ByteBuffer(broken.begin(), broken.end())}};
     const WAVFile source = WAVFile::fromBytes(testing::makeWav(recipe), "take.wav");
