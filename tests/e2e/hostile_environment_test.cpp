@@ -76,23 +76,15 @@ std::set<std::string> names(const fs::path& folder) {
 }
 
 // A 24-bit zero-audio WAV of `channels` x `frames`, written sparse: only the
-// header takes disk space, the data reads back as zeros.
+// header takes disk space, the data reads back as zeros. (The RIFF size is
+// left short; readers walk the file's real length.)
 void writeSparseWav(const fs::path& path, int channels, std::int64_t frames) {
     testing::WavRecipe recipe;
     recipe.channels = static_cast<std::uint16_t>(channels);
     recipe.bits = 24;
-    recipe.frames = 0;
-    ByteBuffer header = testing::makeWav(recipe);
-    const std::uint64_t dataBytes = static_cast<std::uint64_t>(frames) * channels * 3;
-    const auto put32 = [&](std::size_t at, std::uint64_t v) {
-        for (int i = 0; i < 4; ++i) {
-            header[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-        }
-    };
-    put32(4, header.size() - 8 + dataBytes);
-    put32(header.size() - 4, dataBytes);
-    testing::writeBytes(path, header);
-    fs::resize_file(path, header.size() + dataBytes);
+    recipe.dataDeclaredSize = static_cast<std::uint32_t>(frames * channels * 3);
+    testing::writeBytes(path, testing::makeWav(recipe));
+    fs::resize_file(path, fs::file_size(path) + *recipe.dataDeclaredSize);
 }
 
 ByteBuffer smallPoly(int channels, std::int64_t frames = 480) {

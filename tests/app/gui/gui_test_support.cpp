@@ -8,9 +8,10 @@
 #include <cstdlib>
 
 #include "app/gui/style.h"
-#include "core/audio/ltc_recording.h"
 #include "core/common/file_output.h"
 #include "core/rebuild/demo_timeline.h"
+#include "tests/core/rebuild/rebuild_fixtures.h"
+#include "tests/core/stamp/stamp_fixtures.h"
 #include "tests/support/wav_builder.h"
 
 namespace norvane::testing {
@@ -54,25 +55,15 @@ bool containsColor(const QImage& image, const QRect& area, const QColor& color, 
 }
 
 void writeStampInputs(const std::filesystem::path& folder) {
-    const auto write = [&](const std::string& name, int channels, int ltcChannel, double seconds,
-                           const Timecode& start, std::vector<LTCRecordingJump> jumps = {}) {
-        LTCRecordingOptions options;
-        options.rate = *frameRateConfig(FrameRatePreset::fps25);
-        options.start = start;
-        options.seconds = seconds;
-        options.channels = channels;
-        options.ltcChannel = ltcChannel;
-        options.leadInSamples = 2400;
-        options.jumps = std::move(jumps);
-        std::filesystem::create_directories((folder / name).parent_path());
-        writeLTCRecording(folder / name, options, true);
-    };
+    std::filesystem::create_directories(folder / "stamp");
+    std::filesystem::create_directories(folder / "cut");
     const Timecode take{10, 14, 32, 5, false};
-    write("stamp/Sc12_T03_LTC.wav", 1, 1, 2, take);
-    write("stamp/Sc12_T03_Boom.wav", 2, 1, 2, take);
-    write("stamp/Sc12_T03_Lavs.wav", 4, 4, 2, take);
-    write("cut/Day2_Roll4.wav", 2, 2, 6, {11, 0, 0, 0, false},
-          {{2.0, {11, 20, 0, 0, false}}, {4.0, {12, 5, 30, 0, false}}});
+    const auto fps25 = FrameRatePreset::fps25;
+    writeLTCFile(folder / "stamp/Sc12_T03_LTC.wav", fps25, take, 2400, 2, 1, 1);
+    writeLTCFile(folder / "stamp/Sc12_T03_Boom.wav", fps25, take, 2400, 2, 2, 1);
+    writeLTCFile(folder / "stamp/Sc12_T03_Lavs.wav", fps25, take, 2400, 2, 4, 4);
+    writeLTCFile(folder / "cut/Day2_Roll4.wav", fps25, {11, 0, 0, 0, false}, 2400, 6, 2, 2,
+                 {{2.0, {11, 20, 0, 0, false}}, {4.0, {12, 5, 30, 0, false}}});
 }
 
 void writeRebuildInputs(const std::filesystem::path& folder) {
@@ -83,23 +74,17 @@ void writeRebuildInputs(const std::filesystem::path& folder) {
     const std::string xml = makeDemoSourceTimeline(recipe);
     writeFile(folder / "source.fcpxml", ByteBuffer(xml.begin(), xml.end()),
               WriteMode::replaceAtomically);
-    WavRecipe mix;
-    mix.frames = 3 * 48000;
-    writeBytes(folder / "stereo_mix.wav", makeWav(mix));
+    writeSyncedWav(folder / "stereo_mix.wav", {3 * 48000, 48000, 2, {}, {}});
     const char* timecodes[] = {"01:00:00:00", "01:00:20:00", "01:00:40:00"};
     const int tracks[] = {3, 2, 3};
     for (int event = 0; event < 3; ++event) {
+        const std::string ixml =
+            std::string("<BWFXML><TIMECODE>") + timecodes[event] + "</TIMECODE></BWFXML>";
         for (int track = 1; track <= tracks[event]; ++track) {
-            WavRecipe take;
-            take.channels = 1;
-            take.frames = 48000;
-            const std::string ixml =
-                std::string("<BWFXML><TIMECODE>") + timecodes[event] + "</TIMECODE></BWFXML>";
-            take.beforeData.emplace_back("iXML", ByteBuffer(ixml.begin(), ixml.end()));
-            writeBytes(
+            writeSyncedWav(
                 folder / "synced" /
                     ("evt" + std::to_string(event + 1) + "_trk" + std::to_string(track) + ".wav"),
-                makeWav(take));
+                {48000, 48000, 1, {}, ixml});
         }
     }
 }

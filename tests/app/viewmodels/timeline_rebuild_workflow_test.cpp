@@ -8,8 +8,8 @@
 #include "core/common/file_output.h"
 #include "core/rebuild/demo_timeline.h"
 #include "tests/app/viewmodels/viewmodel_test_support.h"
+#include "tests/core/rebuild/rebuild_fixtures.h"
 #include "tests/support/test_support.h"
-#include "tests/support/wav_builder.h"
 
 namespace norvane {
 namespace {
@@ -20,13 +20,11 @@ using testing::TempDir;
 
 // A synced take whose iXML carries its event timecode.
 void writeTake(const fs::path& path, const std::string& timecode, double seconds) {
-    testing::WavRecipe recipe;
-    recipe.channels = 1;
-    recipe.frames = static_cast<std::int64_t>(seconds * 48000);
-    const std::string ixml = "<BWFXML><TIMECODE>" + timecode + "</TIMECODE></BWFXML>";
-    recipe.beforeData.emplace_back("iXML", ByteBuffer(ixml.begin(), ixml.end()));
-    fs::create_directories(path.parent_path());
-    testing::writeBytes(path, testing::makeWav(recipe));
+    testing::writeSyncedWav(path, {static_cast<std::int64_t>(seconds * 48000),
+                                   48000,
+                                   1,
+                                   {},
+                                   "<BWFXML><TIMECODE>" + timecode + "</TIMECODE></BWFXML>"});
 }
 
 struct Fixture {
@@ -42,12 +40,11 @@ struct Fixture {
         recipe.lanes = {{"camA", {{"01:00:00:00"}, {"01:00:20:00"}}}};
         const std::string xml = makeDemoSourceTimeline(recipe);
         writeFile(source, ByteBuffer(xml.begin(), xml.end()), WriteMode::createNew);
+        fs::create_directories(synced);
         writeTake(synced / "evt1_trk1.wav", "01:00:00:00", 2);
         writeTake(synced / "evt1_trk2.wav", "01:00:00:00", 2);
         writeTake(synced / "evt2_trk1.wav", "01:00:20:00", 3);
-        testing::WavRecipe stereo;
-        stereo.frames = 5 * 48000;
-        testing::writeBytes(mix, testing::makeWav(stereo));
+        testing::writeSyncedWav(mix, {5 * 48000, 48000, 2, {}, {}});
         fs::create_directories(output);
     }
 
@@ -168,10 +165,7 @@ TEST(TimelineRebuildWorkflowTest, ScanValidateAndBuild) {
 
 TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     Fixture f;
-    testing::WavRecipe bare;
-    bare.channels = 1;
-    bare.frames = 48000;
-    testing::writeBytes(f.synced / "evt3_trk1.wav", testing::makeWav(bare));
+    testing::writeSyncedWav(f.synced / "evt3_trk1.wav", {});
     writeTake(f.synced / "evt3_trk2.wav", "01:00:21:00", 1);
     TimelineRebuildWorkflow rebuild(f.store);
     f.choose(rebuild);
@@ -227,9 +221,7 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
 
 TEST(TimelineRebuildWorkflowTest, AGeneratedDocumentThatFailsItsCheckShowsWhy) {
     Fixture f;
-    testing::WavRecipe empty;
-    empty.frames = 0;
-    testing::writeBytes(f.mix, testing::makeWav(empty));
+    testing::writeSyncedWav(f.mix, {0, 48000, 2, {}, {}});
     TimelineRebuildWorkflow rebuild(f.store);
     f.choose(rebuild);
     rebuild.build();
