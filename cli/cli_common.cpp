@@ -72,11 +72,14 @@ void routeDiagnostics() {
     setFrameRateDiagnosticsStream(verboseFlag ? &std::cerr : nullptr);
 }
 
-void addNoSyncFlag(CLI::App& app) {
+void addSyncFlags(CLI::App& app) {
+    app.add_flag_callback(
+        "--sync", [] { setFlushOutputs(true); },
+        "Wait for each output to reach the disk before naming it, so it is complete or absent "
+        "even after a power cut (slower: the run waits for the disk)");
     app.add_flag_callback(
         "--no-sync", [] { setFlushOutputs(false); },
-        "Do not wait for outputs to reach the disk before naming them (faster; a power cut "
-        "soon after the run can leave a damaged output)");
+        "Do not wait for the disk (the default, as fast as a plain copy)");
 }
 
 bool stderrIsTerminal() {

@@ -57,10 +57,10 @@ bool verbose();
 // Sends the frame-rate diagnostics to standard error when verbose, else nowhere.
 void routeDiagnostics();
 
-// --no-sync: outputs take their final names without waiting for their data to
-// reach the disk (a plain copy's speed; a power cut soon after the run can
-// leave a damaged output).
-void addNoSyncFlag(CLI::App& app);
+// --sync: every output reaches the disk before it takes its final name, so it
+// is complete or absent even after a power cut. --no-sync, the default, is
+// still taken for scripts that ask for it.
+void addSyncFlags(CLI::App& app);
 
 // A one-line progress bar on standard error, drawn only when it is a terminal
 // and only once the work has run for longer than a second, so quick runs and

@@ -68,7 +68,7 @@ Command addSplitCommand(CLI::App& parent) {
                             "folder beside the first input)");
     command.app->add_flag("--overwrite", options->overwrite, "Replace existing output files");
     command.app->add_flag("--json", options->json, "Print the split report as JSON");
-    addNoSyncFlag(*command.app);
+    addSyncFlags(*command.app);
     options->trackNamesOption =
         command.app->add_flag("--track-names,!--no-track-names", options->trackNames,
                               "Append each channel's iXML track name to its file name "

@@ -489,7 +489,7 @@ Command addStampCommand(CLI::App& parent) {
     app->add_option("--jump-threshold", args->jumpThreshold,
                     "Cut mode: timecode jump in frames that counts as a cut (default 1)");
     app->add_flag("--json", args->json, "Print the report as JSON");
-    addNoSyncFlag(*app);
+    addSyncFlags(*app);
     command.run = [args] { return runStamp(*args); };
     return command;
 }

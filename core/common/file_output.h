@@ -73,9 +73,11 @@ class OutputFile {
 };
 
 // Whether commit() waits for an output's data to reach the disk before it
-// takes its final name (the default). Without the wait a run is as fast as a
-// plain copy, but a power cut soon after it can leave a final name holding
-// only part of its data. Process-wide; set once before the work starts.
+// takes its final name. Off by default, like a plain copy: an output is still
+// complete or absent whatever happens to the program, but a power cut soon
+// after a run can leave a final name holding only part of its data. With the
+// wait, that holds across a power cut too, and a run costs the time the disk
+// takes to write what it made. Process-wide; set once before the work starts.
 void setFlushOutputs(bool flush);
 bool flushOutputs();
 

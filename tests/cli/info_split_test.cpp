@@ -128,7 +128,7 @@ TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
     EXPECT_EQ(r.err,
               "error: Output file already exists: Take1_CH01.wav. Enable overwrite or choose "
               "another folder.\n");
-    r = norvane("split --overwrite --no-sync --json in/Take1.wav in/mono.wav -o out");
+    r = norvane("split --overwrite --sync --json in/Take1.wav in/mono.wav -o out");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const auto j = json::parse(r.out);
     EXPECT_EQ(j["fileResults"][0]["outputURLs"][1], (dir / "out" / "Take1_CH02.wav").string());

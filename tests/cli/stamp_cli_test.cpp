@@ -65,7 +65,7 @@ TEST_F(StampCommandTest, ReportsInTextAndJSONAndAsksBeforeReplacing) {
     // JSON names the outputs in UTF-8 even where the file name is not.
     writeStem("in/Take 1 \xff.wav");
     auto kept = norvane(
-        "stamp in -o out --fps 25 --collision keep-both --json --include-ltc --no-sync" + kLTC);
+        "stamp in -o out --fps 25 --collision keep-both --json --include-ltc --sync" + kLTC);
     ASSERT_EQ(kept.exitCode, 0) << kept.err;
     const auto report = json::parse(kept.out);
     EXPECT_THAT(report["outputFiles"].get<std::vector<std::string>>(),
