@@ -51,14 +51,16 @@ TempDir::~TempDir() {
     fs::remove_all(path_, ec);
 }
 
-namespace {
-std::string slurp(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
+std::string readText(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
 }
-}  // namespace
+
+void writeText(const fs::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
 
 CommandResult runCommand(const std::string& command) {
     TempDir scratch;
@@ -69,8 +71,8 @@ CommandResult runCommand(const std::string& command) {
     int status = std::system(full.c_str());
     CommandResult result;
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = slurp(out);
-    result.err = slurp(err);
+    result.out = readText(out);
+    result.err = readText(err);
     return result;
 }
 

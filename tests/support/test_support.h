@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <string>
 
@@ -31,6 +32,21 @@ class TempDir {
   private:
     std::filesystem::path path_;
 };
+
+// A file's bytes as text; writes text to a file, replacing it.
+std::string readText(const std::filesystem::path& path);
+void writeText(const std::filesystem::path& path, const std::string& text);
+
+// The what() of the exception `action` throws; "" when it throws none.
+template <typename F>
+std::string thrownMessage(F&& action) {
+    try {
+        action();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "";
+}
 
 // Runs a shell command; returns its exit code and what it printed.
 struct CommandResult {

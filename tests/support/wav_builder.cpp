@@ -188,4 +188,12 @@ std::vector<RawChunk> listChunks(ByteView riff) {
     return chunks;
 }
 
+std::vector<std::string> chunkIds(ByteView riff) {
+    std::vector<std::string> ids;
+    for (const RawChunk& chunk : listChunks(riff)) {
+        ids.push_back(chunk.id);
+    }
+    return ids;
+}
+
 }  // namespace norvane::testing

@@ -89,5 +89,7 @@ struct RawChunk {
     ByteBuffer payload;
 };
 std::vector<RawChunk> listChunks(ByteView riff);
+// The ids of listChunks(riff), in order.
+std::vector<std::string> chunkIds(ByteView riff);
 
 }  // namespace norvane::testing

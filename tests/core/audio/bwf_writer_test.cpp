@@ -19,14 +19,6 @@ ByteBuffer bytesOf(const std::string& s) {
     return ByteBuffer(s.begin(), s.end());
 }
 
-std::vector<std::string> ids(ByteView riff) {
-    std::vector<std::string> out;
-    for (const auto& c : testing::listChunks(riff)) {
-        out.push_back(c.id);
-    }
-    return out;
-}
-
 BWFStampInfo sampleStamp() {
     BWFStampInfo stamp;
     stamp.timeReferenceSamples = 172'800'000;
@@ -77,7 +69,8 @@ TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {
     BWFStampInfo stamp = sampleStamp();
     stamp.ixml = "odd";  // odd length: a pad byte follows
     ByteBuffer out = BWFWriter::build(source, stamp);
-    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "iXML", "data", "LIST"}));
+    EXPECT_EQ(testing::chunkIds(out),
+              (std::vector<std::string>{"fmt ", "bext", "iXML", "data", "LIST"}));
     // RIFF size equals the bytes after the size field, pad bytes included.
     EXPECT_EQ(readLE32(out, 4), out.size() - 8);
     EXPECT_EQ(testing::listChunks(out).at(4).payload, bytesOf("INFOxyz"));  // after the pad
@@ -91,7 +84,8 @@ TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {
     junkFirst.frames = 2;
     junkFirst.beforeFmt = {{"JUNK", ByteBuffer(28, 0)}};
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(junkFirst)), sampleStamp());
-    EXPECT_EQ(ids(out), (std::vector<std::string>{"JUNK", "fmt ", "bext", "iXML", "data"}));
+    EXPECT_EQ(testing::chunkIds(out),
+              (std::vector<std::string>{"JUNK", "fmt ", "bext", "iXML", "data"}));
 
     // Without ixml no iXML chunk is written and the old one is still removed;
     // a second fmt chunk gets nothing.
@@ -100,7 +94,8 @@ TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {
     WavRecipe twoFmt = recipe;
     twoFmt.beforeData.push_back({"fmt ", testing::makeFmtPayload(WavRecipe{})});
     out = BWFWriter::build(WAVFile::fromBytes(testing::makeWav(twoFmt)), noIxml);
-    EXPECT_EQ(ids(out), (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
+    EXPECT_EQ(testing::chunkIds(out),
+              (std::vector<std::string>{"fmt ", "bext", "fmt ", "data", "LIST"}));
 }
 
 TEST(BWFWriterTest, WrittenFilesOpenInLibsndfile) {

@@ -11,12 +11,8 @@ namespace {
 using testing::WavRecipe;
 
 std::string buildError(const ByteBuffer& source, int channel) {
-    try {
-        MonoWAVWriter::build(WAVFile::fromBytes(source), channel);
-    } catch (const MonoWAVError& e) {
-        return e.what();
-    }
-    return "";
+    return testing::thrownMessage(
+        [&] { MonoWAVWriter::build(WAVFile::fromBytes(source), channel); });
 }
 
 TEST(MonoWAVWriterTest, ExtractsOneChannelWithAPlainHeader) {

@@ -16,12 +16,7 @@ using testing::WavRecipe;
 
 // Parses `bytes` and returns the WAVError message, or "" when it parses.
 std::string parseError(ByteBuffer bytes) {
-    try {
-        WAVFile::fromBytes(std::move(bytes));
-    } catch (const WAVError& e) {
-        return e.what();
-    }
-    return "";
+    return testing::thrownMessage([&] { WAVFile::fromBytes(std::move(bytes)); });
 }
 
 // The bytes of a literal, embedded zeros included, without the terminator.

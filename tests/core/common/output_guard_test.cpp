@@ -40,13 +40,10 @@ TEST(OutputGuardTest, AnInputIsNeverReplacedThroughAnyOfItsNames) {
         for (const char* name : {"A.wav", "soft.wav", "hard.wav"}) {
             EXPECT_TRUE(run.isInput(dir / name)) << name;
             EXPECT_THROW(run.checkPlannedOutput(dir / name), OutputConflictError) << name;
-            try {
-                writeFile(dir / name, kOutput, WriteMode::replaceAtomically);
-                FAIL() << name;
-            } catch (const OutputConflictError& e) {
-                EXPECT_EQ(e.message(), std::string("Output would replace an input file: ") + name +
-                                           ". Choose another output folder or name.");
-            }
+            EXPECT_EQ(testing::thrownMessage(
+                          [&] { writeFile(dir / name, kOutput, WriteMode::replaceAtomically); }),
+                      std::string("Output would replace an input file: ") + name +
+                          ". Choose another output folder or name.");
         }
         EXPECT_FALSE(run.isInput(dir / "other.wav"));
         EXPECT_FALSE(run.isInput(dir / "absent.wav"));

@@ -55,15 +55,6 @@ inline std::string sourceDocument(const std::string& resources, const std::strin
            "</spine></sequence></project></event></library></fcpxml>";
 }
 
-inline std::string readText(const std::filesystem::path& path) {
-    const ByteBuffer bytes = readBytes(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-inline void writeText(const std::filesystem::path& path, const std::string& text) {
-    writeBytes(path, ByteBuffer(text.begin(), text.end()));
-}
-
 // xmllint's verdict on `document` against the FCPXML 1.9 DTD: empty when valid,
 // otherwise what it printed.
 inline std::string dtdProblems(const std::string& document) {

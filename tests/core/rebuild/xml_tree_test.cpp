@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string>
+#include "tests/support/test_support.h"
 
 namespace norvane {
 namespace {
@@ -12,12 +13,7 @@ namespace {
 using ::testing::HasSubstr;
 
 std::string parseError(const std::string& text) {
-    try {
-        parseXMLTree(text);
-    } catch (const XMLParseError& e) {
-        return e.message();
-    }
-    return "(parsed)";
+    return testing::thrownMessage([&] { parseXMLTree(text); });
 }
 
 TEST(XMLTree, RefusesEntityDeclarationsAndExternalReferences) {

@@ -2,14 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
-#include "core/common/text.h"
 #include "tests/support/test_support.h"
 
 namespace norvane {
@@ -20,32 +16,19 @@ using Json = nlohmann::ordered_json;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-std::string readText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void writeText(const fs::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 Json readJSON(const fs::path& path) {
-    return Json::parse(readText(path));
+    return Json::parse(testing::readText(path));
 }
 
-// The message of the SettingsError that `action` throws.
+// The kind of SettingsError that `action` throws, if any.
 template <typename F>
-std::string settingsErrorMessage(F&& action, SettingsError::Kind expectedKind) {
+std::optional<SettingsError::Kind> refusal(F&& action) {
     try {
         action();
     } catch (const SettingsError& e) {
-        EXPECT_EQ(e.kind(), expectedKind);
-        return e.message();
+        return e.kind();
     }
-    ADD_FAILURE() << "no SettingsError thrown";
-    return {};
+    return std::nullopt;
 }
 
 // Sets (or, given nullptr, clears) an environment variable for the life of
@@ -68,9 +51,9 @@ class AppSettingsStoreTest : public ::testing::Test {
     fs::path file = dir / "config" / "settings.json";
     std::string home = AppSettingsStore::homeDirectoryPath().string();
 
-    void store(const Json& document) {
+    void store(const std::string& text) {
         fs::create_directories(file.parent_path());
-        writeText(file, document.dump());
+        testing::writeText(file, text);
     }
 };
 
@@ -153,7 +136,7 @@ TEST_F(AppSettingsStoreTest, EachKeyLoadsItsValueOrFallsBackToItsDefault) {
     };
     for (const Case& c : cases) {
         const std::string key = std::string("settings.") + c.key;
-        store({{key, c.stored}});
+        store(Json{{key, c.stored}}.dump());
         AppSettingsStore settings(file);
         const std::string expected = c.loaded == std::string("HOME") ? home : c.loaded;
         EXPECT_EQ(settings.valueText(key), expected) << key << " = " << c.stored.dump();
@@ -163,7 +146,7 @@ TEST_F(AppSettingsStoreTest, EachKeyLoadsItsValueOrFallsBackToItsDefault) {
 }
 
 TEST_F(AppSettingsStoreTest, ChangesAreSavedAtOnceKeepingTypesAndForeignKeys) {
-    store({{"other.app.key", {1, 2}}, {"settings.defaultGroupedLTCChannel", 3}});
+    store(Json{{"other.app.key", {1, 2}}, {"settings.defaultGroupedLTCChannel", 3}}.dump());
     {
         AppSettingsStore settings(file);
         settings.setDefaultFrameRatePreset(FrameRatePreset::fps23_976);
@@ -225,8 +208,7 @@ TEST_F(AppSettingsStoreTest, CorruptFileIsKeptAsideWithAWarning) {
          {std::string("{\"settings.defaultGroupedLTCChannel\": 4,"), std::string("[1, 2]"),
           std::string("\xff\xfe{}"), nested(65), nested(100000)}) {
         fs::remove_all(file.parent_path());
-        fs::create_directories(file.parent_path());
-        writeText(file, content);
+        store(content);
 
         AppSettingsStore settings(file);
         EXPECT_EQ(settings.defaultGroupedLTCChannel(), 1);
@@ -236,24 +218,21 @@ TEST_F(AppSettingsStoreTest, CorruptFileIsKeptAsideWithAWarning) {
 
         // The original content survives under settings.json.corrupt-<time>.
         EXPECT_FALSE(fs::exists(file));
-        std::vector<fs::path> aside;
-        for (const auto& entry : fs::directory_iterator(file.parent_path())) {
-            aside.push_back(entry.path());
-        }
+        const std::vector<fs::path> aside(fs::directory_iterator(file.parent_path()), {});
         ASSERT_EQ(aside.size(), 1u);
         EXPECT_THAT(warning, HasSubstr(aside[0].string()));
 
         // A later change writes a fresh file and leaves the kept copy alone.
         settings.setDefaultGroupedLTCChannel(2);
         EXPECT_EQ(readJSON(file)["settings.defaultGroupedLTCChannel"], 2);
-        EXPECT_EQ(readText(aside[0]), content);
+        EXPECT_EQ(testing::readText(aside[0]), content);
     }
-    for (const std::string& content : {nested(64), std::string(" \n")}) {
-        writeText(file, content);
-        EXPECT_TRUE(AppSettingsStore(file).loadWarnings().empty());
-    }
-    writeText(file, nested(64));
-    EXPECT_EQ(AppSettingsStore(file).defaultGroupedLTCChannel(), 4);
+    testing::writeText(file, " \n");
+    EXPECT_TRUE(AppSettingsStore(file).loadWarnings().empty());
+    testing::writeText(file, nested(64));
+    const AppSettingsStore deep(file);
+    EXPECT_TRUE(deep.loadWarnings().empty());
+    EXPECT_EQ(deep.defaultGroupedLTCChannel(), 4);
 }
 
 TEST_F(AppSettingsStoreTest, UnreadableOrUnwritableLocationsWarnInsteadOfFailing) {
@@ -274,8 +253,7 @@ TEST_F(AppSettingsStoreTest, UnreadableOrUnwritableLocationsWarnInsteadOfFailing
 
     if (::geteuid() != 0) {  // root reads files whatever their mode
         fs::remove(file);
-        fs::create_directories(file.parent_path());
-        writeText(file, "{\"settings.outputFilenameSuffix\": \"_x\"}");
+        store("{\"settings.outputFilenameSuffix\": \"_x\"}");
         fs::permissions(file, fs::perms::none);
         AppSettingsStore locked(file);
         ASSERT_EQ(locked.loadWarnings().size(), 1u);
@@ -302,11 +280,11 @@ TEST_F(AppSettingsStoreTest, TextAccessParsesPerTypeAndRefusesBadText) {
              {"defaultGroupedLTCChannel", "99999999999"},
              {"outputFilenameSuffix", "_a/b"},
              {"timelineRebuildRecentStereoMixPath", "\xff.wav"}}) {
-        settingsErrorMessage([&] { settings.setValueFromText(key, bad); }, Kind::invalidValue);
+        EXPECT_EQ(refusal([&] { settings.setValueFromText(key, bad); }), Kind::invalidValue) << bad;
     }
     EXPECT_EQ(settings.defaultGroupedLTCChannel(), 8);  // refused values change nothing
-    settingsErrorMessage([&] { (void)settings.valueText("settings."); }, Kind::unknownKey);
-    settingsErrorMessage([&] { (void)AppSettingsStore::acceptedValues("x"); }, Kind::unknownKey);
+    EXPECT_EQ(refusal([&] { (void)settings.valueText("settings."); }), Kind::unknownKey);
+    EXPECT_EQ(refusal([] { (void)AppSettingsStore::acceptedValues("x"); }), Kind::unknownKey);
     EXPECT_EQ(AppSettingsStore::canonicalKey("SETTINGS.outputfilenamesuffix"),
               "settings.outputFilenameSuffix");
 }

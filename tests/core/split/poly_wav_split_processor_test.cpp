@@ -154,14 +154,10 @@ TEST(PolyWavSplitTest, StopsOnAnExistingOutputTakingBackTheFilesChannels) {
     testing::TempDir dir;
     testing::writeBytes(dir / "Take1.wav", testing::makePcm16(48000, {{0.1f}, {0.2f}, {0.3f}}));
     testing::writeBytes(dir / "Take1_CH02.wav", ByteBuffer{'o', 'l', 'd'});
-    try {
-        PolyWavSplitProcessor::split({dir / "Take1.wav"}, dir.path(), false);
-        FAIL();
-    } catch (const PolyWavSplitError& e) {
-        EXPECT_STREQ(e.what(),
-                     "Output file already exists: Take1_CH02.wav. Enable overwrite or choose "
-                     "another folder.");
-    }
+    EXPECT_EQ(testing::thrownMessage(
+                  [&] { PolyWavSplitProcessor::split({dir / "Take1.wav"}, dir.path(), false); }),
+              "Output file already exists: Take1_CH02.wav. Enable overwrite or choose another "
+              "folder.");
     // Every output of the file is checked before the one pass writes them.
     EXPECT_FALSE(fs::exists(dir / "Take1_CH01.wav"));
     EXPECT_EQ(testing::readBytes(dir / "Take1_CH02.wav"), (ByteBuffer{'o', 'l', 'd'}));
@@ -196,15 +192,13 @@ TEST(PolyWavSplitTest, CancellationWhileWriting) {
     testing::writeBytes(dir / "a.wav", testing::makePcm16(48000, {{0}, {0}}));
     testing::writeBytes(dir / "t.wav", testing::makePcm16(48000, {{0}, {0}, {0}, {0}}));
     int polls = 0;
-    try {
-        // Polled before each file, before its outputs are opened and after
-        // each block: a.wav is written, t.wav is stopped in its first block.
-        PolyWavSplitProcessor::split({dir / "a.wav", dir / "t.wav"}, dir / "out", false, {},
-                                     [&] { return ++polls > 5; });
-        FAIL();
-    } catch (const PolyWavSplitError& e) {
-        EXPECT_STREQ(e.what(), "Split was cancelled.");
-    }
+    // Polled before each file, before its outputs are opened and after each
+    // block: a.wav is written, t.wav is stopped in its first block.
+    EXPECT_EQ(testing::thrownMessage([&] {
+                  PolyWavSplitProcessor::split({dir / "a.wav", dir / "t.wav"}, dir / "out", false,
+                                               {}, [&] { return ++polls > 5; });
+              }),
+              "Split was cancelled.");
     // a.wav's two outputs stay; none of t.wav's, and no temporary file.
     EXPECT_EQ(names({fs::directory_iterator(dir / "out"), fs::directory_iterator()}).size(), 2u);
     EXPECT_TRUE(fs::exists(dir / "out" / "a_CH02.wav"));

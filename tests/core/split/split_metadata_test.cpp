@@ -24,14 +24,6 @@ void flattenInto(const IXMLElement& e, const std::string& path,
     }
 }
 
-std::vector<std::string> chunkIds(const fs::path& path) {
-    std::vector<std::string> ids;
-    for (const auto& c : testing::listChunks(testing::readBytes(path))) {
-        ids.push_back(c.id);
-    }
-    return ids;
-}
-
 // A recorder's poly take split into mono files: each keeps the take's
 // timecode, scene, take and its own track, as other programs read them.
 TEST(SplitMetadataTest, EveryMonoFileOfARecorderTakeKeepsItsMetadata) {
@@ -54,7 +46,8 @@ TEST(SplitMetadataTest, EveryMonoFileOfARecorderTakeKeepsItsMetadata) {
     for (int channel = 0; channel < 2; ++channel) {
         const fs::path mono = report.outputPaths[static_cast<std::size_t>(channel)];
         SCOPED_TRACE(mono.string());
-        EXPECT_EQ(chunkIds(mono), (std::vector<std::string>{"fmt ", "bext", "iXML", "data"}));
+        EXPECT_EQ(testing::chunkIds(testing::readBytes(mono)),
+                  (std::vector<std::string>{"fmt ", "bext", "iXML", "data"}));
         const SplitSourceMetadata written = SplitMetadata::read(WAVFile(mono));
         ASSERT_TRUE(written.bext);
         BextChunk bext = *written.bext;

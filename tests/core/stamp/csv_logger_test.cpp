@@ -10,11 +10,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readText(const fs::path& path) {
-    const ByteBuffer bytes = readWholeFile(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 TEST(CSVLoggerTest, RowsFollowTheHeaderWithGuardsAndQuoting) {
     ProcessedFileRecord ok;
     ok.sourceFile = "A.wav";
@@ -45,7 +40,7 @@ TEST(CSVLoggerTest, RowsFollowTheHeaderWithGuardsAndQuoting) {
 
     testing::TempDir dir;
     CSVLogger::write({ok, failed}, dir / "log.csv");
-    const std::string text = readText(dir / "log.csv");
+    const std::string text = testing::readText(dir / "log.csv");
     const std::string expectedRows =
         "\nA.wav,A_tc.wav,LTC.wav,48000,29.97 DF,1000,0.020833,01:00:00;00,ok,"
         "Decode confidence is below ideal (54%).,Grouped Batch,'-take3,,,,172972800,"
@@ -55,7 +50,7 @@ TEST(CSVLoggerTest, RowsFollowTheHeaderWithGuardsAndQuoting) {
 
     // Writing again replaces the log; the header alone ends without a line feed.
     CSVLogger::write({}, dir / "log.csv");
-    EXPECT_EQ(readText(dir / "log.csv"),
+    EXPECT_EQ(testing::readText(dir / "log.csv"),
               "source_file,output_file,ltc_file,sample_rate,frame_rate,first_valid_ltc_sample,"
               "first_valid_ltc_seconds,stamped_start_timecode,status,warning,mode,group_id,"
               "segment_index,segment_start_sample,segment_end_sample,time_reference_samples,"

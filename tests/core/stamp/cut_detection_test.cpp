@@ -181,12 +181,9 @@ TEST(CutDetectionTest, ScanOfSilenceHasNoRunsAndStopsWhenCancelled) {
             lastDone = done;
         }).empty());
     EXPECT_EQ(lastDone, 3 * 48000);
-    try {
-        CutDetection::scanRuns(reader, 0, std::nullopt, [] { return true; });
-        ADD_FAILURE() << "expected cancellation";
-    } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.message(), "Operation cancelled.");
-    }
+    EXPECT_EQ(testing::thrownMessage(
+                  [&] { CutDetection::scanRuns(reader, 0, std::nullopt, [] { return true; }); }),
+              "Operation cancelled.");
 }
 
 }  // namespace

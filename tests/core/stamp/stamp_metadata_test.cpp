@@ -108,12 +108,9 @@ TEST(StampMetadataTest, DAWChunksStayByteForByte) {
     const WAVFile source(path);
     const StampMetadata metadata = StampMetadataComposer::compose(source, kStamp);
     EXPECT_TRUE(metadata.warnings.empty());
-    const WAVFile stamped = WAVFile::fromBytes(BWFWriter::build(source, metadata.chunks));
-    std::vector<std::string> ids;
-    for (const WAVChunk& c : stamped.chunks()) {
-        ids.push_back(c.id);
-    }
-    EXPECT_EQ(ids,
+    const ByteBuffer built = BWFWriter::build(source, metadata.chunks);
+    const WAVFile stamped = WAVFile::fromBytes(built);
+    EXPECT_EQ(testing::chunkIds(built),
               (std::vector<std::string>{"fmt ", "bext", "iXML", "data", "umid", "minf", "regn"}));
     for (const char* id : {"umid", "minf", "regn", "data", "fmt "}) {
         EXPECT_EQ(bytes(chunkOf(stamped, id)->data), bytes(chunkOf(source, id)->data)) << id;

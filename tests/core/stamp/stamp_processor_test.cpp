@@ -19,15 +19,6 @@ using testing::describeAll;
 using testing::optionsFor;
 using testing::TempDir;
 
-std::string runError(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const std::exception& e) {
-        return describeError(e);
-    }
-    return "no error";
-}
-
 std::size_t entries(const fs::path& folder) {
     return static_cast<std::size_t>(
         std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
@@ -157,15 +148,16 @@ TEST(StampProcessorTest, InputErrorsEndTheRunBeforeAnythingIsWritten) {
     // (single and cut runs take a recording alone, below).
     auto grouped = options;
     grouped.mode = ProcessingMode::groupedBatch;
+    EXPECT_EQ(testing::thrownMessage(
+                  [&] { StampProcessor().run(describeAll({ltc}), ltc, grouped, {}, cancelled); }),
+              "Please supply at least two WAV files (one LTC + one or more stems).");
     EXPECT_EQ(
-        runError([&] { StampProcessor().run(describeAll({ltc}), ltc, grouped, {}, cancelled); }),
-        "Please supply at least two WAV files (one LTC + one or more stems).");
-    EXPECT_EQ(runError([&] { StampProcessor().run(files, ltc, options, {}, cancelled); }),
-              "Operation cancelled.");
+        testing::thrownMessage([&] { StampProcessor().run(files, ltc, options, {}, cancelled); }),
+        "Operation cancelled.");
     auto cut = options;
     cut.mode = ProcessingMode::cutDetect;
     for (const auto& o : {options, cut}) {
-        EXPECT_EQ(runError([&] { StampProcessor().run(files, std::nullopt, o); }),
+        EXPECT_EQ(testing::thrownMessage([&] { StampProcessor().run(files, std::nullopt, o); }),
                   "No LTC source file selected.");
     }
     EXPECT_TRUE(fs::is_empty(out.path()));
@@ -251,7 +243,7 @@ TEST(StampProcessorTest, VanishingFolderAndCancellationDuringJobs) {
     fs::create_directories(folder);
     const fs::path ltc = ltc25(in);
     const auto files = describeAll({ltc, testing::writeStem(in / "A.wav")});
-    const std::string error = runError([&] {
+    const std::string error = testing::thrownMessage([&] {
         StampProcessor().run(files, ltc,
                              optionsFor(ProcessingMode::single, FrameRatePreset::fps25, folder),
                              [&](const ProcessingProgress& p) {
@@ -270,7 +262,7 @@ TEST(StampProcessorTest, VanishingFolderAndCancellationDuringJobs) {
         paths.push_back(testing::writeStem(in / ("A-" + take + "-stem.wav"), 2));
     }
     bool cancel = false;
-    EXPECT_EQ(runError([&] {
+    EXPECT_EQ(testing::thrownMessage([&] {
                   StampProcessor().run(
                       describeAll(paths), std::nullopt,
                       optionsFor(ProcessingMode::groupedBatch, FrameRatePreset::fps25, out.path()),
@@ -285,7 +277,7 @@ TEST(StampProcessorTest, VanishingFolderAndCancellationDuringJobs) {
 }
 
 TEST(StampProcessorTest, ConfidenceGate) {
-    EXPECT_EQ(runError([] { JobExecutor::confidenceWarnings(0.54, false); }),
+    EXPECT_EQ(testing::thrownMessage([] { JobExecutor::confidenceWarnings(0.54, false); }),
               "LTC decoding confidence is low (54%). Confirm before stamping.");
     const auto forced = JobExecutor::confidenceWarnings(0.54, true);
     ASSERT_EQ(forced.size(), 1u);
