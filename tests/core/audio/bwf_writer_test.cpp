@@ -4,7 +4,7 @@
 
 #include "core/audio/bwf_reader.h"
 #include "core/audio/riff_writer.h"
-#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/sndfile_check.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 

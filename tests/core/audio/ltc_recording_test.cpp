@@ -8,21 +8,11 @@
 
 #include "core/common/file_output.h"
 #include "core/timecode/ltc_decoder.h"
-#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/sndfile_check.h"
 #include "tests/support/test_support.h"
 
 namespace norvane {
 namespace {
-
-// One channel of what libsndfile reads back.
-std::vector<float> channel(const testing::SndfileView& r, int index) {
-    std::vector<float> out;
-    for (sf_count_t i = 0; i < r.frames; ++i) {
-        out.push_back(
-            static_cast<float>(r.samples[static_cast<std::size_t>(i * r.channels + index)]));
-    }
-    return out;
-}
 
 TEST(LTCRecordingTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
     setFrameRateDiagnosticsStream(nullptr);
@@ -52,7 +42,7 @@ TEST(LTCRecordingTest, LibsndfileReadsWhatWeWriteAndTheCodeDecodes) {
         EXPECT_EQ(summary.frameCount, 66150);
         EXPECT_EQ(r.format & SF_FORMAT_SUBMASK, subtypes[static_cast<int>(format)]);
 
-        const std::vector<float> ltc = channel(r, 1);
+        const std::vector<float> ltc = r.channel(1);
         for (std::int64_t i = 0; i < 1000; ++i) {
             ASSERT_EQ(ltc[static_cast<std::size_t>(i)], 0.0f) << i;
         }

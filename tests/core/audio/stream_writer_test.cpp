@@ -7,7 +7,7 @@
 #include "core/audio/riff_writer.h"
 #include "core/audio/wav_reader.h"
 #include "core/common/file_output.h"
-#include "tests/core/audio/sndfile_check.h"
+#include "tests/support/sndfile_check.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
@@ -127,12 +127,9 @@ TEST(StreamWriterTest, OutputsPast4GiBAreRF64) {
     }
     const WavReader reader(dir / "big.wav");
     EXPECT_EQ(static_cast<std::uint64_t>(reader.frameCount()), frames);
-    SF_INFO info{};
-    SNDFILE* sf = sf_open((dir / "big.wav").c_str(), SFM_READ, &info);
-    ASSERT_NE(sf, nullptr) << sf_strerror(nullptr);
-    EXPECT_EQ(static_cast<std::uint64_t>(info.frames), frames);
-    EXPECT_EQ(info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_RF64);
-    sf_close(sf);
+    const testing::SndfileView view = testing::openWithSndfile(dir / "big.wav", false);
+    EXPECT_EQ(static_cast<std::uint64_t>(view.frames), frames);
+    EXPECT_EQ(view.format & SF_FORMAT_TYPEMASK, SF_FORMAT_RF64);
 }
 
 }  // namespace

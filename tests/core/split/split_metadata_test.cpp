@@ -1,12 +1,12 @@
 #include "core/split/split_metadata.h"
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
 
 #include <map>
 
 #include "core/audio/bwf_reader.h"
 #include "core/split/poly_wav_split_processor.h"
+#include "tests/support/sndfile_check.h"
 #include "tests/support/test_support.h"
 #include "tests/support/wav_builder.h"
 
@@ -68,14 +68,7 @@ TEST(SplitMetadataTest, EveryMonoFileOfARecorderTakeKeepsItsMetadata) {
         }
 
         // libsndfile and ffprobe find the take's time reference in the mono file.
-        SF_INFO info{};
-        SNDFILE* file = sf_open(mono.c_str(), SFM_READ, &info);
-        ASSERT_TRUE(file);
-        SF_BROADCAST_INFO_VAR(1024) read{};
-        EXPECT_EQ(sf_command(file, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
-        sf_close(file);
-        EXPECT_EQ(read.time_reference_low, 2190940753u);
-        EXPECT_EQ(read.time_reference_high, 0u);
+        EXPECT_EQ(testing::openWithSndfile(mono, false).timeReference, 2190940753u);
         const auto probe = testing::runCommand(
             "ffprobe -v error -show_entries format_tags=time_reference -of "
             "default=noprint_wrappers=1 '" +

@@ -4,8 +4,6 @@
 
 // Generated recordings and independent read-back for the stamp tests.
 
-#include <sndfile.h>
-
 #include <cmath>
 #include <filesystem>
 #include <optional>
@@ -19,6 +17,7 @@
 #include "core/common/text.h"
 #include "core/stamp/stamp_processor.h"
 #include "core/timecode/timecode.h"
+#include "tests/support/sndfile_check.h"
 #include "tests/support/wav_builder.h"
 
 namespace norvane::testing {
@@ -65,30 +64,14 @@ inline std::filesystem::path writeStem(const std::filesystem::path& path, double
     return path;
 }
 
-// The bext TimeReference as libsndfile reads it.
+// The bext TimeReference and the frame count as libsndfile reads them.
 inline std::optional<std::uint64_t> sndfileTimeReference(const std::filesystem::path& path) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr) {
-        return std::nullopt;
-    }
-    SF_BROADCAST_INFO bext{};
-    const bool found = sf_command(file, SFC_GET_BROADCAST_INFO, &bext, sizeof bext) == SF_TRUE;
-    sf_close(file);
-    if (!found) {
-        return std::nullopt;
-    }
-    return (static_cast<std::uint64_t>(bext.time_reference_high) << 32) | bext.time_reference_low;
+    return openWithSndfile(path, false).timeReference;
 }
 
 inline sf_count_t sndfileFrames(const std::filesystem::path& path) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr) {
-        return -1;
-    }
-    sf_close(file);
-    return info.frames;
+    const SndfileView view = openWithSndfile(path, false);
+    return view.opened ? view.frames : -1;
 }
 
 inline ByteBuffer audioBytes(const std::filesystem::path& path) {

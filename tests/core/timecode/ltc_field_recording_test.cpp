@@ -1,34 +1,15 @@
 // Real recordings of LTC from hardware generators, read by libsndfile, against
 // libltc's ltcdump of every frame.
-#include <sndfile.h>
-
 #include <gtest/gtest.h>
 
 #include "core/timecode/ltc_decoder.h"
 #include "core/timecode/ltc_stream_decode.h"
 #include "tests/support/ltcdump.h"
+#include "tests/support/sndfile_check.h"
 #include "tests/support/test_support.h"
 
 namespace norvane {
 namespace {
-
-std::vector<float> firstChannel(const std::filesystem::path& path, std::int64_t& sampleRate) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file) {
-        ADD_FAILURE() << sf_strerror(nullptr);
-        return {};
-    }
-    std::vector<float> interleaved(static_cast<std::size_t>(info.frames * info.channels));
-    sf_readf_float(file, interleaved.data(), info.frames);
-    sf_close(file);
-    std::vector<float> out;
-    for (sf_count_t i = 0; i < info.frames; ++i) {
-        out.push_back(interleaved[static_cast<std::size_t>(i * info.channels)]);
-    }
-    sampleRate = info.samplerate;
-    return out;
-}
 
 struct Recording {
     const char* file;
@@ -49,8 +30,9 @@ TEST(LTCFieldRecordingTest, EveryFrameAndTheStartMatchLtcdump) {
         if (path.empty()) {
             return;
         }
-        std::int64_t sampleRate = 0;
-        const std::vector<float> samples = firstChannel(path, sampleRate);
+        const testing::SndfileView view = testing::openWithSndfile(path);
+        const std::int64_t sampleRate = view.sampleRate;
+        const std::vector<float> samples = view.channel(0);
         const auto dump = testing::readLtcDump(path);
         ASSERT_GT(dump.size(), 400u);
 
@@ -105,8 +87,9 @@ TEST(LTCFieldRecordingTest, RecorderFilesStartWhereLibltcSaysOrFailClearly) {
         if (path.empty()) {
             return;
         }
-        std::int64_t sampleRate = 0;
-        const std::vector<float> samples = firstChannel(path, sampleRate);
+        const testing::SndfileView view = testing::openWithSndfile(path);
+        const std::int64_t sampleRate = view.sampleRate;
+        const std::vector<float> samples = view.channel(0);
         if (c.timecode == nullptr) {
             EXPECT_THROW(LTCDecoder::decodeQuietly(samples, sampleRate), LTCDecodeError);
             continue;

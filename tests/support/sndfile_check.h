@@ -1,13 +1,16 @@
 #pragma once
 
 // What libsndfile sees in a file we wrote: an independent reader; and the
-// sparse files that stand in for recordings past 4 GiB.
+// sparse files that stand in for recordings past 4 GiB. Header-only: tests
+// that include it link libsndfile.
 #include <fcntl.h>
 #include <sndfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include "core/common/bytes.h"
@@ -19,11 +22,22 @@ struct SndfileView {
     sf_count_t frames = 0;
     int channels = 0;
     int sampleRate = 0;
-    int format = 0;               // SF_FORMAT_* (major | subtype)
-    std::vector<double> samples;  // interleaved, normalised by libsndfile
+    int format = 0;                              // SF_FORMAT_* (major | subtype)
+    std::vector<double> samples;                 // interleaved, normalised by libsndfile
+    std::optional<std::uint64_t> timeReference;  // the bext TimeReference, when there is a bext
+
+    std::vector<float> channel(int index) const {
+        std::vector<float> out;
+        for (std::size_t i = static_cast<std::size_t>(index); i < samples.size();
+             i += static_cast<std::size_t>(channels)) {
+            out.push_back(static_cast<float>(samples[i]));
+        }
+        return out;
+    }
 };
 
-inline SndfileView openWithSndfile(const std::filesystem::path& path) {
+// `readSamples` false reads the header only (for sparse files of gigabytes).
+inline SndfileView openWithSndfile(const std::filesystem::path& path, bool readSamples = true) {
     SndfileView view;
     SF_INFO info{};
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
@@ -35,8 +49,15 @@ inline SndfileView openWithSndfile(const std::filesystem::path& path) {
     view.channels = info.channels;
     view.sampleRate = info.samplerate;
     view.format = info.format;
-    view.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
-    sf_read_double(file, view.samples.data(), info.frames * info.channels);
+    if (readSamples) {
+        view.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
+        sf_read_double(file, view.samples.data(), info.frames * info.channels);
+    }
+    SF_BROADCAST_INFO_VAR(16384) bext{};
+    if (sf_command(file, SFC_GET_BROADCAST_INFO, &bext, sizeof bext) == SF_TRUE) {
+        view.timeReference =
+            (std::uint64_t{bext.time_reference_high} << 32) | bext.time_reference_low;
+    }
     sf_close(file);
     return view;
 }
