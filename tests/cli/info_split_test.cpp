@@ -1,5 +1,4 @@
 // `norvane info` and `norvane split`: arguments, exit codes, text and JSON.
-#include "core/audio/wav_file.h"
 #include "tests/cli/cli_fixture.h"
 
 namespace norvane::testing {
@@ -119,7 +118,6 @@ TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
               "Done. 5 file(s) written.\n"
               "Output folder: " +
                   (dir / "out").string() + "\n");
-    EXPECT_EQ(WAVFile(dir / "out" / "Take1 (2)_CH03.wav").samples(0), std::vector<float>{0.2f});
     EXPECT_TRUE(r.err.empty()) << r.err;  // no progress bar when not on a terminal
 
     // Again without --overwrite: the first output exists.
@@ -134,14 +132,6 @@ TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
     EXPECT_EQ(j["fileResults"][0]["outputURLs"][1], (dir / "out" / "Take1_CH02.wav").string());
     EXPECT_EQ(j["fileResults"][1]["skipReason"], "File has one channel; nothing to split.");
 
-    WavRecipe eight;
-    eight.bits = 8;
-    eight.frames = 2;
-    write("eight.wav", makeWav(eight));
-    r = norvane("split eight.wav -o none");
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_EQ(r.err, "error: Bit depth 8 is not supported for mono export (use 16, 24, or 32).\n");
-    EXPECT_TRUE(fs::is_empty(dir / "none"));
     EXPECT_EQ(norvane("split -o out").exitCode, 64);
 }
 

@@ -1,9 +1,7 @@
 // `norvane stamp`: its arguments, exit codes, messages and JSON. What a run
 // writes is the stamp engine's and is checked there.
-#include "core/audio/bwf_reader.h"
-#include "core/audio/ltc_recording.h"
-#include "core/audio/wav_file.h"
 #include "tests/cli/cli_fixture.h"
+#include "tests/core/stamp/stamp_fixtures.h"
 
 namespace norvane::testing {
 namespace {
@@ -16,30 +14,17 @@ class StampCommandTest : public CommandTest {
         CommandTest::SetUp();
         std::filesystem::create_directories(dir / "in");
         writeLTC({10, 0, 0, 0, false}, 1000);
-        writeStem("in/Take 1 Boom.WAV");
+        writeStem(dir / "in/Take 1 Boom.WAV", 3, 1);
     }
 
     // 3 s of 25 fps code on the second of two channels of "in/Take 1 LTC.wav".
     void writeLTC(const Timecode& start, std::int64_t leadIn,
                   std::vector<LTCRecordingJump> jumps = {}) {
-        LTCRecordingOptions options;
-        options.rate = *frameRateConfig(FrameRatePreset::fps25);
-        options.start = start;
-        options.seconds = 3;
-        options.channels = 2;
-        options.ltcChannel = 2;
-        options.leadInSamples = leadIn;
-        options.jumps = std::move(jumps);
-        writeLTCRecording(dir / "in" / "Take 1 LTC.wav", options, true);
+        writeLTCFile(dir / "in" / "Take 1 LTC.wav", FrameRatePreset::fps25, start, leadIn, 3, 2, 2,
+                     std::move(jumps));
     }
-
-    void writeStem(const std::string& name) {
-        write(name, makePcm(24, 48000, {std::vector<float>(144000, 0.05f)}));
-    }
-
     std::uint64_t timeReference(const std::string& name) {
-        const auto info = BWFReader::info(WAVFile(dir / name));
-        return info ? info->timeReferenceSamples : 0;
+        return sndfileTimeReference(dir / name).value_or(0);
     }
 };
 
@@ -63,7 +48,7 @@ TEST_F(StampCommandTest, ReportsInTextAndJSONAndAsksBeforeReplacing) {
     EXPECT_EQ(entries("out"), 2u);
 
     // JSON names the outputs in UTF-8 even where the file name is not.
-    writeStem("in/Take 1 \xff.wav");
+    writeStem(dir / "in/Take 1 \xff.wav", 3, 1);
     auto kept = norvane(
         "stamp in -o out --fps 25 --collision keep-both --json --include-ltc --sync" + kLTC);
     ASSERT_EQ(kept.exitCode, 0) << kept.err;

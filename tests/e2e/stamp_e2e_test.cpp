@@ -2,7 +2,6 @@
 // grouping method, LTC cut detection, and the failure paths of a batch.
 #include <gtest/gtest.h>
 
-#include "core/audio/bwf_reader.h"
 #include "core/stamp/stamp_processor.h"
 #include "tests/core/stamp/stamp_fixtures.h"
 #include "tests/support/test_support.h"
@@ -14,6 +13,16 @@ namespace fs = std::filesystem;
 using testing::describeAll;
 using testing::optionsFor;
 using testing::TempDir;
+
+// The message of the ProcessingError a run ends with.
+std::string runError(const std::function<void()>& run) {
+    try {
+        run();
+    } catch (const ProcessingError& e) {
+        return e.message();
+    }
+    return "no error";
+}
 
 struct GroupCase {
     const char* name;
@@ -28,7 +37,8 @@ class GroupedRunTest : public ::testing::TestWithParam<GroupCase> {};
 
 // Two scenes, each an LTC recording (the code on the second of two tracks,
 // after a lead-in) and a stem: every stem carries its own scene's start, in
-// the bext time reference, the CSV and the iXML, with its audio untouched.
+// the bext time reference and the CSV. (What a stamp does to the audio and
+// the iXML is the single run's test.)
 TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
     const GroupCase& c = GetParam();
     // The recordings of the Auto case run at 25 fps; Auto votes one rate for the batch.
@@ -46,7 +56,6 @@ TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
     }
     ProcessingOptions options = optionsFor(ProcessingMode::groupedBatch, c.preset, out.path());
     options.groupingConfig = c.grouping;
-    const auto before = readWholeFile(paths[0]);
     const ProcessingReport report = StampProcessor().run(describeAll(paths), std::nullopt, options);
     ASSERT_EQ(report.summary, (RunSummary{2, 2, 0, 0})) << reportText(report);
     EXPECT_EQ(report.detectedFrameRate, rate.label);
@@ -57,18 +66,13 @@ TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
         const fs::path& stem = paths[2 * scene + 1];
         const std::string outputName = stem.stem().string() + "_tc.wav";
         SCOPED_TRACE(outputName);
-        const fs::path output = out / outputName;
-        EXPECT_EQ(testing::sndfileTimeReference(output), expected.timeReference);
-        EXPECT_EQ(testing::audioBytes(output), testing::audioBytes(stem));
-        EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)),
-                  testing::ixmlFor(rate, expected.timecode.description(), expected.timeReference));
+        EXPECT_EQ(testing::sndfileTimeReference(out / outputName), expected.timeReference);
         const auto row = std::find_if(rows.begin(), rows.end(),
                                       [&](const auto& r) { return r[1] == outputName; });
         ASSERT_NE(row, rows.end());
         EXPECT_EQ((*row)[2], c.ltcNames[scene]);
         EXPECT_EQ((*row)[7], expected.timecode.description());
     }
-    EXPECT_EQ(readWholeFile(paths[0]), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -117,25 +121,20 @@ TEST(GroupedRunTest, FailuresOfABatch) {
 
     TempDir empty;
     options.outputFolder = empty.path();
-    const auto expectError = [&](const std::vector<fs::path>& files, const std::string& message) {
-        try {
-            StampProcessor().run(describeAll(files), std::nullopt, options);
-            ADD_FAILURE() << message;
-        } catch (const ProcessingError& e) {
-            EXPECT_EQ(e.message(), message);
-        }
+    const auto errorOf = [&](const std::vector<fs::path>& files) {
+        return runError([&] { StampProcessor().run(describeAll(files), std::nullopt, options); });
     };
     // No LTC anywhere and no name hint: the group cannot be resolved.
     options.groupingConfig = GroupingConfig(GroupingMethod::token, "-", 1, "", 50);
     const std::vector<fs::path> stems = {testing::writeStem(in / "a.wav", 1),
                                          testing::writeStem(in / "b.wav", 1)};
-    expectError(stems, "Could not resolve a single LTC file for group: auto");
+    EXPECT_EQ(errorOf(stems), "Could not resolve a single LTC file for group: auto");
     // Auto rate over two undecodable groups: the batch vote fails.
     options.frameRatePreset = FrameRatePreset::auto_;
     options.manualLTCByGroup = {{"ungrouped", in / "a.wav"}, {"k", in / "x-k-1.wav"}};
-    expectError({in / "a.wav", in / "b.wav", testing::writeStem(in / "x-k-1.wav", 1),
-                 testing::writeStem(in / "x-k-2.wav", 1)},
-                "Auto frame-rate batch vote failed: no decodable LTC source in this run.");
+    EXPECT_EQ(errorOf({in / "a.wav", in / "b.wav", testing::writeStem(in / "x-k-1.wav", 1),
+                       testing::writeStem(in / "x-k-2.wav", 1)}),
+              "Auto frame-rate batch vote failed: no decodable LTC source in this run.");
     EXPECT_TRUE(fs::is_empty(empty.path()));
 }
 
@@ -148,7 +147,7 @@ class CutRunTest : public ::testing::TestWithParam<CutCase> {};
 
 // A six-second roll whose code jumps at 2 s and 4 s, stamped with a stem:
 // segments follow each other, each carries the code at its first sample (in
-// the bext time reference, the CSV and the iXML) and the stem's own audio.
+// the bext time reference and the CSV) and the stem's own audio.
 TEST_P(CutRunTest, SegmentsAtTheJumpsCarryTheirOwnStart) {
     const CutCase& c = GetParam();
     const FrameRateConfig rate = testing::rateOf(c.preset);
@@ -185,15 +184,12 @@ TEST_P(CutRunTest, SegmentsAtTheJumpsCarryTheirOwnStart) {
         EXPECT_LT(start, at + 12000);
         const auto expected = testing::expectedStart(code, at - start, rate);
         EXPECT_EQ(row[7], expected.timecode.description());
-        EXPECT_EQ(row[15], std::to_string(expected.timeReference));
         const fs::path output = out / row[1];
         EXPECT_EQ(testing::sndfileTimeReference(output), expected.timeReference);
         EXPECT_EQ(testing::sndfileFrames(output), end - start);
         const auto audio = testing::audioBytes(output);
         const std::ptrdiff_t block = 6;  // 24-bit stereo
         EXPECT_TRUE(std::equal(audio.begin(), audio.end(), stemAudio.begin() + start * block));
-        EXPECT_EQ(BWFReader::ixmlText(WAVFile(output)),
-                  testing::ixmlFor(rate, row[7], expected.timeReference));
     }
     EXPECT_EQ(previousEnd, 288000);
 }
@@ -229,27 +225,23 @@ TEST(CutRunTest, ContinuousCodeSilenceAndACancelWhileRendering) {
     const fs::path silent = in / "silent.wav";
     writeFile(silent, testing::makePcm(24, 48000, {std::vector<float>(48000, 0.0f)}),
               WriteMode::replaceAtomically);
-    try {
-        StampProcessor().run(describeAll({silent, stem}), silent, options);
-        ADD_FAILURE();
-    } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.message(), "No cut boundaries were detected from LTC discontinuities.");
-    }
+    EXPECT_EQ(runError([&] {
+                  StampProcessor().run(describeAll({silent, stem}), silent, options);
+              }),
+              "No cut boundaries were detected from LTC discontinuities.");
 
     TempDir out2;
     bool rendering = false;
-    try {
-        StampProcessor().run(
-            describeAll({ltc, stem}), ltc,
-            optionsFor(ProcessingMode::cutDetect, FrameRatePreset::fps25, out2.path()),
-            [&](const ProcessingProgress& p) {
-                rendering = rendering || p.message == "Rendering segment 1";
-            },
-            [&] { return rendering; });
-        ADD_FAILURE();
-    } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.message(), "Operation cancelled.");
-    }
+    EXPECT_EQ(runError([&] {
+                  StampProcessor().run(
+                      describeAll({ltc, stem}), ltc,
+                      optionsFor(ProcessingMode::cutDetect, FrameRatePreset::fps25, out2.path()),
+                      [&](const ProcessingProgress& p) {
+                          rendering = rendering || p.message == "Rendering segment 1";
+                      },
+                      [&] { return rendering; });
+              }),
+              "Operation cancelled.");
     EXPECT_TRUE(fs::is_empty(out2.path()));
 }
 

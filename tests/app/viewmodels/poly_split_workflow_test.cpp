@@ -88,10 +88,6 @@ TEST(PolySplitWorkflowTest, TrackNamesStartFromTheSettingAndNameTheOutputs) {
     split.startSplit();
     ASSERT_TRUE(finished(split));
     EXPECT_TRUE(fs::exists(f.output / "A101_1_CH02_Boom.wav"));
-    split.setPolySplitAppendTrackNames(false);
-    split.startSplit();
-    ASSERT_TRUE(finished(split));
-    EXPECT_TRUE(fs::exists(f.output / "A101_1_CH02.wav"));
 }
 
 TEST(PolySplitWorkflowTest, SplitsStereoSkipsMonoAndRefusesToOverwrite) {
