@@ -1,4 +1,5 @@
 // `norvane rebuild`: arguments, exit codes, messages and JSON, over real files.
+#include "core/rebuild/demo_timeline.h"
 #include "tests/cli/cli_fixture.h"
 #include "tests/core/rebuild/rebuild_fixtures.h"
 
@@ -7,33 +8,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One camera on lane 1 covering 01:00:00:00 to 01:02:00:00 at 25 fps.
-const char* kSource = R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE fcpxml>
-<fcpxml version="1.9">
-  <resources>
-    <format id="r1" frameDuration="1/25s" width="1920" height="1080"/>
-    <asset id="cam1" name="CamA" start="3600/1s" duration="120/1s" hasVideo="1" format="r1">
-      <media-rep kind="original-media" src="file:///demo/CamA.mov"/>
-    </asset>
-  </resources>
-  <library><event><project name="Source">
-    <sequence format="r1" duration="120/1s" tcStart="0/1s" tcFormat="NDF">
-      <spine>
-        <gap name="Gap" offset="0/1s" start="3600/1s" duration="120/1s">
-          <asset-clip ref="cam1" lane="1" offset="3600/1s" name="CamA" start="3600/1s" duration="120/1s"/>
-        </gap>
-      </spine>
-    </sequence>
-  </project></event></library>
-</fcpxml>
-)";
-
 class RebuildCommandTest : public CommandTest {
   protected:
     void SetUp() override {
         CommandTest::SetUp();
-        write("source.fcpxml", kSource);
+        // One camera on lane 1 covering 01:00:00:00 to 01:02:00:00 at 25 fps.
+        DemoTimelineSpec source;
+        source.lanes = {{"CamA", {{"01:00:00:00", RationalTime::seconds(120)}}}};
+        write("source.fcpxml", makeDemoSourceTimeline(source));
         fs::create_directory(dir / "synced");
         writeSyncedWav(dir / "synced" / "evt1_trk1.wav", {48000, 48000, 1, 3610ull * 48000, {}});
         writeSyncedWav(dir / "synced" / "evt2_trk1.wav", {48000, 48000, 1, 3620ull * 48000, {}});

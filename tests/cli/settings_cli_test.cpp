@@ -1,6 +1,4 @@
 // `norvane settings`: show, get, set, reset and path against a private file.
-#include <sstream>
-
 #include "tests/cli/cli_fixture.h"
 
 namespace norvane::testing {
@@ -19,15 +17,10 @@ TEST_F(SettingsCommandTest, ShowListsEveryKeyInOrderWithoutWriting) {
     const auto result = settings("show");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.err, "");
-    std::vector<std::string> lines;
-    std::istringstream in(result.out);
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    ASSERT_EQ(lines.size(), 20u);
-    EXPECT_EQ(lines[0], "settings.defaultFrameRatePreset = Auto");
-    EXPECT_EQ(lines[3], "settings.defaultOutputFolderPath = " + home.string());
-    EXPECT_EQ(lines[19], "settings.defaultTimeReferenceMode = frame");
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 20);
+    EXPECT_THAT(result.out, StartsWith("settings.defaultFrameRatePreset = Auto\n"));
+    EXPECT_THAT(result.out, HasSubstr("\nsettings.defaultOutputFolderPath = " + home.string()));
+    EXPECT_THAT(result.out, ::testing::EndsWith("\nsettings.defaultTimeReferenceMode = frame\n"));
     EXPECT_FALSE(fs::exists(settingsFile));
     // Bare `settings` shows too; `path` names the file in use.
     EXPECT_EQ(settings("").out, result.out);

@@ -1,5 +1,7 @@
 #include "tests/app/gui/gui_test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <QApplication>
 #include <QDir>
 #include <QStandardPaths>
@@ -15,24 +17,6 @@
 #include "tests/support/wav_builder.h"
 
 namespace norvane::testing {
-
-void ensureGuiApp() {
-    if (QApplication::instance() != nullptr) {
-        return;
-    }
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    // Settings and window state of the tests never touch the user's own.
-    static QTemporaryDir settingsDir;
-    qputenv("NORVANE_SETTINGS", QDir(settingsDir.path()).filePath("settings.json").toUtf8());
-    QStandardPaths::setTestModeEnabled(true);
-    static int argc = 1;
-    static char name[] = "gui_tests";
-    static char* argv[] = {name, nullptr};
-    auto* app = new QApplication(argc, argv);  // lives until the process ends
-    QApplication::setOrganizationName("NorvaneTests");
-    QApplication::setApplicationName("gui_tests");
-    norvane::gui::applyAppStyle(*app);
-}
 
 QImage renderWidget(QWidget& widget) {
     widget.ensurePolished();
@@ -90,3 +74,18 @@ void writeRebuildInputs(const std::filesystem::path& folder) {
 }
 
 }  // namespace norvane::testing
+
+// One QApplication on the offscreen platform for the whole process, made
+// before any test; the tests' settings and window state never touch the user's own.
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QTemporaryDir settingsDir;
+    qputenv("NORVANE_SETTINGS", QDir(settingsDir.path()).filePath("settings.json").toUtf8());
+    QStandardPaths::setTestModeEnabled(true);
+    QApplication app(argc, argv);
+    QApplication::setOrganizationName("NorvaneTests");
+    QApplication::setApplicationName("gui_tests");
+    norvane::gui::applyAppStyle(app);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

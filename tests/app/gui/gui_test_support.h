@@ -11,13 +11,8 @@ class QWidget;
 
 namespace norvane::testing {
 
-// The process's QApplication on the offscreen platform, made on first use,
-// with NORVANE_SETTINGS pointing at a fresh file in a temporary folder.
-void ensureGuiApp();
-// As the first member of a fixture whose other members are widgets.
-struct GuiApp {
-    GuiApp() { ensureGuiApp(); }
-};
+// The process's QApplication (on the offscreen platform, with NORVANE_SETTINGS
+// pointing at a fresh file in a temporary folder) is made by the tests' main().
 
 // What the widget shows, painted into an image at its current size.
 QImage renderWidget(QWidget& widget);

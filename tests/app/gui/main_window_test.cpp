@@ -29,12 +29,10 @@ namespace fs = std::filesystem;
 class MainWindowTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        testing::ensureGuiApp();
         window.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     }
 
-    testing::GuiApp app;
     testing::TempDir dir;
     AppViewModel viewModel{dir.path() / "settings.json"};
     MainWindow window{viewModel};

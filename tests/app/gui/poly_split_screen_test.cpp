@@ -29,8 +29,6 @@ namespace fs = std::filesystem;
 class PolySplitScreenTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        testing::ensureGuiApp();
-        resetUiHooks();
         fs::create_directories(dir.path() / "in");
         fs::create_directories(dir.path() / "out");
         const std::vector<float> ramp = {0.0f, 0.25f, 0.5f, -0.5f};
@@ -53,7 +51,6 @@ class PolySplitScreenTest : public ::testing::Test {
         return names;
     }
 
-    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     PolySplitWorkflow workflow{store};

@@ -31,8 +31,6 @@ namespace fs = std::filesystem;
 class RebuildScreenTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        testing::ensureGuiApp();
-        resetUiHooks();
         testing::writeRebuildInputs(dir / "rebuild");
         fs::create_directories(dir / "out");
     }
@@ -50,7 +48,6 @@ class RebuildScreenTest : public ::testing::Test {
         return items;
     }
 
-    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     TimelineRebuildWorkflow rebuild{store};

@@ -22,10 +22,6 @@ namespace {
 
 class SettingsScreenTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        testing::ensureGuiApp();
-        resetUiHooks();
-    }
     void TearDown() override { resetUiHooks(); }
 
     // What the settings file holds, read as plain JSON.
@@ -34,7 +30,6 @@ class SettingsScreenTest : public ::testing::Test {
         return nlohmann::json::parse(bytes.begin(), bytes.end());
     }
 
-    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     SettingsViewModel settings{store};

@@ -34,15 +34,11 @@ namespace fs = std::filesystem;
 class StampScreenTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        testing::ensureGuiApp();
         inputs = new testing::TempDir;
         testing::writeStampInputs(inputs->path());
     }
     static void TearDownTestSuite() { delete inputs; }
-    void SetUp() override {
-        resetUiHooks();
-        fs::create_directories(dir.path() / "out");
-    }
+    void SetUp() override { fs::create_directories(dir.path() / "out"); }
     void TearDown() override { resetUiHooks(); }
 
     static QString q(const fs::path& path) { return QString::fromStdString(path.string()); }
@@ -84,7 +80,6 @@ class StampScreenTest : public ::testing::Test {
     }
 
     static inline testing::TempDir* inputs = nullptr;
-    testing::GuiApp app;
     testing::TempDir dir;
     AppSettingsStore store{dir.path() / "settings.json"};
     CancellationToken token;
@@ -138,20 +133,8 @@ TEST_F(StampScreenTest, StampsFromTheChosenLTCFileAndAsksBeforeReplacingOutputs)
     EXPECT_EQ(table->item(0, 0)->text(), "Sc12_T03_LTC.wav");
 }
 
-TEST_F(StampScreenTest, TheActionBarStaysInViewAndAMissingFolderIsCreatedOnlyWhenAgreed) {
+TEST_F(StampScreenTest, AMissingFolderIsCreatedOnlyWhenAgreed) {
     addStampTakeAndChooseOutput();
-    screen.resize(800, 600);
-    screen.show();
-    for (const char* mode : {"Single", "Grouped Batch", "LTC Cut Detect"}) {
-        stamp.setMode(mode);
-        QApplication::processEvents();
-        // Shown, and not clipped away inside a scroll area either.
-        EXPECT_TRUE(screen.actionBar()->isAncestorOf(screen.processButton()));
-        EXPECT_FALSE(screen.processButton()->visibleRegion().isEmpty()) << mode;
-        EXPECT_FALSE(screen.outputFolderField()->visibleRegion().isEmpty()) << mode;
-    }
-
-    stamp.setMode("Single");
     const fs::path typed = dir.path() / "new" / "day1";
     stamp.setOutputFolder(q(typed));  // as typed in the field
     ASSERT_EQ(screen.outputFolderField()->lineEdit()->text(), q(typed));
@@ -240,7 +223,6 @@ TEST_F(StampScreenTest, LTCSourcePickersInSingleAndGroupedBatch) {
 }
 
 TEST(StampChoiceDialogTest, EnterPicksNeitherChoice) {
-    testing::GuiApp app;
     resetUiHooks();  // the platform dialog itself
     QWidget parent;
     QTimer::singleShot(100, [] {

@@ -177,14 +177,7 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     const QVariantMap event = rebuild.detectedEvents()[2].toMap();
     EXPECT_EQ(event.value("timecode"), "01:00:21:00");
     EXPECT_EQ(event.value("timecodeSource"), "evt3_trk2.wav");
-    const QVariantMap preview = rebuild.previewRows()[2].toMap();
-    EXPECT_EQ(preview.value("eventTimecode"), "01:00:21:00");
-    EXPECT_DOUBLE_EQ(preview.value("offsetSeconds").toDouble(), 5.0);  // after 2 s and 3 s
-    // The lane's clip stands in the whole one-second event.
-    const QVariantList lanes = preview.value("lanes").toList();
-    ASSERT_EQ(lanes.size(), 1);
-    EXPECT_TRUE(lanes[0].toMap().value("hasMatch").toBool());
-    EXPECT_DOUBLE_EQ(lanes[0].toMap().value("coveredSeconds").toDouble(), 1.0);
+    EXPECT_EQ(rebuild.previewRows()[2].toMap().value("eventTimecode"), "01:00:21:00");
 
     // A scan or validation started during a build supersedes it: no building flag stays.
     rebuild.build();

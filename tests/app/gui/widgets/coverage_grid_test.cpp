@@ -8,7 +8,6 @@ namespace norvane::gui {
 namespace {
 
 TEST(CoverageGridTest, CellsShowWhichLaneCoversWhichEvent) {
-    testing::ensureGuiApp();
     CoverageGrid grid;
     // The last row is short: its missing entry counts as not covered.
     grid.setData({"01 10:00:00:00", "02 10:05:00:00", "03 10:09:30:00"}, {"V1", "V2", "V3"},

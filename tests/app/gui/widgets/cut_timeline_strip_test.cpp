@@ -14,8 +14,6 @@ using Segment = CutTimelineStrip::Segment;
 
 class CutTimelineStripTest : public ::testing::Test {
   protected:
-    void SetUp() override { testing::ensureGuiApp(); }
-
     // Ten seconds at 48 kHz, one window a second: LTC from 10:00:00:00 for
     // four seconds, then a jump back to 09:00:00:00 (25 fps frame counts).
     static void fill(CutTimelineStrip& strip) {

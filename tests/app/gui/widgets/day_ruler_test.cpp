@@ -8,12 +8,7 @@
 namespace norvane::gui {
 namespace {
 
-class DayRulerTest : public ::testing::Test {
-  protected:
-    void SetUp() override { testing::ensureGuiApp(); }
-};
-
-TEST_F(DayRulerTest, OverlapsStackGapsStayEmptyAndOddRatesStandOut) {
+TEST(DayRulerTest, OverlapsStackGapsStayEmptyAndOddRatesStandOut) {
     DayRuler ruler;
     // 10:00 for 10 min, 10:05 for 10 min (overlaps the first), 10:30 for 5 min
     // (after a gap), and one file at another rate.
@@ -43,7 +38,7 @@ TEST_F(DayRulerTest, OverlapsStackGapsStayEmptyAndOddRatesStandOut) {
     EXPECT_EQ(timeOfDayText(86400 + 3661), "01:01:01");
 }
 
-TEST_F(DayRulerTest, HealthStripSumsUpWhereTheCodeDecodes) {
+TEST(DayRulerTest, HealthStripSumsUpWhereTheCodeDecodes) {
     LTCHealthStrip strip;
     EXPECT_TRUE(strip.isEmpty());
     strip.setHealth(

@@ -15,8 +15,6 @@ namespace {
 
 class DropAreaTest : public ::testing::Test {
   protected:
-    void SetUp() override { testing::ensureGuiApp(); }
-
     static QMimeData* urls(const QList<QUrl>& list) {
         auto* mime = new QMimeData;
         mime->setUrls(list);

@@ -16,7 +16,6 @@ QColor colorOfLine(const LogPane& pane, int line) {
 }
 
 TEST(LogPaneTest, AppendsNewLinesColouredByLevelAndRestartsOnAnotherLog) {
-    testing::ensureGuiApp();
     LogPane pane;
     pane.setLines({"[10:00:00] [info] Loaded 2 WAV files from drop event."});
     pane.setLines({"[10:00:00] [info] Loaded 2 WAV files from drop event.",

@@ -24,8 +24,6 @@ namespace fs = std::filesystem;
 class PathFieldTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        testing::ensureGuiApp();
-        resetUiHooks();
         fs::create_directories(dir.path() / "folder");
         testing::writeBytes(dir / "Mix.WAV", ByteBuffer{'R'});
         testing::writeBytes(dir / "cut.fcpxml", ByteBuffer{'<'});
