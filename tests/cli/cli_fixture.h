@@ -44,10 +44,7 @@ class CommandTest : public ::testing::Test {
     void write(const std::string& name, const std::string& text) const {
         write(name, ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
     }
-    std::string read(const std::string& name) const {
-        const ByteBuffer bytes = readWholeFile(dir / name);
-        return std::string(bytes.begin(), bytes.end());
-    }
+    std::string read(const std::string& name) const { return readText(dir / name); }
     bool exists(const std::string& name) const { return std::filesystem::exists(dir / name); }
     std::size_t entries(const std::string& folder) const {
         return static_cast<std::size_t>(

@@ -67,11 +67,6 @@ std::map<std::string, ByteBuffer> snapshot(const fs::path& root) {
     return files;
 }
 
-std::string text(const fs::path& file) {
-    const ByteBuffer bytes = readWholeFile(file);
-    return std::string(bytes.begin(), bytes.end());
-}
-
 std::set<std::string> names(const fs::path& folder) {
     std::set<std::string> out;
     for (const auto& entry : fs::directory_iterator(folder)) {
@@ -280,7 +275,7 @@ TEST(HostileEnvironmentTest, AFailedJobLeavesNoOutputs) {
     const std::set<std::string> left = names(dir / "st");
     ASSERT_EQ(left.size(), 1u);  // the log alone
     EXPECT_THAT(*left.begin(), ::testing::StartsWith("ltc_stamp_log_"));
-    EXPECT_THAT(text(report["csvLogURL"].get<std::string>()),
+    EXPECT_THAT(testing::readText(report["csvLogURL"].get<std::string>()),
                 HasSubstr("failed,,LTC Cut Detect,cut-detect,,,,,Output file already exists: "
                           "boom_tc.wav"));
 }
@@ -363,7 +358,8 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
     r = runCommand(stampCommand(dir, {in / "boom\xfe.wav"}, in / "ltc\xff.wav",
                                 "--json -o " + quoted(dir / "st")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    const std::string log = text(nlohmann::json::parse(r.out)["csvLogURL"].get<std::string>());
+    const std::string log =
+        testing::readText(nlohmann::json::parse(r.out)["csvLogURL"].get<std::string>());
     EXPECT_EQ(validUTF8(log), log);
     EXPECT_THAT(log, HasSubstr("boom\xEF\xBF\xBD.wav,boom\xEF\xBF\xBD_tc.wav,ltc\xEF\xBF\xBD.wav"));
 }

@@ -13,16 +13,7 @@ namespace fs = std::filesystem;
 using testing::describeAll;
 using testing::optionsFor;
 using testing::TempDir;
-
-// The message of the ProcessingError a run ends with.
-std::string runError(const std::function<void()>& run) {
-    try {
-        run();
-    } catch (const ProcessingError& e) {
-        return e.message();
-    }
-    return "no error";
-}
+using testing::thrownMessage;
 
 struct GroupCase {
     const char* name;
@@ -122,7 +113,8 @@ TEST(GroupedRunTest, FailuresOfABatch) {
     TempDir empty;
     options.outputFolder = empty.path();
     const auto errorOf = [&](const std::vector<fs::path>& files) {
-        return runError([&] { StampProcessor().run(describeAll(files), std::nullopt, options); });
+        return thrownMessage(
+            [&] { StampProcessor().run(describeAll(files), std::nullopt, options); });
     };
     // No LTC anywhere and no name hint: the group cannot be resolved.
     options.groupingConfig = GroupingConfig(GroupingMethod::token, "-", 1, "", 50);
@@ -225,14 +217,14 @@ TEST(CutRunTest, ContinuousCodeSilenceAndACancelWhileRendering) {
     const fs::path silent = in / "silent.wav";
     writeFile(silent, testing::makePcm(24, 48000, {std::vector<float>(48000, 0.0f)}),
               WriteMode::replaceAtomically);
-    EXPECT_EQ(runError([&] {
+    EXPECT_EQ(thrownMessage([&] {
                   StampProcessor().run(describeAll({silent, stem}), silent, options);
               }),
               "No cut boundaries were detected from LTC discontinuities.");
 
     TempDir out2;
     bool rendering = false;
-    EXPECT_EQ(runError([&] {
+    EXPECT_EQ(thrownMessage([&] {
                   StampProcessor().run(
                       describeAll({ltc, stem}), ltc,
                       optionsFor(ProcessingMode::cutDetect, FrameRatePreset::fps25, out2.path()),

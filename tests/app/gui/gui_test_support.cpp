@@ -10,7 +10,6 @@
 #include <cstdlib>
 
 #include "app/gui/style.h"
-#include "core/common/file_output.h"
 #include "core/rebuild/demo_timeline.h"
 #include "tests/core/rebuild/rebuild_fixtures.h"
 #include "tests/core/stamp/stamp_fixtures.h"
@@ -55,9 +54,7 @@ void writeRebuildInputs(const std::filesystem::path& folder) {
     DemoTimelineSpec recipe;
     recipe.lanes = {{"CamA", {{"01:00:00:00"}, {"01:00:20:00"}, {"01:00:40:00"}}},
                     {"CamB", {{"01:00:00:00"}, {"01:00:40:00"}}}};
-    const std::string xml = makeDemoSourceTimeline(recipe);
-    writeFile(folder / "source.fcpxml", ByteBuffer(xml.begin(), xml.end()),
-              WriteMode::replaceAtomically);
+    writeText(folder / "source.fcpxml", makeDemoSourceTimeline(recipe));
     writeSyncedWav(folder / "stereo_mix.wav", {3 * 48000, 48000, 2, {}, {}});
     const char* timecodes[] = {"01:00:00:00", "01:00:20:00", "01:00:40:00"};
     const int tracks[] = {3, 2, 3};

@@ -13,7 +13,6 @@
 #include "app/gui/ui_hooks.h"
 #include "app/gui/widgets/help_button.h"
 #include "app/viewmodels/settings_view_model.h"
-#include "core/common/file_output.h"
 #include "tests/app/gui/gui_test_support.h"
 #include "tests/support/test_support.h"
 
@@ -26,8 +25,7 @@ class SettingsScreenTest : public ::testing::Test {
 
     // What the settings file holds, read as plain JSON.
     nlohmann::json saved() const {
-        const auto bytes = readWholeFile(dir.path() / "settings.json");
-        return nlohmann::json::parse(bytes.begin(), bytes.end());
+        return nlohmann::json::parse(testing::readText(dir / "settings.json"));
     }
 
     testing::TempDir dir;

@@ -7,8 +7,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
-#include "core/common/file_output.h"
 #include "tests/app/viewmodels/viewmodel_test_support.h"
+#include "tests/support/test_support.h"
 
 namespace norvane::testing {
 
@@ -18,7 +18,7 @@ bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds time
 
 void writeSettingsFile(const std::filesystem::path& file, const std::string& json) {
     std::filesystem::create_directories(file.parent_path());
-    writeFile(file, ByteBuffer(json.begin(), json.end()), WriteMode::replaceAtomically);
+    writeText(file, json);
 }
 
 QStringList withoutTimestamps(const QStringList& lines) {

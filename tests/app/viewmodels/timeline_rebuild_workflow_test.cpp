@@ -5,7 +5,6 @@
 #include <functional>
 #include <tuple>
 
-#include "core/common/file_output.h"
 #include "core/rebuild/demo_timeline.h"
 #include "tests/app/viewmodels/viewmodel_test_support.h"
 #include "tests/core/rebuild/rebuild_fixtures.h"
@@ -38,8 +37,7 @@ struct Fixture {
     Fixture() {
         DemoTimelineSpec recipe;
         recipe.lanes = {{"camA", {{"01:00:00:00"}, {"01:00:20:00"}}}};
-        const std::string xml = makeDemoSourceTimeline(recipe);
-        writeFile(source, ByteBuffer(xml.begin(), xml.end()), WriteMode::createNew);
+        testing::writeText(source, makeDemoSourceTimeline(recipe));
         fs::create_directories(synced);
         writeTake(synced / "evt1_trk1.wav", "01:00:00:00", 2);
         writeTake(synced / "evt1_trk2.wav", "01:00:00:00", 2);
@@ -197,9 +195,7 @@ TEST(TimelineRebuildWorkflowTest, FailuresKeepTheStateAndSayWhy) {
     EXPECT_EQ(rebuild.statusMessage(), "Build blocked by validation errors.");
     EXPECT_FALSE(fs::exists(f.output / "timeline_rebuild.fcpxml"));
 
-    const std::string broken = "<fcpxml><resources>";
-    writeFile(f.dir / "broken.fcpxml", ByteBuffer(broken.begin(), broken.end()),
-              WriteMode::createNew);
+    testing::writeText(f.dir / "broken.fcpxml", "<fcpxml><resources>");
     rebuild.setSourceXMLURL(q(f.dir / "broken.fcpxml"));
     rebuild.validate();
     ASSERT_TRUE(idle(rebuild));
