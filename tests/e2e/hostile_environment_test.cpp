@@ -67,6 +67,12 @@ std::map<std::string, ByteBuffer> snapshot(const fs::path& root) {
     return files;
 }
 
+// `folder`, made with its parents.
+fs::path made(const fs::path& folder) {
+    fs::create_directories(folder);
+    return folder;
+}
+
 std::set<std::string> names(const fs::path& folder) {
     std::set<std::string> out;
     for (const auto& entry : fs::directory_iterator(folder)) {
@@ -97,11 +103,9 @@ ByteBuffer smallPoly(int channels, std::int64_t frames = 480) {
 // Stamps s1/boom.wav and s2/boom.wav (1000 and 2000 frames, one target name)
 // from a second of LTC into dir/st under `collision`.
 testing::CommandResult stampTwoBooms(const testing::TempDir& dir, const std::string& collision) {
-    fs::create_directories(dir / "s1");
-    fs::create_directories(dir / "s2");
-    genLTC(dir, dir / "s1/ltc.wav");
+    genLTC(dir, made(dir / "s1") / "ltc.wav");
     testing::writeBytes(dir / "s1/boom.wav", smallPoly(1, 1000));
-    testing::writeBytes(dir / "s2/boom.wav", smallPoly(1, 2000));
+    testing::writeBytes(made(dir / "s2") / "boom.wav", smallPoly(1, 2000));
     return runCommand(
         stampCommand(dir, {dir / "s1/boom.wav", dir / "s2/boom.wav"}, dir / "s1/ltc.wav",
                      "--json --collision " + collision + " -o " + quoted(dir / "st")));
@@ -124,8 +128,7 @@ std::string interruptScript(const std::string& command, const fs::path& watched,
 // no output of the job cut short, the inputs untouched.
 TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
     testing::TempDir dir;
-    const fs::path in = dir / "in";
-    fs::create_directories(in);
+    const fs::path in = made(dir / "in");
     genLTC(dir, in / "ltc.wav", 2);
     for (const char* name : {"A.wav", "B.wav", "C.wav"}) {
         writeSparseWav(in / name, 2, 48000 * 40);  // 11.5 MB each
@@ -144,8 +147,7 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
     const auto before = stamps();
 
     // A stale temporary of a run killed earlier is swept by the next run.
-    const fs::path splitOut = dir / "split";
-    fs::create_directories(splitOut);
+    const fs::path splitOut = made(dir / "split");
     testing::writeBytes(splitOut / ".poly_CH01.wav.norvane-Stale1", smallPoly(1));
     fs::last_write_time(splitOut / ".poly_CH01.wav.norvane-Stale1",
                         fs::file_time_type::clock::now() - std::chrono::hours(3));
@@ -157,10 +159,8 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
         int exitCode;
         std::string message;
     };
-    const fs::path stampOut = dir / "stamp";
-    const fs::path genOut = dir / "gen";
-    fs::create_directories(stampOut);
-    fs::create_directories(genOut);
+    const fs::path stampOut = made(dir / "stamp");
+    const fs::path genOut = made(dir / "gen");
     const std::vector<Case> cases = {
         {stampCommand(dir, {in / "A.wav", in / "B.wav", in / "C.wav"}, in / "ltc.wav",
                       "-o " + quoted(stampOut)),
@@ -199,8 +199,7 @@ TEST(HostileEnvironmentTest, NoRunReplacesItsOwnInput) {
     EXPECT_THAT(r.err, HasSubstr("Output would replace an input file: source_timeline.fcpxml."));
     EXPECT_EQ(snapshot(rb), before);
 
-    const fs::path f2 = dir / "f2";
-    fs::create_directories(f2);
+    const fs::path f2 = made(dir / "f2");
     testing::writeBytes(f2 / "A.wav", smallPoly(4));
     testing::writeBytes(f2 / "A_CH01.wav", smallPoly(2));
     before = snapshot(f2);
@@ -209,8 +208,7 @@ TEST(HostileEnvironmentTest, NoRunReplacesItsOwnInput) {
     EXPECT_THAT(r.err, HasSubstr("Output would replace an input file: A_CH01.wav."));
     EXPECT_EQ(snapshot(f2), before);
 
-    const fs::path takes = dir / "takes";
-    fs::create_directories(takes);
+    const fs::path takes = made(dir / "takes");
     genLTC(dir, takes / "ltc.wav");
     testing::writeBytes(takes / "boom.wav", smallPoly(1, 48000));
     fs::create_symlink(takes / "boom.wav", dir / "boom_tc.wav");  // an output name, linked
@@ -236,12 +234,9 @@ TEST(HostileEnvironmentTest, NoRunReplacesItsOwnInput) {
 // stamp run never replace each other, even under overwrite.
 TEST(HostileEnvironmentTest, NamesAreUniqueAcrossTheRun) {
     testing::TempDir dir;
-    for (const char* folder : {"A", "B", "C"}) {
-        fs::create_directories(dir / "in" / folder);
-    }
-    testing::writeBytes(dir / "in/A/Take1.wav", smallPoly(2, 100));
-    testing::writeBytes(dir / "in/B/Take1.wav", smallPoly(2, 200));
-    testing::writeBytes(dir / "in/C/Take1 (2).wav", smallPoly(2, 300));
+    testing::writeBytes(made(dir / "in/A") / "Take1.wav", smallPoly(2, 100));
+    testing::writeBytes(made(dir / "in/B") / "Take1.wav", smallPoly(2, 200));
+    testing::writeBytes(made(dir / "in/C") / "Take1 (2).wav", smallPoly(2, 300));
     for (const char* flag : {"", " --overwrite"}) {
         const fs::path out = dir / (std::string("out") + (flag[0] ? "-o" : ""));
         auto r = runCommand(cli(dir) + " split --json " + quoted(dir / "in") + " -o " +
@@ -314,8 +309,7 @@ TEST(HostileEnvironmentTest, ConcurrentRunsClaimNamesAtomically) {
 // honour the umask; the CSV log is UTF-8 text.
 TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
     testing::TempDir dir;
-    const fs::path in = dir / "in";
-    fs::create_directories(in);
+    const fs::path in = made(dir / "in");
     testing::writeBytes(in / "bad\xff\xfe.wav", smallPoly(2));
     const std::string longName = std::string(236, 'L') + ".wav";  // outputs of 245 bytes
     testing::writeBytes(in / longName, smallPoly(2));
@@ -342,8 +336,7 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
                                 quoted(rb / "source_timeline.fcpxml") + " --stereo-mix " +
                                 quoted(rb / "stereo_mix.wav") + " --synced " +
                                 quoted(rb / "synced") + " -o ";
-    fs::create_directories(dir / "out\xff");
-    r = runCommand(rebuild + quoted(dir / "out\xff"));
+    r = runCommand(rebuild + quoted(made(dir / "out\xff")));
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_TRUE(nlohmann::json::accept(r.out)) << r.out;
     fs::copy_file(rb / "synced" / *names(rb / "synced").begin(), rb / "synced" / "take\xff.wav");
@@ -370,8 +363,7 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
 // called *.wav is skipped with a clear reason instead of hanging the run.
 TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
     testing::TempDir dir;
-    const fs::path in = dir / "in";
-    fs::create_directories(in);
+    const fs::path in = made(dir / "in");
     genLTC(dir, in / "crash.wav", 2);
     testing::writeBytes(in / "poly.wav", smallPoly(2, 4800));
     for (const char* name : {"crash.wav", "poly.wav"}) {

@@ -15,78 +15,68 @@ using testing::optionsFor;
 using testing::TempDir;
 using testing::thrownMessage;
 
-struct GroupCase {
-    const char* name;
-    GroupingConfig grouping;
-    std::vector<std::string> ltcNames;   // one per scene
-    std::vector<std::string> stemNames;  // one per scene
-    std::vector<double> seconds;         // per scene
-    FrameRatePreset preset;
-};
-
-class GroupedRunTest : public ::testing::TestWithParam<GroupCase> {};
-
 // Two scenes, each an LTC recording (the code on the second of two tracks,
-// after a lead-in) and a stem: every stem carries its own scene's start, in
-// the bext time reference and the CSV. (What a stamp does to the audio and
-// the iXML is the single run's test.)
-TEST_P(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
-    const GroupCase& c = GetParam();
-    // The recordings of the Auto case run at 25 fps; Auto votes one rate for the batch.
-    const FrameRatePreset recorded =
-        c.preset == FrameRatePreset::auto_ ? FrameRatePreset::fps25 : c.preset;
-    const FrameRateConfig rate = testing::rateOf(recorded);
-    TempDir in, out;
-    const Timecode starts[] = {{10, 0, 0, 0, rate.dropFrame}, {11, 30, 0, 12, rate.dropFrame}};
-    const std::int64_t leadIn = 1000;
-    std::vector<fs::path> paths;
-    for (std::size_t scene = 0; scene < 2; ++scene) {
-        paths.push_back(testing::writeLTCFile(in / c.ltcNames[scene], recorded, starts[scene],
-                                              leadIn, c.seconds[scene], 2, 2));
-        paths.push_back(testing::writeStem(in / c.stemNames[scene], c.seconds[scene]));
-    }
-    ProcessingOptions options = optionsFor(ProcessingMode::groupedBatch, c.preset, out.path());
-    options.groupingConfig = c.grouping;
-    const ProcessingReport report = StampProcessor().run(describeAll(paths), std::nullopt, options);
-    ASSERT_EQ(report.summary, (RunSummary{2, 2, 0, 0})) << reportText(report);
-    EXPECT_EQ(report.detectedFrameRate, rate.label);
-    const auto rows = testing::csvRows(report.csvLogURL);
-    ASSERT_EQ(rows.size(), 3u);
-    for (std::size_t scene = 0; scene < 2; ++scene) {
-        const auto expected = testing::expectedStart(starts[scene], leadIn, rate);
-        const fs::path& stem = paths[2 * scene + 1];
-        const std::string outputName = stem.stem().string() + "_tc.wav";
-        SCOPED_TRACE(outputName);
-        EXPECT_EQ(testing::sndfileTimeReference(out / outputName), expected.timeReference);
-        const auto row = std::find_if(rows.begin(), rows.end(),
-                                      [&](const auto& r) { return r[1] == outputName; });
-        ASSERT_NE(row, rows.end());
-        EXPECT_EQ((*row)[2], c.ltcNames[scene]);
-        EXPECT_EQ((*row)[7], expected.timecode.description());
+// after a lead-in) and a stem, grouped by each method: every stem carries its
+// own scene's start, in the bext time reference and the CSV. (What a stamp
+// does to the audio and the iXML is the single run's test.)
+TEST(GroupedRunTest, EachGroupIsStampedFromItsOwnLTCFile) {
+    struct Case {
+        GroupingConfig grouping;
+        std::string ltc[2], stem[2];  // per scene
+        double seconds[2];
+        FrameRatePreset preset;
+    };
+    const Case cases[] = {
+        {{GroupingMethod::token, "-", 1, "", 50},
+         {"A001-SC1-ltc.wav", "A001-SC2-ltc.wav"},
+         {"A002-SC1-boom.wav", "A002-SC2-boom.wav"},
+         {2, 2},
+         FrameRatePreset::fps29_97DF},
+        {{GroupingMethod::regex, "-", 1, "^(SC\\d+)_", 50},
+         {"SC1_T1_a.wav", "SC2_T1_a.wav"},
+         {"SC1_T1_b.wav", "SC2_T1_b.wav"},
+         {2, 2},
+         FrameRatePreset::fps23_976},
+        {{GroupingMethod::durationExact, "-", 1, "", 50},
+         {"take one recorder.wav", "take two recorder.wav"},
+         {"take one boom.wav", "take two boom.wav"},
+         {2, 3},
+         FrameRatePreset::auto_},
+    };
+    for (const Case& c : cases) {
+        // The recordings of the Auto case run at 25 fps; Auto votes one rate for the batch.
+        const FrameRatePreset recorded =
+            c.preset == FrameRatePreset::auto_ ? FrameRatePreset::fps25 : c.preset;
+        const FrameRateConfig rate = testing::rateOf(recorded);
+        SCOPED_TRACE(rate.label);
+        TempDir in, out;
+        const Timecode starts[] = {{10, 0, 0, 0, rate.dropFrame}, {11, 30, 0, 12, rate.dropFrame}};
+        const std::int64_t leadIn = 1000;
+        std::vector<fs::path> paths;
+        for (std::size_t scene = 0; scene < 2; ++scene) {
+            paths.push_back(testing::writeLTCFile(in / c.ltc[scene], recorded, starts[scene],
+                                                  leadIn, c.seconds[scene], 2, 2));
+            paths.push_back(testing::writeStem(in / c.stem[scene], c.seconds[scene]));
+        }
+        ProcessingOptions options = optionsFor(ProcessingMode::groupedBatch, c.preset, out.path());
+        options.groupingConfig = c.grouping;
+        const auto report = StampProcessor().run(describeAll(paths), std::nullopt, options);
+        ASSERT_EQ(report.summary, (RunSummary{2, 2, 0, 0})) << reportText(report);
+        EXPECT_EQ(report.detectedFrameRate, rate.label);
+        const auto rows = testing::csvRows(report.csvLogURL);
+        ASSERT_EQ(rows.size(), 3u);
+        for (std::size_t scene = 0; scene < 2; ++scene) {
+            const auto expected = testing::expectedStart(starts[scene], leadIn, rate);
+            const std::string output = fs::path(c.stem[scene]).stem().string() + "_tc.wav";
+            EXPECT_EQ(testing::sndfileTimeReference(out / output), expected.timeReference);
+            const auto row = std::find_if(rows.begin(), rows.end(),
+                                          [&](const auto& r) { return r[1] == output; });
+            ASSERT_NE(row, rows.end()) << output;
+            EXPECT_EQ((*row)[2], c.ltc[scene]);
+            EXPECT_EQ((*row)[7], expected.timecode.description());
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Methods, GroupedRunTest,
-    ::testing::Values(GroupCase{"token",
-                                GroupingConfig(GroupingMethod::token, "-", 1, "", 50),
-                                {"A001-SC1-ltc.wav", "A001-SC2-ltc.wav"},
-                                {"A002-SC1-boom.wav", "A002-SC2-boom.wav"},
-                                {2, 2},
-                                FrameRatePreset::fps29_97DF},
-                      GroupCase{"regex",
-                                GroupingConfig(GroupingMethod::regex, "-", 1, "^(SC\\d+)_", 50),
-                                {"SC1_T1_a.wav", "SC2_T1_a.wav"},
-                                {"SC1_T1_b.wav", "SC2_T1_b.wav"},
-                                {2, 2},
-                                FrameRatePreset::fps23_976},
-                      GroupCase{"duration",
-                                GroupingConfig(GroupingMethod::durationExact, "-", 1, "", 50),
-                                {"take one recorder.wav", "take two recorder.wav"},
-                                {"take one boom.wav", "take two boom.wav"},
-                                {2, 3},
-                                FrameRatePreset::auto_}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 // A group whose files do not match fails alone; a group without an LTC file,
 // or an Auto batch without decodable code, ends the run before writing.
@@ -190,15 +180,11 @@ INSTANTIATE_TEST_SUITE_P(Rates, CutRunTest,
                          ::testing::Values(CutCase{FrameRatePreset::fps25,
                                                    {10, 0, 0, 0, false},
                                                    {10, 5, 0, 0, false},
-                                                   {12, 0, 0, 0, false}},
+                                                   {9, 0, 0, 0, false}},  // back
                                            CutCase{FrameRatePreset::fps29_97DF,
                                                    {1, 0, 0, 0, true},
                                                    {1, 9, 59, 20, true},
-                                                   {2, 0, 0, 0, true}},
-                                           CutCase{FrameRatePreset::fps23_976,
-                                                   {0, 0, 1, 0, false},
-                                                   {3, 0, 0, 0, false},
-                                                   {0, 30, 0, 0, false}}));
+                                                   {2, 0, 0, 0, true}}));
 
 // Continuous code is one segment of the whole stem; a roll without code has
 // no segments; a cancel while the first segment is copied leaves nothing, not

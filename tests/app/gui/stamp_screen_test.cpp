@@ -183,22 +183,16 @@ TEST_F(StampScreenTest, CutAnalysisFillsTheSegmentListAndTheStrip) {
 TEST_F(StampScreenTest, LTCSourcePickersInSingleAndGroupedBatch) {
     addStampTakeAndChooseOutput();
     QComboBox* channel = screen.ltcChannelPicker();
-    const auto entries = [channel] {
-        QStringList texts;
-        for (int i = 0; i < channel->count(); ++i) {
-            texts.append(channel->itemText(i));
-        }
-        return texts;
-    };
-    EXPECT_EQ(entries(), QStringList({"Auto (best channel)", "Channel 1"}));
-    EXPECT_EQ(channel->currentIndex(), 0);
+    ASSERT_EQ(channel->count(), 2);
+    EXPECT_EQ(channel->itemText(1), "Channel 1");
+    EXPECT_EQ(channel->currentText(), "Auto (best channel)");
     pick(screen.ltcFilePicker(), input("stamp/Sc12_T03_Lavs.wav"));
-    EXPECT_EQ(entries().size(), 5);
+    EXPECT_EQ(channel->count(), 5);
     pick(channel, 4);
     EXPECT_EQ(stamp.ltcChannelChoice(), 4);
     // Back to a file without a fourth channel: Auto again.
     pick(screen.ltcFilePicker(), input("stamp/Sc12_T03_Boom.wav"));
-    EXPECT_EQ(entries().size(), 3);
+    EXPECT_EQ(channel->count(), 3);
     EXPECT_EQ(channel->currentText(), "Auto (best channel)");
     EXPECT_EQ(stamp.ltcChannelChoice(), 0);
 

@@ -10,31 +10,23 @@ namespace norvane::gui {
 namespace {
 
 using Point = CutTimelineStrip::Point;
-using Segment = CutTimelineStrip::Segment;
 
-class CutTimelineStripTest : public ::testing::Test {
-  protected:
-    // Ten seconds at 48 kHz, one window a second: LTC from 10:00:00:00 for
-    // four seconds, then a jump back to 09:00:00:00 (25 fps frame counts).
-    static void fill(CutTimelineStrip& strip) {
-        QVector<Point> points;
-        for (int second = 0; second < 10; ++second) {
-            const std::int64_t base = second < 4 ? 900000 : 810000;
-            const int offset = second < 4 ? second : second - 4;
-            points.append({second * 48000LL, base + offset * 25,
-                           QString("%1:00:0%2:00").arg(second < 4 ? 10 : 9).arg(offset)});
-        }
-        // Given out of order on purpose.
-        strip.setData(points, {{192000, 480000, 2}, {0, 192000, 1}}, 480000, 48000);
-    }
-};
-
-// Cuts sit at the start of every later segment; the jump is not drawn as a
-// slope; the pointer's position is described.
-TEST_F(CutTimelineStripTest, CutsSitAtTheStartOfEveryLaterSegment) {
+// Ten seconds at 48 kHz, one window a second: LTC from 10:00:00:00 for four
+// seconds, then a jump back to 09:00:00:00 (25 fps frame counts). Cuts sit at
+// the start of every later segment; the jump is not drawn as a slope; the
+// pointer's position is described.
+TEST(CutTimelineStripTest, CutsSitAtTheStartOfEveryLaterSegment) {
     CutTimelineStrip strip;
     strip.resize(508, 160);
-    fill(strip);
+    QVector<Point> points;
+    for (int second = 0; second < 10; ++second) {
+        const std::int64_t base = second < 4 ? 900000 : 810000;
+        const int offset = second < 4 ? second : second - 4;
+        points.append({second * 48000LL, base + offset * 25,
+                       QString("%1:00:0%2:00").arg(second < 4 ? 10 : 9).arg(offset)});
+    }
+    // Segments given out of order on purpose.
+    strip.setData(points, {{192000, 480000, 2}, {0, 192000, 1}}, 480000, 48000);
     ASSERT_EQ(strip.cutSamples(), QVector<std::int64_t>({192000}));
     const QRectF plot = strip.plotRect();
     EXPECT_DOUBLE_EQ(strip.xForSample(0), plot.left());
@@ -68,7 +60,7 @@ TEST_F(CutTimelineStripTest, CutsSitAtTheStartOfEveryLaterSegment) {
     EXPECT_TRUE(strip.describePosition(strip.xForSample(0)).endsWith("Segment 1"));
 }
 
-TEST_F(CutTimelineStripTest, EmptyOrDegenerateDataPaintsWithoutData) {
+TEST(CutTimelineStripTest, EmptyOrDegenerateDataPaintsWithoutData) {
     CutTimelineStrip strip;
     strip.resize(300, 100);
     EXPECT_TRUE(strip.isEmpty());
