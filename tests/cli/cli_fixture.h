@@ -37,6 +37,13 @@ class CommandTest : public ::testing::Test {
                           cliPath().string() + "' " + arguments);
     }
 
+    // `norvane <arguments>`, which must succeed (exit 0).
+    CommandResult succeeds(const std::string& arguments) const {
+        CommandResult result = norvane(arguments);
+        EXPECT_EQ(result.exitCode, 0) << arguments << "\n" << result.err;
+        return result;
+    }
+
     void write(const std::string& name, ByteView bytes) const {
         std::filesystem::create_directories((dir / name).parent_path());
         writeFile(dir / name, bytes, WriteMode::replaceAtomically);

@@ -22,8 +22,7 @@ using InfoCommandTest = CommandTest;
 
 TEST_F(InfoCommandTest, TextAndJSONAtEveryRate) {
     write("a.wav", stampedFile());
-    auto r = norvane("info a.wav");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto r = succeeds("info a.wav");
     for (const char* line :
          {"2 channel(s), 48000 Hz, 24-bit, block align 6", "frames: 480",
           "fmt  (16), bext (602), iXML (53), data (2880)",
@@ -36,8 +35,7 @@ TEST_F(InfoCommandTest, TextAndJSONAtEveryRate) {
     for (const auto& [fps, timecode] :
          {std::pair{"24", "01:00:00:00"}, std::pair{"29.97df", "01:00:00;00"},
           std::pair{"29.97", "00:59:56:12"}}) {
-        r = norvane(std::string("info --json a.wav --fps ") + fps);
-        ASSERT_EQ(r.exitCode, 0) << r.err;
+        r = succeeds(std::string("info --json a.wav --fps ") + fps);
         EXPECT_EQ(json::parse(r.out)[0]["timecode"], timecode) << fps;
     }
 
@@ -87,8 +85,7 @@ TEST_F(InfoCommandTest, RecorderFilesShowTheirOwnRateTracksAndTake) {
     fs::create_directories(dir / "day" / "sub");
     fs::copy_file(take, dir / "day" / "sub" / "A101_1.WAV");
     write("day/notes.txt", "");
-    auto r = norvane("info --fps 25 day");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto r = succeeds("info --fps 25 day");
     for (const char* line :
          {"A101_1.WAV\n",
           "2190940753 samples, timecode at 23.976 (the file's iXML rate): 12:39:59:00",
@@ -109,8 +106,7 @@ TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
     write("in/day2/Take1.WAV", makeFloat32(48000, {{0.5f}, {0.1f}, {0.2f}}));
     write("in/mono.wav", makePcm16(48000, {{0.5f}}));
     write("in/notes.txt", "");
-    auto r = norvane("split in -o out");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto r = succeeds("split in -o out");
     EXPECT_EQ(r.out,
               "Wrote 2 channel file(s) for Take1.wav.\n"
               "Wrote 3 channel file(s) for Take1.WAV.\n"
@@ -126,8 +122,7 @@ TEST_F(SplitCommandTest, SplitsFoldersAndReports) {
     EXPECT_EQ(r.err,
               "error: Output file already exists: Take1_CH01.wav. Enable overwrite or choose "
               "another folder.\n");
-    r = norvane("split --overwrite --sync --json in/Take1.wav in/mono.wav -o out");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = succeeds("split --overwrite --sync --json in/Take1.wav in/mono.wav -o out");
     const auto j = json::parse(r.out);
     EXPECT_EQ(j["fileResults"][0]["outputURLs"][1], (dir / "out" / "Take1_CH02.wav").string());
     EXPECT_EQ(j["fileResults"][1]["skipReason"], "File has one channel; nothing to split.");

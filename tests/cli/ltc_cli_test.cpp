@@ -10,25 +10,22 @@ namespace {
 using LTCCommandTest = CommandTest;
 
 TEST_F(LTCCommandTest, GenLtcThenDecodeFindsTheStartOnTheLTCChannel) {
-    auto gen = norvane(
+    auto gen = succeeds(
         "gen-ltc -o take.wav --start 10:00:00:00 --fps 25 --seconds 2 --channels 4 "
         "--ltc-channel 3 --format pcm16 --lead-in 480");
-    ASSERT_EQ(gen.exitCode, 0) << gen.err;
     EXPECT_THAT(gen.out, HasSubstr("LTC on channel 3 at 25 from 10:00:00:00"));
     EXPECT_EQ(WAVFile(dir / "take.wav").frameCount(), 96000);
 
     // Without --channel every channel is tried and the LTC channel wins; with
     // -v the frame-rate diagnostics go to standard error, without, nowhere.
-    auto decoded = norvane("decode -v take.wav --json");
-    ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
+    auto decoded = succeeds("decode -v take.wav --json");
     const auto j = json::parse(decoded.out);
     EXPECT_EQ(j["channel"], 3);
     EXPECT_EQ(j["timecode"], "10:00:00:00");
     EXPECT_NEAR(j["firstValidSample"].get<double>(), 480, 5);
     EXPECT_THAT(decoded.err, HasSubstr("Auto FPS candidates:"));
 
-    auto text = norvane("decode take.wav --channel 3 --fps 25");
-    ASSERT_EQ(text.exitCode, 0) << text.err;
+    auto text = succeeds("decode take.wav --channel 3 --fps 25");
     EXPECT_THAT(text.out, HasSubstr("timecode: 10:00:00:00\nframe rate: 25\n"));
     EXPECT_EQ(text.err, "");
 
@@ -44,8 +41,7 @@ TEST_F(LTCCommandTest, TimelineShowsBothSidesOfAJump) {
         "--jump '1.5=14:30:00;00'");
     ASSERT_EQ(gen.exitCode, 0) << gen.err;
     EXPECT_THAT(gen.out, HasSubstr("jump at 1.500 s to 14:30:00;00"));
-    auto r = norvane("decode jump.wav --fps 29.97df --timeline --json");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto r = succeeds("decode jump.wav --fps 29.97df --timeline --json");
     const auto j = json::parse(r.out);
     EXPECT_EQ(j["timecode"], "01:00:00;00");
     EXPECT_EQ(j["frameRate"], "29.97 DF");

@@ -14,8 +14,7 @@ class SettingsCommandTest : public CommandTest {
 };
 
 TEST_F(SettingsCommandTest, ShowListsEveryKeyInOrderWithoutWriting) {
-    const auto result = settings("show");
-    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const auto result = succeeds("settings show");
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 20);
     EXPECT_THAT(result.out, StartsWith("settings.defaultFrameRatePreset = Auto\n"));
@@ -28,8 +27,7 @@ TEST_F(SettingsCommandTest, ShowListsEveryKeyInOrderWithoutWriting) {
 }
 
 TEST_F(SettingsCommandTest, SetSavesTypedValuesThatGetAndJsonShowBack) {
-    auto result = settings("set defaultFrameRatePreset 29.97df");
-    ASSERT_EQ(result.exitCode, 0) << result.err;
+    auto result = succeeds("settings set defaultFrameRatePreset 29.97df");
     EXPECT_EQ(result.out, "settings.defaultFrameRatePreset = 29.97 DF\n");
     // Relative paths are saved absolute, resolved from where the command ran.
     for (const char* set : {"settings.defaultGroupedLTCChannel 4", "defaultIncludeLTCOutputs true",
@@ -42,8 +40,7 @@ TEST_F(SettingsCommandTest, SetSavesTypedValuesThatGetAndJsonShowBack) {
     EXPECT_EQ(settings("get polySplitDefaultOutputFolderPath").out,
               (dir.path() / "split").string() + "\n");
 
-    result = settings("show --json");
-    ASSERT_EQ(result.exitCode, 0) << result.err;
+    result = succeeds("settings show --json");
     const auto shown = json::parse(result.out);
     EXPECT_EQ(shown.size(), 20u);
     EXPECT_EQ(shown["settings.defaultGroupedLTCChannel"], 4);
@@ -76,8 +73,7 @@ TEST_F(SettingsCommandTest, RefusesUnknownKeysAndValuesWithWhatIsAccepted) {
 TEST_F(SettingsCommandTest, ResetAndACorruptFileGiveTheDefaults) {
     ASSERT_EQ(settings("set outputFilenameSuffix _stamped").exitCode, 0);
     ASSERT_EQ(settings("set defaultOutputFolderPath /media/out").exitCode, 0);
-    const auto result = settings("reset");
-    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const auto result = succeeds("settings reset");
     EXPECT_THAT(result.out, HasSubstr("reset to system defaults"));
     EXPECT_EQ(settings("get outputFilenameSuffix").out, "_tc\n");
     EXPECT_EQ(settings("get defaultOutputFolderPath").out, home.string() + "\n");

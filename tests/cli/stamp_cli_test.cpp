@@ -23,22 +23,18 @@ class StampCommandTest : public CommandTest {
         writeLTCFile(dir / "in" / "Take 1 LTC.wav", FrameRatePreset::fps25, start, leadIn, 3, 2, 2,
                      std::move(jumps));
     }
-    std::uint64_t timeReference(const std::string& name) {
-        return sndfileTimeReference(dir / name).value_or(0);
-    }
 };
 
 const std::string kLTC = " --ltc 'in/Take 1 LTC.wav' ";
 
 TEST_F(StampCommandTest, ReportsInTextAndJSONAndAsksBeforeReplacing) {
     write("in/notes.txt", "x");
-    auto run = norvane("stamp in in/notes.txt -o out --fps 25" + kLTC);
-    ASSERT_EQ(run.exitCode, 0) << run.err;
+    auto run = succeeds("stamp in in/notes.txt -o out --fps 25" + kLTC);
     EXPECT_THAT(run.out, HasSubstr("Calculated file-set start TC: 09:59:59:24\n"));
     EXPECT_THAT(run.out, HasSubstr("Output files:\n- Take 1 Boom_tc.wav\n"));
     EXPECT_THAT(run.err, HasSubstr("Ignored notes.txt (not a WAV file)."));
     // One frame before 10:00:00:00 at 1,920 samples per frame.
-    EXPECT_EQ(timeReference("out/Take 1 Boom_tc.wav"), (36000u * 25u - 1u) * 1920u);
+    EXPECT_EQ(sndfileTimeReference(dir / "out/Take 1 Boom_tc.wav"), (36000u * 25u - 1u) * 1920u);
     EXPECT_EQ(entries("out"), 2u);  // the output and the CSV log
 
     // Under "Ask" an existing output stops the run before anything is written.
@@ -49,9 +45,8 @@ TEST_F(StampCommandTest, ReportsInTextAndJSONAndAsksBeforeReplacing) {
 
     // JSON names the outputs in UTF-8 even where the file name is not.
     writeStem(dir / "in/Take 1 \xff.wav", 3, 1);
-    auto kept = norvane(
+    auto kept = succeeds(
         "stamp in -o out --fps 25 --collision keep-both --json --include-ltc --sync" + kLTC);
-    ASSERT_EQ(kept.exitCode, 0) << kept.err;
     const auto report = json::parse(kept.out);
     EXPECT_THAT(report["outputFiles"].get<std::vector<std::string>>(),
                 ::testing::UnorderedElementsAre("Take 1 Boom_tc_2.wav", "Take 1 LTC_tc.wav",
@@ -95,16 +90,14 @@ TEST_F(StampCommandTest, ExitCodesOfFailures) {
 TEST_F(StampCommandTest, FindsTheLTCByItsSignalAndShowsDiagnosticsOnlyWhenVerbose) {
     // The LTC file's name says nothing; its second channel carries the code.
     fs::rename(dir / "in" / "Take 1 LTC.wav", dir / "in" / "Take 1 A.wav");
-    auto run = norvane("stamp in -o out --fps 25");
-    ASSERT_EQ(run.exitCode, 0) << run.err;
+    auto run = succeeds("stamp in -o out --fps 25");
     EXPECT_THAT(run.err, HasSubstr("LTC: Take 1 A.wav, channel 2 (25 fps, starts "));
     EXPECT_THAT(run.out, HasSubstr("Calculated file-set start TC: 09:59:59:24\n"));
     EXPECT_THAT(run.err, Not(HasSubstr("Auto FPS")));
 
     // --channel names the LTC channel (--ltc-channel stays an alias);
     // --overwrite replaces what the first run wrote.
-    auto again = norvane("stamp in -o out --channel 2 --overwrite --verbose");
-    ASSERT_EQ(again.exitCode, 0) << again.err;
+    auto again = succeeds("stamp in -o out --channel 2 --overwrite --verbose");
     EXPECT_THAT(again.err, HasSubstr("channel 2"));
     EXPECT_THAT(again.err, HasSubstr("Auto FPS candidates:"));
     EXPECT_EQ(norvane("stamp in -o out --ltc-channel 2 --overwrite").exitCode, 0);
@@ -121,15 +114,13 @@ TEST_F(StampCommandTest, SavedSettingsAreTheDefaultsOfTheFlags) {
           "settings.defaultOutputFolderPath chosen"}) {
         ASSERT_EQ(norvane(std::string("settings set ") + setting).exitCode, 0) << setting;
     }
-    auto cut = norvane("stamp in --mode cut --json" + kLTC);
-    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    auto cut = succeeds("stamp in --mode cut --json" + kLTC);
     const auto report = json::parse(cut.out);
     EXPECT_EQ(report["timeReferenceMode"], "sample");
     EXPECT_EQ(report["outputFiles"],
               json::array({"Take 1 Boom_seg001_synced.wav", "Take 1 Boom_seg002_synced.wav"}));
-    EXPECT_EQ(timeReference("chosen/Take 1 Boom_seg001_synced.wav"), 90000u * 1920u);
-    auto given = norvane("stamp in -o given --time-reference frame --json" + kLTC);
-    ASSERT_EQ(given.exitCode, 0) << given.err;
+    EXPECT_EQ(sndfileTimeReference(dir / "chosen/Take 1 Boom_seg001_synced.wav"), 90000u * 1920u);
+    auto given = succeeds("stamp in -o given --time-reference frame --json" + kLTC);
     EXPECT_EQ(json::parse(given.out)["timeReferenceMode"], "frame");
 }
 

@@ -39,11 +39,17 @@ std::string cli(const testing::TempDir& dir) {
     return "NORVANE_SETTINGS=" + quoted(dir / "settings.json") + " " + quoted(testing::cliPath());
 }
 
+// Runs `command`, which must succeed (exit 0).
+testing::CommandResult succeeds(const std::string& command) {
+    testing::CommandResult result = runCommand(command);
+    EXPECT_EQ(result.exitCode, 0) << command << "\n" << result.err;
+    return result;
+}
+
 // `seconds` of 25 fps LTC from 10:00:00:00, written by the command line itself.
 void genLTC(const testing::TempDir& dir, const fs::path& path, int seconds = 1) {
-    const auto r = runCommand(cli(dir) + " gen-ltc -o " + quoted(path) +
-                              " --start 10:00:00:00 --fps 25 --seconds " + std::to_string(seconds));
-    EXPECT_EQ(r.exitCode, 0) << r.err;
+    succeeds(cli(dir) + " gen-ltc -o " + quoted(path) + " --start 10:00:00:00 --fps 25 --seconds " +
+             std::to_string(seconds));
 }
 
 // "stamp FILES... LTC --ltc LTC --fps 25 ARGS".
@@ -187,8 +193,7 @@ TEST(HostileEnvironmentTest, SignalsCancelRunsAndLeaveNothingBehind) {
 // source folder (also through a symbolic link). Nothing at all is written.
 TEST(HostileEnvironmentTest, NoRunReplacesItsOwnInput) {
     testing::TempDir dir;
-    auto r = runCommand(cli(dir) + " demo " + quoted(dir / "d"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto r = succeeds(cli(dir) + " demo " + quoted(dir / "d"));
     const fs::path rb = dir / "d" / "rebuild";
     ASSERT_TRUE(fs::exists(rb / "source_timeline.fcpxml"));
     auto before = snapshot(rb);
@@ -239,9 +244,8 @@ TEST(HostileEnvironmentTest, NamesAreUniqueAcrossTheRun) {
     testing::writeBytes(made(dir / "in/C") / "Take1 (2).wav", smallPoly(2, 300));
     for (const char* flag : {"", " --overwrite"}) {
         const fs::path out = dir / (std::string("out") + (flag[0] ? "-o" : ""));
-        auto r = runCommand(cli(dir) + " split --json " + quoted(dir / "in") + " -o " +
-                            quoted(out) + flag);
-        ASSERT_EQ(r.exitCode, 0) << r.err;
+        auto r = succeeds(cli(dir) + " split --json " + quoted(dir / "in") + " -o " + quoted(out) +
+                          flag);
         const auto report = nlohmann::json::parse(r.out);
         EXPECT_EQ(report["outputPaths"].size(), 6u);
         EXPECT_EQ(names(out),
@@ -329,15 +333,13 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
     // rebuild --json into a folder whose name is not UTF-8; a synced file whose
     // name is not UTF-8 and holds no event index is named as such, never as
     // an event numbered by a sentinel
-    r = runCommand(cli(dir) + " demo " + quoted(dir / "d"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = succeeds(cli(dir) + " demo " + quoted(dir / "d"));
     const fs::path rb = dir / "d" / "rebuild";
     const std::string rebuild = cli(dir) + " rebuild --json --source-xml " +
                                 quoted(rb / "source_timeline.fcpxml") + " --stereo-mix " +
                                 quoted(rb / "stereo_mix.wav") + " --synced " +
                                 quoted(rb / "synced") + " -o ";
-    r = runCommand(rebuild + quoted(made(dir / "out\xff")));
-    EXPECT_EQ(r.exitCode, 0) << r.err;
+    r = succeeds(rebuild + quoted(made(dir / "out\xff")));
     EXPECT_TRUE(nlohmann::json::accept(r.out)) << r.out;
     fs::copy_file(rb / "synced" / *names(rb / "synced").begin(), rb / "synced" / "take\xff.wav");
     r = runCommand(rebuild + quoted(dir / "out2"));
@@ -348,9 +350,8 @@ TEST(HostileEnvironmentTest, BadBytesLongNamesAndUmask) {
     // the CSV log of a stamp whose source name is not UTF-8
     genLTC(dir, in / "ltc\xff.wav");
     testing::writeBytes(in / "boom\xfe.wav", smallPoly(1, 4800));
-    r = runCommand(stampCommand(dir, {in / "boom\xfe.wav"}, in / "ltc\xff.wav",
-                                "--json -o " + quoted(dir / "st")));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = succeeds(stampCommand(dir, {in / "boom\xfe.wav"}, in / "ltc\xff.wav",
+                              "--json -o " + quoted(dir / "st")));
     const std::string log =
         testing::readText(nlohmann::json::parse(r.out)["csvLogURL"].get<std::string>());
     EXPECT_EQ(validUTF8(log), log);
@@ -377,17 +378,15 @@ TEST(HostileEnvironmentTest, HeaderLiesAndNonRegularFilesAreCaught) {
     const auto before = snapshot(in);
     const std::string warning = "crash.wav: the data chunk size does not match the file";
 
-    auto r = runCommand(cli(dir) + " stamp --json " + quoted(in / "crash.wav") + " --fps 25 -o " +
-                        quoted(dir / "st"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto r = succeeds(cli(dir) + " stamp --json " + quoted(in / "crash.wav") + " --fps 25 -o " +
+                      quoted(dir / "st"));
     EXPECT_THAT(nlohmann::json::parse(r.out)["warnings"].dump(), HasSubstr(warning));
     EXPECT_EQ(testing::sndfileFrames(dir / "st" / "crash_tc.wav"), 96000);
     EXPECT_EQ(testing::sndfileTimeReference(dir / "st" / "crash_tc.wav"), 36000u * 48000u);
 
     ASSERT_EQ(::mkfifo((in / "pipe.wav").c_str(), 0600), 0);
-    r = runCommand("timeout 60 env " + cli(dir) + " split --json " + quoted(in) + " -o " +
-                   quoted(dir / "sp"));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = succeeds("timeout 60 env " + cli(dir) + " split --json " + quoted(in) + " -o " +
+                 quoted(dir / "sp"));
     const auto split = nlohmann::json::parse(r.out)["fileResults"];
     ASSERT_EQ(split.size(), 3u) << r.out;
     for (const auto& file : split) {

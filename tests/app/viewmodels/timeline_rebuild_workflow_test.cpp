@@ -58,14 +58,6 @@ bool idle(const TimelineRebuildWorkflow& rebuild) {
     return testing::waitUntil([&] { return !rebuild.isBusy(); });
 }
 
-QList<bool> readiness(const TimelineRebuildWorkflow& rebuild) {
-    QList<bool> ready;
-    for (const QVariant& item : rebuild.readinessItems()) {
-        ready.append(item.toMap().value("isReady").toBool());
-    }
-    return ready;
-}
-
 QStringList itemTexts(const TimelineRebuildWorkflow& rebuild) {
     QStringList messages;
     for (const QVariant& item : rebuild.validationItems()) {
@@ -103,7 +95,12 @@ TEST(TimelineRebuildWorkflowTest, InputChecksReadinessAndRememberedLocations) {
     for (const auto& [step, message, ready] : steps) {
         step();
         EXPECT_EQ(rebuild.checkInputs(), message);
-        EXPECT_EQ(readiness(rebuild).count(true), ready) << message.toStdString();
+        const QVariantList items = rebuild.readinessItems();
+        EXPECT_EQ(
+            std::count_if(items.begin(), items.end(),
+                          [](const QVariant& i) { return i.toMap().value("isReady").toBool(); }),
+            ready)
+            << message.toStdString();
     }
     rebuild.continueToMapping();
     EXPECT_EQ(rebuild.step(), "mapping");
