@@ -62,6 +62,11 @@ void writeText(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
+std::size_t entryCount(const fs::path& folder) {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
 CommandResult runCommand(const std::string& command) {
     TempDir scratch;
     const fs::path out = scratch / "out";

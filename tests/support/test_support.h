@@ -37,6 +37,9 @@ class TempDir {
 std::string readText(const std::filesystem::path& path);
 void writeText(const std::filesystem::path& path, const std::string& text);
 
+// The number of entries in a folder.
+std::size_t entryCount(const std::filesystem::path& folder);
+
 // The what() of the exception `action` throws; "" when it throws none.
 template <typename F>
 std::string thrownMessage(F&& action) {

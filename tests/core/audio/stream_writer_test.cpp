@@ -127,6 +127,10 @@ TEST(StreamWriterTest, OutputsPast4GiBAreRF64) {
     }
     const WavReader reader(dir / "big.wav");
     EXPECT_EQ(static_cast<std::uint64_t>(reader.frameCount()), frames);
+    EXPECT_TRUE(reader.warnings().empty());
+    std::vector<std::byte> last(3, std::byte{1});  // past 4 GiB in the file
+    reader.readFrames(reader.frameCount() - 1, 1, last);
+    EXPECT_EQ(last[2], std::byte{0});
     const testing::SndfileView view = testing::openWithSndfile(dir / "big.wav", false);
     EXPECT_EQ(static_cast<std::uint64_t>(view.frames), frames);
     EXPECT_EQ(view.format & SF_FORMAT_TYPEMASK, SF_FORMAT_RF64);

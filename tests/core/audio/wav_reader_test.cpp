@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -151,12 +152,9 @@ TEST(WavReaderTest, RefusesWhatIsNotARegularFileWithoutWaiting) {
     testing::TempDir dir;
     ASSERT_EQ(::mkfifo((dir / "pipe.wav").c_str(), 0600), 0);
     // Opening a FIFO for reading would wait for a writer forever.
-    try {
-        WavReader reader(dir / "pipe.wav");
-        FAIL();
-    } catch (const WAVError& e) {
-        EXPECT_EQ(e.kind(), WAVError::Kind::notRegularFile);
-    }
+    EXPECT_THAT([&] { WavReader reader(dir / "pipe.wav"); },
+                ::testing::Throws<WAVError>(
+                    ::testing::Property(&WAVError::kind, WAVError::Kind::notRegularFile)));
     EXPECT_THROW(WavReader("/dev/zero"), WAVError);
 }
 
@@ -209,30 +207,21 @@ TEST(WavReaderTest, ReadsRF64InMemoryAndAgreesWithLibsndfile) {
     }
 }
 
-TEST(WavReaderTest, ReadsFilesBeyond4GiBWithoutLoadingThem) {
+// An RF64 file past 4 GiB is the stream writer's test (its own layout, read
+// back by libsndfile and this reader).
+TEST(WavReaderTest, ACutOffRIFFFileIsReadBeyond4GiB) {
     testing::TempDir dir;
     const std::uint64_t dataSize = 4800000000ull;  // 8 ch x 24 bit: 200 M frames
-    const ByteBuffer head = rf64Header(dataSize, 8, 24);
-    if (!testing::makeSparse(dir / "big.wav", head, head.size() + dataSize)) {
-        GTEST_SKIP() << "the temporary folder's file system does not keep sparse files";
-    }
-    const WavReader reader(dir / "big.wav");
-    EXPECT_EQ(reader.frameCount(), 200000000);
-    EXPECT_TRUE(reader.warnings().empty());
-    std::vector<std::byte> last(24, std::byte{1});
-    reader.readFrames(reader.frameCount() - 1, 1, last);
-    EXPECT_EQ(last[23], std::byte{0});
-    // libsndfile's reading of the header (not of the samples: no 4.8 GB read).
-    EXPECT_EQ(testing::openWithSndfile(dir / "big.wav", false).frames, 200000000);
-
-    // The same audio in a plain RIFF file whose header was never finished
-    // (0xFFFFFFFF) is a cut-off recording read to its end.
+    // A plain RIFF file whose header was never finished (0xFFFFFFFF) is a
+    // cut-off recording read to its end.
     WavRecipe recipe;
     recipe.channels = 8;
     recipe.bits = 24;
     recipe.dataDeclaredSize = 0xFFFFFFFF;
     const ByteBuffer riffHead = makeWav(recipe);
-    ASSERT_TRUE(testing::makeSparse(dir / "cut.wav", riffHead, riffHead.size() + dataSize + 5));
+    if (!testing::makeSparse(dir / "cut.wav", riffHead, riffHead.size() + dataSize + 5)) {
+        GTEST_SKIP() << "the temporary folder's file system does not keep sparse files";
+    }
     const WavReader cut(dir / "cut.wav");
     EXPECT_TRUE(cut.dataCutOff());
     EXPECT_EQ(cut.frameCount(), 200000000);

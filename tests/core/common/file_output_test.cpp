@@ -10,11 +10,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::size_t entries(const fs::path& dir) {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
-}
-
 const ByteBuffer kOld = {'o', 'l', 'd'};
 const ByteBuffer kNew = {'n', 'e', 'w', '!'};
 
@@ -25,20 +20,20 @@ TEST(FileOutputTest, ReplaceAtomicallyAndDiscardedOutputs) {
     writeFile(dir / "out.wav", kOld, WriteMode::replaceAtomically);
     writeFile(dir / "out.wav", kNew, WriteMode::replaceAtomically);
     EXPECT_EQ(readWholeFile(dir / "out.wav"), kNew);
-    EXPECT_EQ(entries(dir.path()), 1u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 1u);
     {
         OutputFile out(dir / "half.wav", WriteMode::replaceAtomically);
         out.write(kNew);
-        EXPECT_EQ(entries(dir.path()), 2u);  // the hidden temporary
+        EXPECT_EQ(testing::entryCount(dir.path()), 2u);  // the hidden temporary
         EXPECT_FALSE(fs::exists(dir / "half.wav"));
     }
-    EXPECT_EQ(entries(dir.path()), 1u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 1u);
     EXPECT_THROW(writeFile(dir / "no" / "x.wav", kNew, WriteMode::createNew), fs::filesystem_error);
     // A folder standing at the destination makes the final rename fail.
     fs::create_directory(dir / "x.wav");
     EXPECT_THROW(writeFile(dir / "x.wav", kNew, WriteMode::replaceAtomically),
                  fs::filesystem_error);
-    EXPECT_EQ(entries(dir.path()), 2u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 2u);
     EXPECT_TRUE(fs::is_empty(dir / "x.wav"));
 }
 
@@ -55,7 +50,7 @@ TEST(FileOutputTest, CreateNewRefusesAnExistingFile) {
         EXPECT_NE(describeError(e).find("File exists"), std::string::npos) << describeError(e);
     }
     EXPECT_EQ(readWholeFile(target), kNew);
-    EXPECT_EQ(entries(dir.path()), 1u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 1u);
     EXPECT_THROW(readWholeFile(dir / "missing"), fs::filesystem_error);
     EXPECT_THROW(readWholeFile(dir.path()), fs::filesystem_error);
 }

@@ -21,11 +21,6 @@ namespace fs = std::filesystem;
 const ByteBuffer kInput = {'i', 'n', 'p', 'u', 't'};
 const ByteBuffer kOutput = {'o', 'u', 't'};
 
-std::size_t entries(const fs::path& dir) {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
-}
-
 // The input itself, a symbolic link to it and a hard link to it are all the
 // input: none of them is replaced while the run lives, whatever the mode.
 TEST(OutputGuardTest, AnInputIsNeverReplacedThroughAnyOfItsNames) {
@@ -51,7 +46,7 @@ TEST(OutputGuardTest, AnInputIsNeverReplacedThroughAnyOfItsNames) {
         EXPECT_TRUE(run.wroteEarlier(dir / "other.wav"));
     }
     EXPECT_EQ(readWholeFile(input), kInput);
-    EXPECT_EQ(entries(dir.path()), 4u);  // no temporary left behind
+    EXPECT_EQ(testing::entryCount(dir.path()), 4u);  // no temporary left behind
     // Once the run is over the file is an ordinary output target again.
     writeFile(dir / "hard.wav", kOutput, WriteMode::replaceAtomically);
     EXPECT_EQ(readWholeFile(dir / "hard.wav"), kOutput);
@@ -65,7 +60,7 @@ TEST(OutputGuardTest, AFailedJobTakesBackWhatItWroteAndAKeptOneStays) {
         writeFile(dir / "2.wav", kOutput, WriteMode::createNew);
         EXPECT_EQ(job.committed().size(), 2u);
     }
-    EXPECT_EQ(entries(dir.path()), 0u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 0u);
     {
         JobOutputGuard job;
         writeFile(dir / "3.wav", kOutput, WriteMode::createNew);
@@ -87,7 +82,7 @@ TEST(OutputGuardTest, TemporaryNamesStayWithinNameMaxAndFinalNamesAreKept) {
         wide += "\xC3\xA9";  // é
     }
     writeFile(dir / (wide + ".wav"), kOutput, WriteMode::createNew);
-    EXPECT_EQ(entries(dir.path()), 5u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 5u);
 }
 
 TEST(OutputGuardTest, StaleTemporariesAreRemovedButLiveOnesAndOthersStay) {
@@ -110,13 +105,13 @@ TEST(OutputGuardTest, StaleTemporariesAreRemovedButLiveOnesAndOthersStay) {
     EXPECT_EQ(removeStaleTemporaries(dir.path(), runStart), 1u);
     ::close(held);
     EXPECT_FALSE(fs::exists(dir / ".A.wav.norvane-Ab12Cd"));
-    EXPECT_EQ(entries(dir.path()), 5u);
+    EXPECT_EQ(testing::entryCount(dir.path()), 5u);
     // The first output written into a folder sweeps it on its own.
     testing::TempDir other;
     testing::writeBytes(other / ".B.wav.norvane-000000", kOutput);
     setTime(other / ".B.wav.norvane-000000");
     writeFile(other / "B.wav", kOutput, WriteMode::createNew);
-    EXPECT_EQ(entries(other.path()), 1u);
+    EXPECT_EQ(testing::entryCount(other.path()), 1u);
 }
 
 }  // namespace

@@ -166,7 +166,7 @@ TEST_F(AppSettingsStoreTest, ChangesAreSavedAtOnceKeepingTypesAndForeignKeys) {
     EXPECT_EQ(reloaded.valueText("timelineRebuildRecentSyncedFolderPath"), "/media/day 1/synced");
     EXPECT_EQ(reloaded.defaultFrameRatePreset(), FrameRatePreset::fps23_976);
     // No temporary files are left beside the settings.
-    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1);
+    EXPECT_EQ(testing::entryCount(file.parent_path()), 1u);
 }
 
 TEST_F(AppSettingsStoreTest, ObserversHearEachChangeAndResetRestoresDefaults) {

@@ -24,14 +24,6 @@ ByteBuffer patternedData(std::size_t size) {
     return data;
 }
 
-std::vector<std::string> names(const std::vector<fs::path>& paths) {
-    std::vector<std::string> out;
-    for (const auto& p : paths) {
-        out.push_back(p.filename().string());
-    }
-    return out;
-}
-
 // Each sample layout once, at channel counts that change the stride: every
 // output holds its channel's bytes (taken independently from the source),
 // keeps the source's bext, and libsndfile reads it as a plain mono file.
@@ -119,9 +111,10 @@ TEST(PolyWavSplitTest, SortedInputsAndDisambiguatedNames) {
         dir / "out", false);
     ASSERT_EQ(report.fileResults.size(), 2u);
     EXPECT_EQ(report.fileResults[0].inputURL, dir / "A" / "Take1.wav");
-    EXPECT_EQ(names(report.outputPaths),
-              (std::vector<std::string>{"Take1_CH01.wav", "Take1_CH02.wav", "Take1 (2)_CH01.wav",
-                                        "Take1 (2)_CH02.wav"}));
+    const fs::path out = dir / "out";
+    EXPECT_EQ(report.outputPaths,
+              (std::vector<fs::path>{out / "Take1_CH01.wav", out / "Take1_CH02.wav",
+                                     out / "Take1 (2)_CH01.wav", out / "Take1 (2)_CH02.wav"}));
 }
 
 TEST(PolyWavSplitTest, SkippedFilesAndProgress) {
@@ -200,7 +193,7 @@ TEST(PolyWavSplitTest, CancellationWhileWriting) {
               }),
               "Split was cancelled.");
     // a.wav's two outputs stay; none of t.wav's, and no temporary file.
-    EXPECT_EQ(names({fs::directory_iterator(dir / "out"), fs::directory_iterator()}).size(), 2u);
+    EXPECT_EQ(testing::entryCount(dir / "out"), 2u);
     EXPECT_TRUE(fs::exists(dir / "out" / "a_CH02.wav"));
 }
 

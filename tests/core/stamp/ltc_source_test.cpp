@@ -1,5 +1,6 @@
 #include "core/stamp/ltc_source.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/core/stamp/stamp_fixtures.h"
@@ -32,12 +33,9 @@ TEST(LTCSourceTest, FindsTheChannelThatCarriesTheCode) {
     EXPECT_EQ(found.result.frameRate.label, "25");
     EXPECT_EQ(chooseLTCChannel(shortTake, std::nullopt, std::nullopt), 2);
     // A named channel is decoded as it is, even when it carries no code.
-    try {
-        decodeFileLTC(shortTake, 0, rate);
-        ADD_FAILURE();
-    } catch (const LTCDecodeError& e) {
-        EXPECT_EQ(e.kind(), LTCDecodeError::Kind::noFrameDetected);
-    }
+    EXPECT_THAT([&] { decodeFileLTC(shortTake, 0, rate); },
+                ::testing::Throws<LTCDecodeError>(::testing::Property(
+                    &LTCDecodeError::kind, LTCDecodeError::Kind::noFrameDetected)));
     EXPECT_EQ(chooseLTCChannel(shortTake, 7, std::nullopt), 2);  // clamped into the file
 }
 

@@ -19,11 +19,6 @@ using testing::describeAll;
 using testing::optionsFor;
 using testing::TempDir;
 
-std::size_t entries(const fs::path& folder) {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
-}
-
 fs::path ltc25(const TempDir& in, const std::string& name = "ltc.wav") {
     return testing::writeLTCFile(in / name, FrameRatePreset::fps25, {1, 0, 0, 0, false}, 0);
 }
@@ -196,7 +191,7 @@ TEST(StampProcessorTest, FailedJobsAreReportedAndLogged) {
         ASSERT_EQ(rows.size(), 2u);
         EXPECT_EQ(rows[1][8], "failed");
         EXPECT_EQ(rows[1][16], c.error);
-        EXPECT_EQ(entries(out.path()), 1u);
+        EXPECT_EQ(testing::entryCount(out.path()), 1u);
     }
 }
 
@@ -273,7 +268,7 @@ TEST(StampProcessorTest, VanishingFolderAndCancellationDuringJobs) {
               }),
               "Operation cancelled.");
     EXPECT_TRUE(fs::exists(out / "A-T1-stem_tc.wav"));
-    EXPECT_EQ(entries(out.path()), 1u);
+    EXPECT_EQ(testing::entryCount(out.path()), 1u);
 }
 
 TEST(StampProcessorTest, ConfidenceGate) {
