@@ -11,22 +11,13 @@
 namespace norvane {
 namespace {
 
-ByteView bextOf(const WAVFile& file) {
-    for (const WAVChunk& c : file.chunks()) {
-        if (c.id == "bext") {
-            return c.data;
-        }
-    }
-    return {};
-}
-
 TEST(BextTest, RecorderChunksDecodeAndEncodeBack) {
     const auto path = testing::sharedFixture("field/sd702T_A101_1.WAV");
     if (path.empty()) {
         return;
     }
     const WAVFile file(path);
-    const ByteView payload = bextOf(file);
+    const ByteView payload = file.firstChunk("bext")->data;
     const auto bext = decodeBext(payload);
     ASSERT_TRUE(bext);
     EXPECT_TRUE(bext->description.starts_with("sSPEED=023.976-ND\r\nsTAKE=1\r\n"));

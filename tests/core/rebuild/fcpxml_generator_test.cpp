@@ -21,17 +21,7 @@ using ::testing::HasSubstr;
 ResolveRebuildAudioInput audio(std::int64_t event, const std::string& key, const std::string& name,
                                std::int64_t frames, const std::string& timecode,
                                RationalTime start) {
-    ResolveRebuildAudioInput input;
-    input.url = "/takes/" + name + ".wav";
-    input.name = name;
-    input.eventOrder = event;
-    input.eventTimecode = timecode;
-    input.frameCount = frames;
-    input.sampleRate = 48000;
-    input.channels = 1;
-    input.trackKey = key;
-    input.sourceMediaStart = start;
-    return input;
+    return {"/takes/" + name + ".wav", name, event, timecode, frames, 48000, 1, key, start, {}};
 }
 
 StereoMixInfo mix(std::int64_t frames) {
@@ -59,6 +49,14 @@ std::string attrs(const XMLNode& node) {
     std::string out = node.name;
     for (const auto& [k, v] : node.attrs) {
         out += " " + k + "=" + v;
+    }
+    return out;
+}
+
+std::vector<std::string> childAttrs(const XMLNode& node) {
+    std::vector<std::string> out;
+    for (const auto& child : node.children) {
+        out.push_back(attrs(*child));
     }
     return out;
 }
@@ -99,11 +97,7 @@ TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
     EXPECT_EQ(attrs(*gaps[0]), "gap name=Gap start=3610/1s offset=3600/1s duration=251/25s");
     EXPECT_EQ(attrs(*gaps[1]), "gap name=Gap start=91512/25s offset=90251/25s duration=5/1s");
 
-    std::vector<std::string> first;
-    for (const auto& child : gaps[0]->children) {
-        first.push_back(attrs(*child));
-    }
-    EXPECT_THAT(first,
+    EXPECT_THAT(childAttrs(*gaps[0]),
                 ElementsAre("asset-clip lane=1 ref=cam1 name=CamA start=3610/1s offset=3610/1s "
                             "duration=251/25s tcFormat=NDF",
                             "asset-clip lane=2 ref=cam2 name=CamB start=3610/1s offset=3610/1s "
@@ -117,12 +111,8 @@ TEST(FCPXMLGenerator, PlacesEventsCamerasAndTracksOnExactTimes) {
                             "asset-clip lane=-3 name=evt1_trk2.wav start=3610/1s enabled=1 "
                             "ref=rA_2_evt1_trk2 duration=8/1s offset=3610/1s"));
 
-    std::vector<std::string> second;
-    for (const auto& child : gaps[1]->children) {
-        second.push_back(attrs(*child));
-    }
     // CamB's clip ends at 01:00:30:00: lane 2 holds a gap; Trk2 is missing too.
-    ASSERT_THAT(second,
+    ASSERT_THAT(childAttrs(*gaps[1]),
                 ElementsAre("asset-clip lane=1 ref=cam1 name=CamA start=91512/25s "
                             "offset=91512/25s duration=5/1s tcFormat=NDF",
                             "spine lane=2 offset=91512/25s",

@@ -9,23 +9,11 @@
 namespace norvane {
 namespace {
 
-// 20 s at 25 fps on `ltcChannel`, the code starting after `leadIn` samples of
-// silence; the other channels carry quiet tones.
-WAVFile recording(std::int64_t leadIn, int channels, int ltcChannel) {
-    LTCRecordingOptions options;
-    options.rate = testing::rateOf(FrameRatePreset::fps25);
-    options.start = {14, 0, 0, 0, false};
-    options.seconds = 20;
-    options.channels = channels;
-    options.ltcChannel = ltcChannel;
-    options.leadInSamples = leadIn;
-    return WAVFile::fromBytes(buildLTCRecording(options));
-}
-
 // Silence for the first 5 s of the LTC track (the third of four): the opening
 // stretch holds nothing, a later one does.
 TEST(LTCHealthTest, ProbeAndStretchesFindTheCodeOnAnyTrackAfterALeadIn) {
-    const WAVFile take = recording(5 * 48000, 4, 3);
+    const WAVFile take = WAVFile::fromBytes(buildLTCRecording(
+        testing::ltcOptions(FrameRatePreset::fps25, {14, 0, 0, 0, false}, 5 * 48000, 20, 4, 3)));
     const auto probe = probeLTC(take);
     ASSERT_TRUE(probe.has_value());
     EXPECT_EQ(probe->channelIndex, 2);

@@ -9,16 +9,10 @@
 namespace norvane {
 namespace {
 
+// 25 fps from 05:00:00:00.
 WAVFile recording(std::int64_t leadIn, double seconds, int channels, int ltcChannel) {
-    LTCRecordingOptions options;
-    options.rate = testing::rateOf(FrameRatePreset::fps25);
-    options.start = {5, 0, 0, 0, false};
-    options.seconds = seconds;
-    options.sampleRate = 48000;
-    options.channels = channels;
-    options.ltcChannel = ltcChannel;
-    options.leadInSamples = leadIn;
-    return WAVFile::fromBytes(buildLTCRecording(options));
+    return WAVFile::fromBytes(buildLTCRecording(testing::ltcOptions(
+        FrameRatePreset::fps25, {5, 0, 0, 0, false}, leadIn, seconds, channels, ltcChannel)));
 }
 
 TEST(LTCSourceTest, FindsTheChannelThatCarriesTheCode) {

@@ -26,12 +26,12 @@ inline FrameRateConfig rateOf(FrameRatePreset preset) {
     return *frameRateConfig(preset);
 }
 
-// LTC on `ltcChannel` (1-based) starting at `leadIn` samples with `start`.
-inline std::filesystem::path writeLTCFile(const std::filesystem::path& path, FrameRatePreset preset,
-                                          const Timecode& start, std::int64_t leadIn,
-                                          double seconds = 3, int channels = 1, int ltcChannel = 1,
-                                          std::vector<LTCRecordingJump> jumps = {},
-                                          std::int64_t sampleRate = 48000) {
+// LTC on `ltcChannel` (1-based) starting at `leadIn` samples with `start`;
+// the other channels carry quiet tones.
+inline LTCRecordingOptions ltcOptions(FrameRatePreset preset, const Timecode& start,
+                                      std::int64_t leadIn, double seconds = 3, int channels = 1,
+                                      int ltcChannel = 1, std::vector<LTCRecordingJump> jumps = {},
+                                      std::int64_t sampleRate = 48000) {
     LTCRecordingOptions options;
     options.rate = rateOf(preset);
     options.start = start;
@@ -41,7 +41,18 @@ inline std::filesystem::path writeLTCFile(const std::filesystem::path& path, Fra
     options.ltcChannel = ltcChannel;
     options.leadInSamples = leadIn;
     options.jumps = std::move(jumps);
-    writeLTCRecording(path, options, true);
+    return options;
+}
+
+inline std::filesystem::path writeLTCFile(const std::filesystem::path& path, FrameRatePreset preset,
+                                          const Timecode& start, std::int64_t leadIn,
+                                          double seconds = 3, int channels = 1, int ltcChannel = 1,
+                                          std::vector<LTCRecordingJump> jumps = {},
+                                          std::int64_t sampleRate = 48000) {
+    writeLTCRecording(path,
+                      ltcOptions(preset, start, leadIn, seconds, channels, ltcChannel,
+                                 std::move(jumps), sampleRate),
+                      true);
     return path;
 }
 

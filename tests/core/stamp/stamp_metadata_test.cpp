@@ -17,15 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::TempDir;
 
-const WAVChunk* chunkOf(const WAVFile& file, std::string_view id) {
-    for (const WAVChunk& c : file.chunks()) {
-        if (c.id == id) {
-            return &c;
-        }
-    }
-    return nullptr;
-}
-
 ByteBuffer bytes(ByteView view) {
     return ByteBuffer(view.begin(), view.end());
 }
@@ -70,8 +61,8 @@ TEST(StampMetadataTest, ARecorderTakeKeepsEveryElementAndFieldThroughARun) {
 
     const WAVFile source(take);
     const WAVFile stamped(out / "A101_1_tc.wav");
-    const BextChunk before = *decodeBext(chunkOf(source, "bext")->data);
-    BextChunk after = *decodeBext(chunkOf(stamped, "bext")->data);
+    const BextChunk before = *decodeBext(source.firstChunk("bext")->data);
+    BextChunk after = *decodeBext(stamped.firstChunk("bext")->data);
     EXPECT_EQ(after.timeReference, timeReference);
     EXPECT_EQ(after.codingHistory,
               before.codingHistory + "A=PCM,F=48000,W=24,M=stereo,T=Norvane LTC stamp\r\n");
@@ -96,7 +87,7 @@ TEST(StampMetadataTest, ARecorderTakeKeepsEveryElementAndFieldThroughARun) {
     EXPECT_EQ(stampedDoc->child("SPEED")->childText("TIMECODE_RATE"), "24000/1001");
     // The audio and the fmt chunk are the recorder's bytes.
     EXPECT_EQ(bytes(stamped.dataChunk()), bytes(source.dataChunk()));
-    EXPECT_EQ(bytes(chunkOf(stamped, "fmt ")->data), bytes(chunkOf(source, "fmt ")->data));
+    EXPECT_EQ(bytes(stamped.firstChunk("fmt ")->data), bytes(source.firstChunk("fmt ")->data));
     EXPECT_EQ(testing::sndfileTimeReference(out / "A101_1_tc.wav"), timeReference);
 }
 
@@ -113,10 +104,10 @@ TEST(StampMetadataTest, DAWChunksStayByteForByte) {
     EXPECT_EQ(testing::chunkIds(built),
               (std::vector<std::string>{"fmt ", "bext", "iXML", "data", "umid", "minf", "regn"}));
     for (const char* id : {"umid", "minf", "regn", "data", "fmt "}) {
-        EXPECT_EQ(bytes(chunkOf(stamped, id)->data), bytes(chunkOf(source, id)->data)) << id;
+        EXPECT_EQ(bytes(stamped.firstChunk(id)->data), bytes(source.firstChunk(id)->data)) << id;
     }
     // A version 0 bext is written as version 1; its fields stay.
-    const BextChunk bext = *decodeBext(chunkOf(stamped, "bext")->data);
+    const BextChunk bext = *decodeBext(stamped.firstChunk("bext")->data);
     EXPECT_EQ(bext.version, 1);
     EXPECT_EQ(bext.originatorReference, "aa4CKtcd13Vk");
     EXPECT_TRUE(bext.description.starts_with("dUBITS=12311804\r\n"));
@@ -162,7 +153,7 @@ TEST(StampMetadataTest, AnIXMLThatDoesNotParseIsKeptBesideTheNewOne) {
     const std::string doc =
         testing::ixmlFor(kStamp.rate, kStamp.start.description(), kStamp.timeReference);
     EXPECT_EQ(BWFReader::ixmlText(stamped), doc);
-    EXPECT_EQ(bytes(chunkOf(stamped, kUnreadableIXMLChunkId)->data),
+    EXPECT_EQ(bytes(stamped.firstChunk(kUnreadableIXMLChunkId)->data),
               ByteBuffer(broken.begin(), broken.end()));
 }
 

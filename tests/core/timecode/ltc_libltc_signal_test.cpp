@@ -26,14 +26,6 @@ double samplesPerFrame(const FrameRateConfig& rate, std::int64_t sampleRate) {
            static_cast<double>(rate.numerator);
 }
 
-// The timecode of the signal's sample 0 as the decode implies it, counted in
-// frames of `rate`: the frame-aligned start a stamp writes.
-std::int64_t impliedStart(const LTCDecodeResult& r, std::int64_t sampleRate) {
-    return TimecodeMath::frameCount(r.timecode, r.frameRate) -
-           r.direction * roundHalfAwayFromZero(r.firstValidPosition /
-                                               samplesPerFrame(r.frameRate, sampleRate));
-}
-
 // Checks one decode against the signal; returns nothing when it failed
 // cleanly. A result must name one of libltc's frames at libltc's position.
 std::optional<LTCDecodeResult> expectExact(const LibltcSignal& signal, const FrameRateConfig& rate,
@@ -160,14 +152,7 @@ TEST(LibltcSignalTest, LeadInsOfSilenceNoiseAndToneAreSearchedThrough) {
         const std::string context = std::string(leadIn.name) + " " + std::to_string(leadIn.samples);
         for (const auto& given :
              {std::optional<FrameRateConfig>(rate), std::optional<FrameRateConfig>()}) {
-            const auto r = expectExact(signal, rate, sr, given, context);
-            ASSERT_TRUE(r.has_value()) << context;
-            // Projected back to sample 0 through the lead-in.
-            EXPECT_EQ(impliedStart(*r, sr),
-                      TimecodeMath::frameCount(Timecode{10, 0, 0, 2}, rate) -
-                          roundHalfAwayFromZero(static_cast<double>(signal.frameStarts[0]) /
-                                                samplesPerFrame(rate, sr)))
-                << context;
+            EXPECT_TRUE(expectExact(signal, rate, sr, given, context).has_value()) << context;
         }
     }
 }
@@ -259,15 +244,12 @@ TEST(LibltcSignalTest, AChosenRateThatTheCodeContradictsIsAnError) {
 TEST(LibltcSignalTest, AutoDiagnosticNamesTheEvidence) {
     std::ostringstream text;
     setFrameRateDiagnosticsStream(&text);
-    const FrameRateConfig df = candidateFrameRates()[4];
-    const FrameRateConfig film = candidateFrameRates()[0];
-    EXPECT_EQ(
-        LTCDecoder::decode(libltcSignal(df, 48000, Timecode{1, 0, 59, 20, true}, 40).samples, 48000)
-            .frameRate,
-        df);
-    EXPECT_EQ(LTCDecoder::decode(libltcSignal(film, 48000, Timecode{1, 0, 0, 2}, 40).samples, 48000)
-                  .frameRate,
-              film);
+    for (const auto& [rate, start] :
+         {std::pair{candidateFrameRates()[4], Timecode{1, 0, 59, 20, true}},
+          std::pair{candidateFrameRates()[0], Timecode{1, 0, 0, 2}}}) {
+        EXPECT_EQ(LTCDecoder::decode(libltcSignal(rate, 48000, start, 40).samples, 48000).frameRate,
+                  rate);
+    }
     setFrameRateDiagnosticsStream(nullptr);
     const std::string out = text.str();
     for (const char* line : {"Auto FPS candidates:\n- 23.976: period=2002.000 measured=1601.6",
