@@ -69,6 +69,10 @@ TEST(BextTest, EveryFieldRoundTripsAndLibsndfileAgrees) {
     ASSERT_EQ(sf_command(file, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
     sf_close(file);
     EXPECT_STREQ(read.description, "Scene 4 take 2");
+    EXPECT_STREQ(read.originator, "Recorder");
+    EXPECT_STREQ(read.originator_reference, "REF0123456789");
+    EXPECT_EQ(std::string(read.origination_date, 10) + std::string(read.origination_time, 8),
+              "2026-11-2122:50:01");
     EXPECT_EQ(read.time_reference_high, 1u);
     EXPECT_EQ(read.time_reference_low, 2u);
     EXPECT_EQ(read.version, 2);

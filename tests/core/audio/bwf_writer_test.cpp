@@ -31,32 +31,22 @@ BWFStampInfo sampleStamp() {
     return stamp;
 }
 
-TEST(BWFWriterTest, BextLayout) {
+// The bext layout is the bext test's (read back by libsndfile); here how the
+// stamp's texts fit their fields.
+TEST(BWFWriterTest, StampTextsAreCutToTheirFieldsInBytes) {
     BWFStampInfo stamp = sampleStamp();
-    stamp.timeReferenceSamples = 4'294'967'298ULL;  // 2^32 + 2
-    const ByteBuffer bext = BWFWriter::encodeBext(stamp);
-    ASSERT_EQ(bext.size(), 602u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bext.data())), "Stamped by Norvane");
-    EXPECT_EQ(std::string(bext.begin() + 256, bext.begin() + 263), "Norvane");
-    EXPECT_EQ(bext[263], 0);
-    // The 36-character UUID is cut to the 32-byte field.
-    EXPECT_EQ(std::string(bext.begin() + 288, bext.begin() + 320),
-              "0123ABCD-4567-89EF-0123-456789AB");
-    EXPECT_EQ(std::string(bext.begin() + 320, bext.begin() + 330), "2026-11-21");
-    EXPECT_EQ(std::string(bext.begin() + 330, bext.begin() + 338), "22:50:01");
-    EXPECT_EQ(ByteBuffer(bext.begin() + 338, bext.begin() + 348),
-              (ByteBuffer{0x02, 0, 0, 0, 0x01, 0, 0, 0, 0x01, 0x00}));
-    for (std::size_t i = 348; i < 602; ++i) {
-        ASSERT_EQ(bext[i], 0) << i;
-    }
-    // Text fields are cut to their width in bytes, never overflowing the next.
     stamp.description = std::string(300, 'a');
     stamp.originator = std::string(31, 'o') + "\xC3\xA9";  // 31 bytes + a 2-byte character
-    const ByteBuffer cut = BWFWriter::encodeBext(stamp);
-    EXPECT_EQ(std::string(cut.begin(), cut.begin() + 256), std::string(256, 'a'));
-    EXPECT_EQ(cut[256], 'o');
-    EXPECT_EQ(cut[287], 0xC3);
-    EXPECT_EQ(cut[288], '0');  // the OriginatorReference
+    const ByteBuffer bext = BWFWriter::encodeBext(stamp);
+    ASSERT_EQ(bext.size(), 602u);
+    EXPECT_EQ(std::string(bext.begin(), bext.begin() + 256), std::string(256, 'a'));
+    EXPECT_EQ(bext[256], 'o');
+    EXPECT_EQ(bext[287], 0xC3);
+    // The 36-character UUID is cut to the 32-byte OriginatorReference.
+    EXPECT_EQ(std::string(bext.begin() + 288, bext.begin() + 320),
+              "0123ABCD-4567-89EF-0123-456789AB");
+    EXPECT_EQ(readLE64(bext, 338), 172'800'000u);
+    EXPECT_EQ(bext[346], 1);  // version 1
 }
 
 TEST(BWFWriterTest, ChunkPlacementPadBytesAndReadBack) {

@@ -63,34 +63,26 @@ TEST(SyncedAudioScan, MetadataPriorityAndProvenance) {
     writeSyncedWav(dir / "evt3_trk1.wav",
                    {48000, 48000, 1, {}, "<TIMECODE_RATE>25</TIMECODE_RATE>"});
 
-    auto rows =
-        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::bwfIXMLThenFilename, fps25(), fps25());
-    ASSERT_EQ(rows.size(), 4u);
-    EXPECT_EQ(rows[0].eventTimecode, "01:00:00:05");
-    EXPECT_EQ(rows[0].timecodeProvenance, TimelineTimecodeProvenance::ixml);
-    EXPECT_EQ(rows[0].sourceMediaStart, RationalTime(3600, 1));
-    EXPECT_EQ(rows[1].eventTimecode, "01:00:00:06");
-    EXPECT_EQ(rows[1].timecodeProvenance, TimelineTimecodeProvenance::bwf);
-    EXPECT_EQ(rows[1].sourceMediaStart, RationalTime(3600 * 25 + 6, 25));
-    EXPECT_EQ(rows[2].eventTimecode, "02:00:00:00");
-    EXPECT_EQ(rows[2].timecodeProvenance, TimelineTimecodeProvenance::filename);
-    EXPECT_TRUE(rows[2].usedFallback);
-    EXPECT_DOUBLE_EQ(rows[2].durationSeconds, 0.5);
-    EXPECT_EQ(rows[3].eventTimecode, "UNRESOLVED");
-    EXPECT_EQ(rows[3].timecodeProvenance, TimelineTimecodeProvenance::unresolved);
-
-    auto byName =
-        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::filenameOnly, fps25(), fps25());
-    EXPECT_EQ(byName[0].eventTimecode, "10:00:00:00");
-    EXPECT_FALSE(byName[0].usedFallback);
-    EXPECT_EQ(byName[1].eventTimecode, "UNRESOLVED");
-
-    auto xmlOnly =
-        *scanSyncedAudio(dir.path(), TimecodeSourcePriority::inputXMLOnly, fps25(), fps25());
-    for (const auto& row : xmlOnly) {
-        EXPECT_EQ(row.eventTimecode, "UNRESOLVED") << row.name;
-        EXPECT_EQ(row.timecodeProvenance, TimelineTimecodeProvenance::unresolved);
-    }
+    // Each row's event timecode, its source, whether the name was a
+    // fallback, and the file's first sample on the sequence's grid.
+    const auto scan = [&](TimecodeSourcePriority priority) {
+        std::vector<std::string> out;
+        const auto rows = scanSyncedAudio(dir.path(), priority, fps25(), fps25());
+        for (const auto& row : *rows) {
+            out.push_back(row.eventTimecode + " " + label(row.timecodeProvenance) +
+                          (row.usedFallback ? " fallback " : " ") + row.sourceMediaStart.text());
+        }
+        return out;
+    };
+    using ::testing::ElementsAre;
+    EXPECT_THAT(scan(TimecodeSourcePriority::bwfIXMLThenFilename),
+                ElementsAre("01:00:00:05 iXML 3600/1s", "01:00:00:06 BWF 90006/25s",
+                            "02:00:00:00 Filename fallback 0/1s", "UNRESOLVED Unresolved 0/1s"));
+    EXPECT_THAT(scan(TimecodeSourcePriority::filenameOnly),
+                ElementsAre("10:00:00:00 Filename 3600/1s", "UNRESOLVED Unresolved 90006/25s",
+                            "02:00:00:00 Filename 0/1s", "UNRESOLVED Unresolved 0/1s"));
+    EXPECT_THAT(scan(TimecodeSourcePriority::inputXMLOnly),
+                ::testing::Each(::testing::StartsWith("UNRESOLVED Unresolved ")));
 }
 
 TEST(SyncedAudioScan, FileOrderImplicitKeysAndFinalSort) {

@@ -18,23 +18,6 @@ void touch(const fs::path& path) {
     std::ofstream(path) << "x";
 }
 
-// The message of the ProcessingError `f` throws, or "accepted".
-template <typename F>
-std::string refusal(F&& f, ProcessingError::Kind kind) {
-    try {
-        f();
-    } catch (const ProcessingError& e) {
-        EXPECT_EQ(e.kind(), kind);
-        return e.message();
-    }
-    return "accepted";
-}
-
-std::string unsafeMessage(std::string_view name) {
-    return refusal([&] { OutputNaming::safeName(name); },
-                   ProcessingError::Kind::unsafeOutputFilename);
-}
-
 TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
     EXPECT_EQ(OutputNaming::outputName("/in/Take 3.WAV", std::nullopt, "_tc"), "Take 3_tc.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.wav", 1, "_tc"), "A_seg001_tc.wav");
@@ -45,7 +28,8 @@ TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
 TEST(OutputNamingTest, SafeNameTrimsAndRefusesPathLikeNames) {
     EXPECT_EQ(OutputNaming::safeName(" Take 1_tc.wav\n"), "Take 1_tc.wav");
     for (const char* bad : {"A/x.wav", "a\\b.wav", "  ", "", ".", " .. ", "/"}) {
-        EXPECT_EQ(unsafeMessage(bad), std::string("Unsafe output filename: ") + bad);
+        EXPECT_EQ(testing::thrownMessage([&] { OutputNaming::safeName(bad); }),
+                  std::string("Unsafe output filename: ") + bad);
     }
 }
 
@@ -99,12 +83,10 @@ TEST(OutputNamingTest, NamesTakenWhileWritingAreNotReplaced) {
                                           racing),
               dir / "C_tc_2.wav");
     fs::remove(dir / "C_tc.wav");
-    EXPECT_EQ(refusal(
-                  [&] {
-                      OutputNaming::writeResolved(dir.path(), "C_tc.wav",
-                                                  OutputCollisionBehavior::ask, racing);
-                  },
-                  ProcessingError::Kind::outputFileAlreadyExists),
+    EXPECT_EQ(testing::thrownMessage([&] {
+                  OutputNaming::writeResolved(dir.path(), "C_tc.wav", OutputCollisionBehavior::ask,
+                                              racing);
+              }),
               "Output file already exists: C_tc.wav");
 }
 
