@@ -28,14 +28,6 @@ std::uint16_t blockAlignOf(const WavRecipe& recipe) {
         static_cast<std::uint16_t>(recipe.channels * recipe.bits / 8));
 }
 
-ByteBuffer riffOf(const ByteBuffer& body) {
-    ByteBuffer out = {'R', 'I', 'F', 'F'};
-    put(out, 4 + body.size(), 4);
-    out.insert(out.end(), {'W', 'A', 'V', 'E'});
-    out.insert(out.end(), body.begin(), body.end());
-    return out;
-}
-
 }  // namespace
 
 ByteBuffer makeFmtPayload(const WavRecipe& recipe) {
@@ -64,9 +56,6 @@ ByteBuffer makeFmtPayload(const WavRecipe& recipe) {
 ByteBuffer makeWav(const WavRecipe& recipe) {
     ByteBuffer body;
     auto add = [&](const WavChunkSpec& chunk) {
-        if (chunk.id.size() != 4) {
-            throw std::invalid_argument("chunk id must have four characters");
-        }
         body.insert(body.end(), chunk.id.begin(), chunk.id.end());
         put(body, chunk.declaredSize.value_or(static_cast<std::uint32_t>(chunk.payload.size())), 4);
         body.insert(body.end(), chunk.payload.begin(), chunk.payload.end());
@@ -89,7 +78,11 @@ ByteBuffer makeWav(const WavRecipe& recipe) {
     for (const auto& c : recipe.afterData)
         add(c);
     body.insert(body.end(), recipe.trailing.begin(), recipe.trailing.end());
-    return riffOf(body);
+    ByteBuffer out = {'R', 'I', 'F', 'F'};
+    put(out, 4 + body.size(), 4);
+    out.insert(out.end(), {'W', 'A', 'V', 'E'});
+    out.insert(out.end(), body.begin(), body.end());
+    return out;
 }
 
 ByteBuffer interleavePcm(int bits, const std::vector<std::vector<std::int32_t>>& channels) {
@@ -131,10 +124,6 @@ ByteBuffer makePcm(int bits, std::uint32_t sampleRate,
     recipe.bits = static_cast<std::uint16_t>(bits);
     recipe.data = interleavePcm(bits, ints);
     return makeWav(recipe);
-}
-
-ByteBuffer makePcm16(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels) {
-    return makePcm(16, sampleRate, channels);
 }
 
 ByteBuffer makeFloat32(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels) {

@@ -70,9 +70,12 @@ ByteBuffer interleavePcm(int bits, const std::vector<std::vector<std::int32_t>>&
 ByteBuffer interleaveFloat(const std::vector<std::vector<float>>& channels);
 
 // Complete files from per-channel samples in -1..1 (PCM: round(x x full scale)).
-ByteBuffer makePcm16(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels);
 ByteBuffer makePcm(int bits, std::uint32_t sampleRate,
                    const std::vector<std::vector<float>>& channels);
+inline ByteBuffer makePcm16(std::uint32_t sampleRate,
+                            const std::vector<std::vector<float>>& channels) {
+    return makePcm(16, sampleRate, channels);
+}
 ByteBuffer makeFloat32(std::uint32_t sampleRate, const std::vector<std::vector<float>>& channels);
 
 // A 602-byte bext payload with the given TimeReference (offset 338) and

@@ -29,18 +29,14 @@ StereoMixInfo mix(std::int64_t frames) {
 }
 
 // Every element named `name` in document order.
-std::vector<const XMLNode*> all(const XMLNode& root, std::string_view name) {
+std::vector<const XMLNode*> all(const XMLNode& node, std::string_view name) {
     std::vector<const XMLNode*> found;
-    std::vector<const XMLNode*> stack{&root};
-    while (!stack.empty()) {
-        const XMLNode* node = stack.back();
-        stack.pop_back();
-        if (node->name == name) {
-            found.push_back(node);
-        }
-        for (auto it = node->children.rbegin(); it != node->children.rend(); ++it) {
-            stack.push_back(it->get());
-        }
+    if (node.name == name) {
+        found.push_back(&node);
+    }
+    for (const auto& child : node.children) {
+        const auto below = all(*child, name);
+        found.insert(found.end(), below.begin(), below.end());
     }
     return found;
 }

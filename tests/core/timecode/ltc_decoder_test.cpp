@@ -38,9 +38,6 @@ std::vector<float> biphase(const std::vector<std::array<std::uint8_t, 80>>& fram
 
 TEST(LTCDecoderTest, InvalidBCDFramesAreSkipped) {
     const FrameRateConfig r = rate(FrameRatePreset::fps25);
-    LTCEncoderOptions options;
-    options.rate = r;
-    options.riseTimeMicroseconds = 0;
     // Hand-built frames: the first reads hour 24 (invalid), then valid ones.
     // Minutes 60, seconds 60 and frames 30 are invalid too.
     const Timecode invalid[] = {tc(24, 0, 0, 0), tc(0, 60, 0, 0), tc(0, 0, 60, 0), tc(0, 0, 0, 30)};

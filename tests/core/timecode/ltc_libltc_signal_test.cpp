@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <sstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -17,7 +18,6 @@
 namespace norvane {
 namespace {
 
-using testing::LibltcOptions;
 using testing::LibltcSignal;
 using testing::libltcSignal;
 
@@ -26,18 +26,16 @@ double samplesPerFrame(const FrameRateConfig& rate, std::int64_t sampleRate) {
            static_cast<double>(rate.numerator);
 }
 
-// Checks one decode against the signal; returns nothing when it failed
-// cleanly. A result must name one of libltc's frames at libltc's position.
-std::optional<LTCDecodeResult> expectExact(const LibltcSignal& signal, const FrameRateConfig& rate,
-                                           std::int64_t sampleRate,
-                                           const std::optional<FrameRateConfig>& given,
-                                           const std::string& context) {
+// Checks one decode against the signal; false when it failed cleanly (an
+// LTCDecodeError). A result must name one of libltc's frames at libltc's
+// position.
+bool expectExact(const LibltcSignal& signal, const FrameRateConfig& rate, std::int64_t sampleRate,
+                 const std::optional<FrameRateConfig>& given, const std::string& context) {
     LTCDecodeResult result;
     try {
         result = LTCDecoder::decodeQuietly(signal.samples, sampleRate, given);
-    } catch (const LTCDecodeError& e) {
-        EXPECT_FALSE(std::string(e.what()).empty());
-        return std::nullopt;
+    } catch (const LTCDecodeError&) {
+        return false;
     }
     EXPECT_EQ(result.frameRate, rate) << context << " " << result.rateEvidence;
     const auto k = static_cast<std::size_t>(
@@ -45,23 +43,16 @@ std::optional<LTCDecodeResult> expectExact(const LibltcSignal& signal, const Fra
         signal.timecodes.begin());
     if (k == signal.timecodes.size()) {
         ADD_FAILURE() << context << ": wrong timecode " << result.timecode.description();
-        return result;
+        return true;
     }
     EXPECT_NEAR(result.firstValidPosition, static_cast<double>(signal.frameStarts[k]), 2.0)
         << context << " frame " << k;
     EXPECT_EQ(result.direction, 1) << context;
-    return result;
+    return true;
 }
 
-struct Impairment {
-    const char* name;
-    double levelDBFS;
-    bool inverted;
-    double noiseDBFS;  // white noise rms; 0 = none
-    bool clicks;       // a full-scale click every 45 ms
-};
-
-constexpr Impairment kImpairments[] = {
+// Name, level, inverted, white noise rms (0: none), a full-scale click every 45 ms.
+constexpr std::tuple<const char*, double, bool, double, bool> kImpairments[] = {
     {"full", 0, false, 0, false},
     {"quietInverted", -30, true, 0, false},
     {"noisy", -12, false, -40, false},
@@ -79,16 +70,15 @@ TEST(LibltcSignalTest, EveryRateSampleRateBitOffsetAndLevelDecodesExactly) {
             // Every sample offset of one bit, each with one impairment in turn.
             const auto offsets = static_cast<int>(std::ceil(bit));
             for (int offset = 0; offset < offsets; ++offset) {
-                const Impairment& imp = kImpairments[static_cast<std::size_t>(offset) % 4];
-                LibltcOptions options;
-                options.levelDBFS = imp.levelDBFS;
-                options.inverted = imp.inverted;
-                options.leadIn = offset;
-                LibltcSignal signal = libltcSignal(rate, sampleRate, start, 10, options);
-                if (imp.noiseDBFS < 0) {
-                    testing::addNoise(signal.samples, imp.noiseDBFS, static_cast<unsigned>(offset));
+                const auto [name, level, inverted, noise, clicks] =
+                    kImpairments[static_cast<std::size_t>(offset) % 4];
+                LibltcSignal signal =
+                    libltcSignal(rate, sampleRate, start, 10,
+                                 {.levelDBFS = level, .inverted = inverted, .leadIn = offset});
+                if (noise < 0) {
+                    testing::addNoise(signal.samples, noise, static_cast<unsigned>(offset));
                 }
-                if (imp.clicks) {
+                if (clicks) {
                     const auto every =
                         static_cast<std::size_t>(0.045 * static_cast<double>(sampleRate));
                     for (std::size_t i = every; i < signal.samples.size(); i += every) {
@@ -96,7 +86,7 @@ TEST(LibltcSignalTest, EveryRateSampleRateBitOffsetAndLevelDecodesExactly) {
                     }
                 }
                 const std::string context = rate.label + " @" + std::to_string(sampleRate) + " +" +
-                                            std::to_string(offset) + " " + imp.name;
+                                            std::to_string(offset) + " " + name;
                 // With the rate given, and under Auto from the measured period
                 // and the drop-frame bit.
                 for (const auto& given :
@@ -109,18 +99,13 @@ TEST(LibltcSignalTest, EveryRateSampleRateBitOffsetAndLevelDecodesExactly) {
     // Clean code at these levels always decodes.
     EXPECT_EQ(failed, 0);
     EXPECT_GT(decoded, 500);
-}
-
-TEST(LibltcSignalTest, LevelsDownToMinusFortyDecodeOrFailClearly) {
-    const FrameRateConfig rate = candidateFrameRates()[2];
+    // Down to -40 dBFS, which peaks at 0.01: the silence limit.
     for (const double level : {-40.0, -38.0, -20.0, -3.0}) {
-        LibltcOptions options;
-        options.levelDBFS = level;
-        const LibltcSignal signal = libltcSignal(rate, 48000, Timecode{1, 0, 0, 0}, 10, options);
-        // -40 dBFS peaks at 0.01: the silence limit.
-        EXPECT_EQ(expectExact(signal, rate, 48000, rate, std::to_string(level)).has_value(),
-                  level > -40.0)
-            << level;
+        const LibltcSignal signal = libltcSignal(candidateFrameRates()[2], 48000,
+                                                 Timecode{1, 0, 0, 0}, 10, {.levelDBFS = level});
+        EXPECT_EQ(expectExact(signal, candidateFrameRates()[2], 48000, candidateFrameRates()[2],
+                              std::to_string(level)),
+                  level > -40.0);
     }
 }
 
@@ -139,9 +124,8 @@ TEST(LibltcSignalTest, LeadInsOfSilenceNoiseAndToneAreSearchedThrough) {
         leadIns.push_back({"0.1s", 4801 + i, static_cast<int>(i % 3)});
     }
     for (const LeadIn& leadIn : leadIns) {
-        LibltcOptions options;
-        options.leadIn = leadIn.samples;
-        LibltcSignal signal = libltcSignal(rate, sr, Timecode{10, 0, 0, 2}, 12, options);
+        LibltcSignal signal =
+            libltcSignal(rate, sr, Timecode{10, 0, 0, 2}, 12, {.leadIn = leadIn.samples});
         const auto length = static_cast<std::size_t>(leadIn.samples);
         std::vector<float> lead = leadIn.kind == 2 ? testing::sine(length, 1000, 0.5f, sr)
                                                    : std::vector<float>(length, 0.0f);
@@ -152,7 +136,7 @@ TEST(LibltcSignalTest, LeadInsOfSilenceNoiseAndToneAreSearchedThrough) {
         const std::string context = std::string(leadIn.name) + " " + std::to_string(leadIn.samples);
         for (const auto& given :
              {std::optional<FrameRateConfig>(rate), std::optional<FrameRateConfig>()}) {
-            EXPECT_TRUE(expectExact(signal, rate, sr, given, context).has_value()) << context;
+            EXPECT_TRUE(expectExact(signal, rate, sr, given, context)) << context;
         }
     }
 }
@@ -199,7 +183,7 @@ TEST(LibltcSignalTest, DriftDropoutAndReversePlay) {
     EXPECT_GE(back.runFrames, 20);
 }
 
-TEST(LibltcSignalTest, SilenceNoiseToneAndShortCodeNeverGiveATimecode) {
+TEST(LibltcSignalTest, SilenceNoiseToneShortCodeAndAWrongRateNeverGiveATimecode) {
     const std::int64_t sr = 48000;
     for (const auto& silent : {std::vector<float>{}, std::vector<float>(sr, 0.0f)}) {
         testing::expectDecodeError([&] { LTCDecoder::decodeQuietly(silent, sr); },
@@ -228,13 +212,10 @@ TEST(LibltcSignalTest, SilenceNoiseToneAndShortCodeNeverGiveATimecode) {
     EXPECT_EQ(r.timecode, (Timecode{5, 6, 7, 8}));
     EXPECT_EQ(r.runFrames, 2);
     EXPECT_LT(r.confidence, 0.55);
-}
-
-TEST(LibltcSignalTest, AChosenRateThatTheCodeContradictsIsAnError) {
-    const LibltcSignal signal =
-        libltcSignal(candidateFrameRates()[2], 48000, Timecode{3, 4, 5, 6}, 12);
+    // A chosen rate that the code contradicts is an error, not a timecode.
+    const LibltcSignal code = libltcSignal(rate, sr, Timecode{3, 4, 5, 6}, 12);
     testing::expectDecodeError(
-        [&] { LTCDecoder::decodeQuietly(signal.samples, 48000, candidateFrameRates()[1]); },
+        [&] { LTCDecoder::decodeQuietly(code.samples, sr, candidateFrameRates()[1]); },
         LTCDecodeError::Kind::rateMismatch,
         "The LTC runs at 25.000 fps, not at the chosen frame rate (24).");
 }
