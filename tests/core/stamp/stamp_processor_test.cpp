@@ -210,15 +210,7 @@ TEST(StampProcessorTest, CollisionBehaviours) {
     EXPECT_EQ(kept.outputFiles, (std::vector<std::string>{"A_tc.wav", "A_tc_2.wav"}));
     EXPECT_EQ(testing::sndfileFrames(out / "A_tc_2.wav"), 144000);
     EXPECT_EQ(processor.existingOutputs(jobs, options), (std::vector<fs::path>{out / "A_tc.wav"}));
-
-    // Overwrite replaces what was there before the run, never an output of
-    // the same run: the second A.wav takes the next free number.
-    options.outputNaming.collisionBehavior = OutputCollisionBehavior::overwrite;
-    const auto replaced = processor.run(files, ltc, options);
-    EXPECT_EQ(replaced.outputFiles, (std::vector<std::string>{"A_tc.wav", "A_tc_3.wav"}));
-    EXPECT_EQ(testing::sndfileFrames(out / "A_tc.wav"), 96000);
-    EXPECT_EQ(testing::sndfileFrames(out / "A_tc_3.wav"), 144000);
-    EXPECT_TRUE(replaced.warnings.empty()) << reportText(replaced);
+    // Overwrite within a run is the output naming's test.
 }
 
 // An output folder removed mid-run fails the run cleanly; a cancel keeps the
