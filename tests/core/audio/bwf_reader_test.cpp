@@ -37,7 +37,7 @@ TEST(BWFReaderTest, InfoReadsTheFirstLongEnoughBextChunk) {
     EXPECT_FALSE(BWFReader::info(firstShort).has_value());
 }
 
-TEST(BWFReaderTest, TimecodeFromTimeReference) {
+TEST(BWFReaderTest, TimecodeAndStartTimeFromTimeReference) {
     EXPECT_EQ(BWFReader::timecode(172'800'000, 48000, 24, 1, false), "01:00:00:00");
     EXPECT_EQ(BWFReader::timecode(48000 * 3600 + 48000 / 25 * 3, 48000, 25, 1, false),
               "01:00:00:03");
@@ -56,9 +56,6 @@ TEST(BWFReaderTest, TimecodeFromTimeReference) {
     // 1920 samples per frame at 25 fps / 48 kHz: 960 samples is exactly half a frame.
     EXPECT_EQ(BWFReader::timecode(48000 + 959, 48000, 25, 1, false), "00:00:01:00");
     EXPECT_EQ(BWFReader::timecode(48000 + 960, 48000, 25, 1, false), "00:00:01:01");
-}
-
-TEST(BWFReaderTest, StartTimeIsFramesOverRate) {
     EXPECT_EQ(BWFReader::startTime(48048, 48000, 30000, 1001),  // 30 frames
               (std::pair<std::int64_t, std::int64_t>{30 * 1001, 30000}));
     EXPECT_FALSE(BWFReader::startTime(0, 48000, 25, 1));

@@ -105,15 +105,12 @@ TEST(GroupingTest, DurationClustersWithinTolerance) {
               1u);
 }
 
-TEST(GroupingTest, ManualChannelClamping) {
+TEST(GroupingTest, ChannelClampingAndNoGroupIsAnInvalidRule) {
     EXPECT_EQ(Grouping::clampedChannelIndex(9, 4), 3);
     EXPECT_EQ(Grouping::clampedChannelIndex(0, 4), 0);
     EXPECT_EQ(Grouping::clampedChannelIndex(2, 4), 1);
     EXPECT_EQ(Grouping::commonChannelCount({file("/a", 1, 48000, 6), file("/b", 1, 48000, 4)}), 4);
     EXPECT_EQ(Grouping::commonChannelCount({file("/a", 1, 48000, 0)}), 1);
-}
-
-TEST(GroupingTest, NoGroupIsAnInvalidRule) {
     ProcessingOptions options;
     options.mode = ProcessingMode::groupedBatch;
     EXPECT_EQ(testing::thrownMessage([&] { Grouping::buildGroupedJobs({}, options); }),

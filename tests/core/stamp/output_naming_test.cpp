@@ -18,14 +18,11 @@ void touch(const fs::path& path) {
     std::ofstream(path) << "x";
 }
 
-TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtension) {
+TEST(OutputNamingTest, NamesCarrySegmentSuffixAndLowerCaseExtensionAndRefusePaths) {
     EXPECT_EQ(OutputNaming::outputName("/in/Take 3.WAV", std::nullopt, "_tc"), "Take 3_tc.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.wav", 1, "_tc"), "A_seg001_tc.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.wav", 1234, "_x"), "A_seg1234_x.wav");
     EXPECT_EQ(OutputNaming::outputName("/in/A.b.wav", std::nullopt, "_tc"), "A.b_tc.wav");
-}
-
-TEST(OutputNamingTest, SafeNameTrimsAndRefusesPathLikeNames) {
     EXPECT_EQ(OutputNaming::safeName(" Take 1_tc.wav\n"), "Take 1_tc.wav");
     for (const char* bad : {"A/x.wav", "a\\b.wav", "  ", "", ".", " .. ", "/"}) {
         EXPECT_EQ(testing::thrownMessage([&] { OutputNaming::safeName(bad); }),
